@@ -1,0 +1,30 @@
+# Every library Velmora links, found once. A missing one stops the configure
+# step with the Debian package that provides it (scripts/install-deps.sh installs them all).
+find_package(PkgConfig QUIET)
+if(NOT PkgConfig_FOUND)
+  message(FATAL_ERROR "pkg-config is missing: install the Debian package pkg-config (scripts/install-deps.sh)")
+endif()
+
+find_package(Qt6 6.4 COMPONENTS Core Gui Widgets Network DBus Concurrent Test QUIET)
+if(NOT Qt6_FOUND)
+  message(FATAL_ERROR "Qt 6 is missing: install the Debian package qt6-base-dev (scripts/install-deps.sh)")
+endif()
+
+function(velmora_pkg target module package)
+  pkg_check_modules(${target} QUIET IMPORTED_TARGET ${module})
+  if(NOT ${target}_FOUND)
+    message(FATAL_ERROR "${module} is missing: install the Debian package ${package} (scripts/install-deps.sh)")
+  endif()
+endfunction()
+
+velmora_pkg(TAGLIB taglib libtag1-dev)
+velmora_pkg(PLIST libplist-2.0 libplist-dev)
+velmora_pkg(OGG ogg libogg-dev)
+velmora_pkg(VORBIS vorbis libvorbis-dev)
+velmora_pkg(VORBISENC vorbisenc libvorbis-dev)
+velmora_pkg(VORBISFILE vorbisfile libvorbis-dev)
+velmora_pkg(CDIO libcdio libcdio-dev)
+velmora_pkg(BURN libburn-1 libburn-dev)
+velmora_pkg(ISOFS libisofs-1 libisofs-dev)
+velmora_pkg(GST gstreamer-1.0 libgstreamer1.0-dev)
+velmora_pkg(GSTPBUTILS gstreamer-pbutils-1.0 libgstreamer-plugins-base1.0-dev)

@@ -1,0 +1,124 @@
+#include "core/Defaults.h"
+
+#include "core/PropertyList.h"
+#include "platform/AppPaths.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <cstdio>
+
+Defaults& Defaults::standard()
+{
+    static Defaults defaults;
+    return defaults;
+}
+
+void Defaults::loadLocked() const
+{
+    if (loaded_)
+        return;
+    loaded_ = true;
+    values_.clear();
+    const QString path = AppPaths::defaultsFile();
+    if (!QFileInfo::exists(path))
+        return;
+    QString error;
+    const auto root = PropertyList::read(path, &error);
+    if (root && root->typeId() == QMetaType::QVariantMap) {
+        values_ = root->toMap();
+        return;
+    }
+    if (root)
+        error = QStringLiteral("the top level is not a dictionary");
+    // Keep the unreadable file for the user and start from the defaults.
+    const QString broken = path + ".broken";
+    QFile::remove(broken);
+    QFile::rename(path, broken);
+    std::fprintf(stderr, "Velmora: the settings file %s could not be read (%s); it was set aside as %s and the defaults are used.\n",
+                 qPrintable(path), qPrintable(error), qPrintable(broken));
+}
+
+bool Defaults::hasKey(const QString& key) const
+{
+    std::lock_guard lock(mutex_);
+    loadLocked();
+    return values_.contains(key);
+}
+
+QVariant Defaults::objectForKey(const QString& key) const
+{
+    std::lock_guard lock(mutex_);
+    loadLocked();
+    return values_.value(key);
+}
+
+qint64 Defaults::integerForKey(const QString& key) const
+{
+    const QVariant value = objectForKey(key);
+    bool ok = false;
+    const qint64 number = value.toLongLong(&ok);
+    if (ok)
+        return number;
+    // A text holding a number reads as that number, as a combo box's text does.
+    return value.typeId() == QMetaType::QString ? value.toString().trimmed().toLongLong() : 0;
+}
+
+QString Defaults::stringForKey(const QString& key) const
+{
+    const QVariant value = objectForKey(key);
+    return value.typeId() == QMetaType::QString ? value.toString() : QString();
+}
+
+QVariantList Defaults::arrayForKey(const QString& key) const
+{
+    const QVariant value = objectForKey(key);
+    return value.typeId() == QMetaType::QVariantList ? value.toList() : QVariantList();
+}
+
+QVariantMap Defaults::dictionaryForKey(const QString& key) const
+{
+    const QVariant value = objectForKey(key);
+    return value.typeId() == QMetaType::QVariantMap ? value.toMap() : QVariantMap();
+}
+
+void Defaults::setObject(const QString& key, const QVariant& value)
+{
+    std::lock_guard lock(mutex_);
+    loadLocked();
+    values_.insert(key, value);
+}
+
+void Defaults::setInteger(const QString& key, qint64 value)
+{
+    setObject(key, QVariant(value));
+}
+
+void Defaults::removeObject(const QString& key)
+{
+    std::lock_guard lock(mutex_);
+    loadLocked();
+    values_.remove(key);
+}
+
+bool Defaults::synchronize()
+{
+    std::lock_guard lock(mutex_);
+    loadLocked();
+    const QString path = AppPaths::defaultsFile();
+    QDir().mkpath(QFileInfo(path).path());
+    QString error;
+    if (PropertyList::write(path, values_, &error))
+        return true;
+    std::fprintf(stderr, "Velmora: the settings could not be saved to %s: %s\n", qPrintable(path),
+                 qPrintable(error));
+    return false;
+}
+
+void Defaults::reload()
+{
+    std::lock_guard lock(mutex_);
+    loaded_ = false;
+    loadLocked();
+}
