@@ -172,3 +172,11 @@ void MyController::applicationWillTerminate()
     NotificationCenter::defaultCenter().post(VLPlayerCleanupBeforeTerminationNotification,
                                              QVariant::fromValue<QObject*>(this));
 }
+
+void MyController::addToLibraryDidEnd(bool, const QString&)
+{
+}
+
+void MyController::removeFromLibrary(const QString&, int)
+{
+}
