@@ -1,0 +1,497 @@
+#include "core/MusicSourcesWrapper.h"
+
+#include "core/Defaults.h"
+#include "core/NotificationCenter.h"
+#include "core/Notifications.h"
+#include "core/StringUtils.h"
+#include "platform/AppPaths.h"
+#include "playlists/PlaylistFiles.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QHash>
+#include <QSet>
+
+namespace {
+
+const QString kSearchingOperation = QStringLiteral("Searching Folder");
+const QString kSearchingStatus = QStringLiteral("For deep folders, this can take a VERY long time. Please wait.");
+const QString kSavingOperation = QStringLiteral("Saving Files");
+const QString kSavingStatus = QStringLiteral("This can take a bit of time, but not too much.  Please wait.");
+
+QVariantMap searchingProgress()
+{
+    return {{"operation", kSearchingOperation}, {"status", kSearchingStatus}, {"savefilename", ""}};
+}
+
+QVariantMap savingProgress()
+{
+    return {{"operation", kSavingOperation}, {"status", kSavingStatus}};
+}
+
+struct Collection {
+    QVariantList files;
+    QVariantList destinations;
+    QVariantList tags;
+
+    void append(const QVariantMap& contents, const QString& prefix)
+    {
+        const QVariantList leaves = contents.value("leafarray").toList();
+        const QVariantList records = contents.value("commentarray").toList();
+        const QVariantList folders = contents.value("destinationarray").toList();
+        for (int i = 0; i < leaves.size(); ++i) {
+            files << leaves.at(i);
+            const QString folder = folders.value(i).toString();
+            destinations << (prefix.isEmpty() ? folder : folder.isEmpty() ? prefix : prefix + '/' + folder);
+            if (i < records.size())
+                tags << records.at(i);
+        }
+    }
+    QVariantMap asContents() const
+    {
+        return {{"leafarray", files}, {"destinationarray", destinations}, {"commentarray", tags}};
+    }
+};
+
+void collectGroup(const QVariantMap& group, const QString& prefix, const std::atomic<bool>* cancel,
+                  Collection& collection)
+{
+    for (const QVariant& entry : group.value("Entries").toList()) {
+        if (cancel && *cancel)
+            return;
+        if (entry.typeId() == QMetaType::QVariantMap) {
+            const QVariantMap inner = entry.toMap();
+            const QString name = inner.value("Group").toString();
+            collectGroup(inner, prefix.isEmpty() ? name : prefix + '/' + name, cancel, collection);
+        } else if (const auto contents = contentsOfFolder(entry.toString(), cancel, {})) {
+            collection.append(*contents, prefix);
+        }
+    }
+}
+
+QString joinedFolder(const QString& folder, const QString& sub)
+{
+    return sub.isEmpty() ? folder : folder + '/' + sub;
+}
+
+std::atomic<int> backgroundWavCounter{0};
+
+} // namespace
+
+MusicSourcesWrapper::MusicSourcesWrapper(QObject* parent) : QObject(parent)
+{
+    NotificationCenter& center = NotificationCenter::defaultCenter();
+    center.addObserver(this, VLMSWFileDropNotification, [this](const Notification& n) {
+        {
+            std::lock_guard lock(mutex_);
+            dropZone_ = n.object.toMap().value("filearray").toStringList();
+        }
+        emit sourcesChanged();
+        emit dropZoneFilled();
+    });
+    center.addObserver(this, VLPlaylistInfoNotification, [this](const Notification& n) {
+        {
+            std::lock_guard lock(mutex_);
+            playlists_ = n.object.toList();
+        }
+        emit sourcesChanged();
+    });
+    center.addObserver(this, VLPlayListGroupInfoNotification, [this](const Notification& n) {
+        {
+            std::lock_guard lock(mutex_);
+            mediaSets_ = n.object.toList();
+        }
+        emit sourcesChanged();
+    });
+    center.addObserver(this, VLAudioCDHaveCDInfoNotification, [this](const Notification& n) {
+        {
+            std::lock_guard lock(mutex_);
+            audioCD_ = n.object.toMap();
+        }
+        emit sourcesChanged();
+    });
+    center.addObserver(this, VLReloadLibraryNotification, [this](const Notification&) { emit sourcesChanged(); });
+    center.addObserver(this, VLCopyToFlashV20Notification,
+                       [this](const Notification& n) { vlCopyToFlashV20Notification(n.object.toMap()); });
+}
+
+MusicSourcesWrapper::~MusicSourcesWrapper()
+{
+    NotificationCenter::defaultCenter().removeObserver(this);
+    cancel_ = true;
+    waitForSaveThread();
+}
+
+const QStringList& MusicSourcesWrapper::formatKeys()
+{
+    static const QStringList keys = {"WAV", "OGG", "MP3", "MP2", "M4A", "M4B", "AAC", "WMA"};
+    return keys;
+}
+
+const QStringList& MusicSourcesWrapper::burnKinds()
+{
+    static const QStringList kinds = {"Burn Audio CD", "Burn Music CD/DVD", "Burn MP3 CD/DVD", "Burn DVD-Audio"};
+    return kinds;
+}
+
+QVariantList MusicSourcesWrapper::playlists() const
+{
+    std::lock_guard lock(mutex_);
+    return playlists_;
+}
+
+QVariantList MusicSourcesWrapper::mediaSets() const
+{
+    std::lock_guard lock(mutex_);
+    return mediaSets_;
+}
+
+QVariantMap MusicSourcesWrapper::audioCD() const
+{
+    std::lock_guard lock(mutex_);
+    return audioCD_;
+}
+
+QStringList MusicSourcesWrapper::dropZone() const
+{
+    std::lock_guard lock(mutex_);
+    return dropZone_;
+}
+
+MusicSourcesWrapper::Selection MusicSourcesWrapper::dropZoneSelection() const
+{
+    Selection selection;
+    for (const QString& path : dropZone())
+        selection << Source::library(path);
+    return selection;
+}
+
+QVariantMap MusicSourcesWrapper::contentsOfPlaylist(const QString& playlistPath, const std::atomic<bool>* cancel)
+{
+    Collection collection;
+    if (playlistPath.isEmpty())
+        return collection.asContents();
+    if (const auto group = PlaylistFiles::readGroup(playlistPath))
+        collectGroup(*group, PlaylistFiles::displayName(playlistPath), cancel, collection);
+    return collection.asContents();
+}
+
+QVariantMap MusicSourcesWrapper::contentsOfPlaylistGroup(const QString& mediaSetPath, const std::atomic<bool>* cancel)
+{
+    Collection collection;
+    if (mediaSetPath.isEmpty())
+        return collection.asContents();
+    for (const QString& playlist : PlaylistFiles::mediaSetPlaylists(PlaylistFiles::readMediaSet(mediaSetPath))) {
+        if (cancel && *cancel)
+            break;
+        collection.append(contentsOfPlaylist(playlist, cancel), {});
+    }
+    return collection.asContents();
+}
+
+QVariantMap MusicSourcesWrapper::getSelectedFileNames(const Selection& selection, const std::atomic<bool>* cancel,
+                                                      const std::function<void(const QString&)>& examining) const
+{
+    Collection collection;
+    for (const Source& source : selection) {
+        if (cancel && *cancel)
+            break;
+        if (source.kind == Source::LibraryItem) {
+            if (const auto contents = contentsOfFolder(source.path, cancel, examining))
+                collection.append(*contents, {});
+            continue;
+        }
+        QVariantMap contents = contentsOfPlaylist(source.entry.value("playlistpath").toString(), cancel);
+        if (contents.value("leafarray").toList().isEmpty())
+            contents = contentsOfPlaylistGroup(source.entry.value("playlistgrouppath").toString(), cancel);
+        if (!contents.value("leafarray").toList().isEmpty()) {
+            collection.append(contents, {});
+            continue;
+        }
+        // A disc: the chosen album's folder, named by the disc information.
+        const QVariantMap disc = source.entry.contains("mFreeDBAlbumList") ? source.entry : audioCD();
+        const QVariantList albums = disc.value("mFreeDBAlbumList").toList();
+        const int albumIndex = source.entry.value("selectedalbum").toInt();
+        if (albumIndex < 0 || albumIndex >= albums.size())
+            continue;
+        const QString cdpath = albums.at(albumIndex).toMap().value("cdpath").toString();
+        QSet<QString> types = defaultAudioTypes();
+        types.insert(QStringLiteral("cdda"));
+        if (auto discContents = contentsOfFolder(cdpath, cancel, examining, types)) {
+            const QVariantList trackInfo = disc.value("mFreeDBTrackList").toList();
+            if (!trackInfo.isEmpty())
+                discContents->insert("commentarray", trackInfo.mid(0, discContents->value("leafarray").toList().size()));
+            collection.append(*discContents, {});
+        }
+    }
+    QVariantMap result{{"selectedfiles", collection.files}, {"destinationpaths", collection.destinations}};
+    if (!collection.tags.isEmpty())
+        result.insert("tags", collection.tags);
+    return result;
+}
+
+QString MusicSourcesWrapper::startingFolderFor(const QString& formatKey)
+{
+    const QString stored = Defaults::standard().stringForKey(QStringLiteral("default%1Folder").arg(formatKey));
+    if (!stored.isEmpty())
+        return stored;
+    return AppPaths::homeDir() + '/' + QStringLiteral("%1 Folder").arg(formatKey);
+}
+
+QString MusicSourcesWrapper::chooseFolderMessage(const QString& formatKey)
+{
+    return QStringLiteral("Please select a folder to export the %1 files.").arg(formatKey);
+}
+
+void MusicSourcesWrapper::setProgressHandler(ProgressHandler handler)
+{
+    progressHandler_ = std::move(handler);
+}
+
+void MusicSourcesWrapper::setDispatchHandler(std::function<void(const QString&, const QString&)> handler)
+{
+    dispatchHandler_ = std::move(handler);
+}
+
+void MusicSourcesWrapper::setFailureHandler(std::function<void(const QString&, const QString&)> handler)
+{
+    failureHandler_ = std::move(handler);
+}
+
+void MusicSourcesWrapper::showProgress(const QVariantMap& progress) const
+{
+    if (progressHandler_)
+        progressHandler_(progress);
+}
+
+void MusicSourcesWrapper::startWorker(std::function<void()> body)
+{
+    waitForSaveThread();
+    saving_ = true;
+    worker_ = std::thread([this, body = std::move(body)] {
+        body();
+        saving_ = false;
+    });
+}
+
+bool MusicSourcesWrapper::isSaving() const
+{
+    return saving_;
+}
+
+void MusicSourcesWrapper::waitForSaveThread()
+{
+    if (worker_.joinable() && worker_.get_id() != std::this_thread::get_id())
+        worker_.join();
+}
+
+void MusicSourcesWrapper::chooseSaveFolderDidEnd(bool confirmed, const QString& folder, const QString& formatKey,
+                                                 const Selection& selection)
+{
+    if (!confirmed)
+        return;
+    Defaults::standard().setObject(QStringLiteral("default%1Folder").arg(formatKey), folder);
+    Defaults::standard().synchronize();
+    QDir().mkpath(folder);
+    emit progressSheetShown();
+    showProgress(searchingProgress());
+    QVariantMap request{{"type", formatKey}, {"destinationfolder", folder}};
+    cancel_ = false;
+    startWorker([this, request, selection] { HandleSaveThread(request, selection); });
+}
+
+void MusicSourcesWrapper::HandleSaveThread(QVariantMap request, const Selection& selection)
+{
+    const QVariantMap gathered =
+        getSelectedFileNames(selection, &cancel_, [this](const QString& name) { showProgress({{"savefilename", name}}); });
+    showProgress(savingProgress());
+    request.insert("selectedfiles", gathered.value("selectedfiles"));
+    request.insert("destinationpaths", gathered.value("destinationpaths"));
+    saveFiles(request);
+    emit progressSheetEnded(1);
+}
+
+void MusicSourcesWrapper::saveFiles(const QVariantMap& request)
+{
+    const QString type = request.value("type").toString();
+    {
+        std::lock_guard lock(mutex_);
+        savingType_ = type;
+    }
+    const QString folder = request.value("destinationfolder").toString();
+    const QStringList files = request.value("selectedfiles").toStringList();
+    const bool hasFlashSettings = request.contains("flashpanelsettings");
+    const QVariantMap flashSettings = request.value("flashpanelsettings").toMap();
+    QStringList destinations = request.value("destinationpaths").toStringList();
+    if (hasFlashSettings && flashSettings.value("dontput").toBool())
+        destinations.clear();
+
+    const QString cache = AppPaths::cacheDir();
+    QSet<QString> unwritableFolders;
+    int counter = 0;
+    for (const QString& source : files) {
+        if (cancel_)
+            break;
+        const int index = counter++;
+        const QString fileType = type == QLatin1String("COPY") ? QFileInfo(source).suffix().toUpper() : type;
+        const QString destinationFolder =
+            destinations.isEmpty() ? folder : joinedFolder(folder, destinations.value(index));
+        const QString destination = uniqueFilename(source, destinationFolder, fileType, flashSettings);
+        if (!QFileInfo(destinationFolder).isDir()) {
+            // Said once per folder; its files are skipped rather than half-written.
+            if (!unwritableFolders.contains(destinationFolder) && failureHandler_)
+                failureHandler_(destinationFolder, QStringLiteral("the folder cannot be created"));
+            unwritableFolders.insert(destinationFolder);
+            continue;
+        }
+        if (!QFileInfo(source).isReadable()) {
+            if (failureHandler_)
+                failureHandler_(source, QStringLiteral("the file cannot be read"));
+            continue;
+        }
+        createDirectoriesAtPath(cache);
+        // Each background request decodes into its own cache file; one in the
+        // foreground reuses the single cache file.
+        const QString wav = background_
+                                ? cache + QStringLiteral("/musiccache-%1.WAV").arg(backgroundWavCounter++)
+                                : cache + QStringLiteral("/musiccache.WAV");
+        QFile::remove(wav);
+        QVariantMap exportRequest{{"sourcepath", source}, {"destinationpath", destination}, {"wavpath", wav}};
+        if (hasFlashSettings)
+            exportRequest.insert("flashpanelsettings", flashSettings);
+        if (background_)
+            exportRequest.insert("ripinbackground", true);
+        if (cancel_)
+            break;
+        showProgress({{"savefilename", QFileInfo(destination).fileName()}});
+        if (dispatchHandler_)
+            dispatchHandler_(source, destination);
+        NotificationCenter::defaultCenter().post(exportNotificationName(type), exportRequest);
+    }
+}
+
+QString MusicSourcesWrapper::uniqueFilename(const QString& source, const QString& folder, const QString& type,
+                                            const QVariantMap& params)
+{
+    createDirectoriesAtPath(folder);
+    const QFileInfo info(source);
+    const QString candidate = folder + '/' + info.completeBaseName() + '.' + type;
+    if (!QFileInfo::exists(candidate))
+        return candidate;
+    if (params.value("replace").toBool())
+        return candidate;
+    QString numbered;
+    for (int n = 1; n <= 1024; ++n) {
+        numbered = QStringLiteral("%1/%2 %3.%4").arg(folder, info.completeBaseName()).arg(n).arg(type);
+        if (!QFileInfo::exists(numbered))
+            return numbered;
+    }
+    return numbered;
+}
+
+void MusicSourcesWrapper::terminateSave()
+{
+    cancel_ = true;
+    // Requests already handed over may be waiting for a slot or encoding in the
+    // background; their job's cancel stops them and removes what they began.
+    const QString type = savingType();
+    const QString cancelName = cancelNotificationFor(type);
+    if (!cancelName.isEmpty())
+        NotificationCenter::defaultCenter().post(cancelName);
+}
+
+QString MusicSourcesWrapper::cancelNotificationFor(const QString& formatKey)
+{
+    static const QHash<QString, QString> names = {
+        {"MP3", VLMP3ExportCancelNotification}, {"MP2", VLMP2ExportCancelNotification},
+        {"OGG", VLOGGExportCancelNotification}, {"WMA", VLWMAExportCancelNotification},
+        {"AAC", VLAACExportCancelNotification}, {"M4A", VLAACExportCancelNotification},
+        {"M4B", VLAACExportCancelNotification}, {"M4R", VLAACExportCancelNotification},
+        {"WAV", VLWAVExportCancelNotification}};
+    return names.value(formatKey);
+}
+
+QString MusicSourcesWrapper::savingType() const
+{
+    std::lock_guard lock(mutex_);
+    return savingType_;
+}
+
+void MusicSourcesWrapper::burnCDDispatcher(const QString& kindTitle, const Selection& selection)
+{
+    if (kindTitle == QLatin1String("Burn Audio CD"))
+        burnAudioCD(selection);
+    else if (kindTitle == QLatin1String("Burn Music CD/DVD"))
+        burnOpticalMedia(selection);
+    else if (kindTitle == QLatin1String("Burn MP3 CD/DVD"))
+        burnMP3OpticalMedia(selection);
+    else if (kindTitle == QLatin1String("Burn DVD-Audio"))
+        burnAudioDVD(selection);
+}
+
+void MusicSourcesWrapper::burnCDSetFormat(const QString& kindTitle)
+{
+    Defaults::standard().setObject(QStringLiteral("mBurnCDFormatPopup"), kindTitle);
+    Defaults::standard().synchronize();
+}
+
+void MusicSourcesWrapper::burnAudioCD(const Selection& selection)
+{
+    const QVariantMap gathered = getSelectedFileNames(selection, &cancel_);
+    NotificationCenter::defaultCenter().post(VLBurnAudioCDWithArrayNotification, gathered.value("selectedfiles"));
+}
+
+void MusicSourcesWrapper::burnAudioDVD(const Selection& selection)
+{
+    const QVariantMap gathered = getSelectedFileNames(selection, &cancel_);
+    NotificationCenter::defaultCenter().post(VLBurnAudioDVDWithArrayNotification, gathered.value("selectedfiles"));
+}
+
+void MusicSourcesWrapper::burnOpticalMedia(const Selection& selection)
+{
+    const QVariantMap gathered = getSelectedFileNames(selection, &cancel_);
+    const QVariantMap request{{"selectedfiles", gathered.value("selectedfiles")},
+                              {"destinationpaths", gathered.value("destinationpaths")},
+                              {"m3uplaylists", QVariantList()},
+                              {"cdtitle", QStringLiteral("Velmora")},
+                              {"makemp3ifneeded", bool(mp3Only_)}};
+    NotificationCenter::defaultCenter().post(VLConvertMediaIfNeededNotification, request);
+    NotificationCenter::defaultCenter().post(VLBurnOpticalMediaWithDictionaryNotification, request);
+}
+
+void MusicSourcesWrapper::burnMP3OpticalMedia(const Selection& selection)
+{
+    mp3Only_ = true;
+    burnOpticalMedia(selection);
+    mp3Only_ = false;
+}
+
+void MusicSourcesWrapper::copyToFlash(const Selection& selection)
+{
+    emit progressSheetShown();
+    showProgress(searchingProgress());
+    cancel_ = false;
+    startWorker([this, selection] {
+        const QVariantMap gathered = getSelectedFileNames(selection, &cancel_);
+        emit progressSheetEnded(1);
+        if (!cancel_)
+            NotificationCenter::defaultCenter().post(
+                VLV20CopyToFlashSetupNotification,
+                QVariantMap{{"selectedfiles", gathered.value("selectedfiles")},
+                            {"destinationpaths", gathered.value("destinationpaths")}});
+    });
+}
+
+void MusicSourcesWrapper::vlCopyToFlashV20Notification(const QVariantMap& request)
+{
+    emit progressSheetShown();
+    showProgress(savingProgress());
+    saveFiles(request);
+    emit progressSheetEnded(1);
+}
+
+bool MusicSourcesWrapper::isServed(const char* notificationName)
+{
+    return NotificationCenter::defaultCenter().observerCount(notificationName) > 0;
+}

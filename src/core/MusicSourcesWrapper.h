@@ -1,0 +1,116 @@
+#pragma once
+#include <QObject>
+#include <QStringList>
+#include <QVariantList>
+#include <QVariantMap>
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+// The Music tab's logic: the sources it shows (library folders, playlists,
+// media sets, a mounted audio CD, the drop zone), gathering a selection into
+// parallel lists, and turning it into work by posting one export request per
+// file, or one burn or copy-to-flash request for the whole selection.
+class MusicSourcesWrapper : public QObject {
+    Q_OBJECT
+public:
+    // One selected row of the sources outline.
+    struct Source {
+        enum Kind { LibraryItem, PlaylistEntry };
+        Kind kind = LibraryItem;
+        QString path;          // LibraryItem: a file or folder
+        QVariantMap entry;     // PlaylistEntry: "playlistpath", "playlistgrouppath", "selectedalbum"
+        static Source library(const QString& path) { return {LibraryItem, path, {}}; }
+        static Source playlist(const QVariantMap& entry) { return {PlaylistEntry, {}, entry}; }
+    };
+    using Selection = QList<Source>;
+    using ProgressHandler = std::function<void(const QVariantMap& progress)>;
+
+    explicit MusicSourcesWrapper(QObject* parent = nullptr);
+    ~MusicSourcesWrapper() override;
+
+    static const QStringList& formatKeys();  // the convert actions: WAV OGG MP3 MP2 M4A M4B AAC WMA
+    static const QStringList& burnKinds();
+
+    // Sources known from the bus.
+    QVariantList playlists() const;
+    QVariantList mediaSets() const;
+    QVariantMap audioCD() const;
+    QStringList dropZone() const;
+    // The drop zone as a selection (what a convert right after a drop converts).
+    Selection dropZoneSelection() const;
+
+    // Gathering: {"selectedfiles", "destinationpaths", "tags" (only when not empty)}.
+    QVariantMap getSelectedFileNames(const Selection& selection, const std::atomic<bool>* cancel,
+                                     const std::function<void(const QString&)>& examining = {}) const;
+    static QVariantMap contentsOfPlaylist(const QString& playlistPath, const std::atomic<bool>* cancel);
+    static QVariantMap contentsOfPlaylistGroup(const QString& mediaSetPath, const std::atomic<bool>* cancel);
+
+    // Saving.
+    static QString startingFolderFor(const QString& formatKey);
+    static QString chooseFolderMessage(const QString& formatKey);
+    // The folder chooser ended; on confirmation the save starts on a worker thread.
+    void chooseSaveFolderDidEnd(bool confirmed, const QString& folder, const QString& formatKey,
+                                const Selection& selection);
+    // The body of the save thread (also run directly by the command line).
+    void HandleSaveThread(QVariantMap request, const Selection& selection);
+    void saveFiles(const QVariantMap& request);
+    static QString uniqueFilename(const QString& source, const QString& folder, const QString& type,
+                                  const QVariantMap& params);
+    void terminateSave();
+    // The cancel notification of a format's export job; "" when it has none.
+    static QString cancelNotificationFor(const QString& formatKey);
+    bool isCancelled() const { return cancel_; }
+    bool isSaving() const;
+    void waitForSaveThread();
+
+    // Where progress records go ({"operation", "status", "savefilename"}); the
+    // window hands them to its main thread. Called on the save thread.
+    void setProgressHandler(ProgressHandler handler);
+    // Told of each file handed to an export job, and of each that could not be.
+    void setDispatchHandler(std::function<void(const QString& source, const QString& destination)> handler);
+    void setFailureHandler(std::function<void(const QString& path, const QString& reason)> handler);
+    // Export requests run on worker threads under task slots when set (the default).
+    void setSaveInBackground(bool background) { background_ = background; }
+
+    // Burning and copying to a flash player.
+    void burnCDDispatcher(const QString& kindTitle, const Selection& selection);
+    static void burnCDSetFormat(const QString& kindTitle);
+    void burnAudioCD(const Selection& selection);
+    void burnAudioDVD(const Selection& selection);
+    void burnOpticalMedia(const Selection& selection);
+    void burnMP3OpticalMedia(const Selection& selection);
+    void copyToFlash(const Selection& selection);
+    void vlCopyToFlashV20Notification(const QVariantMap& request);
+    // Whether anything serves a request name yet (burners and the flash writer come later).
+    static bool isServed(const char* notificationName);
+
+signals:
+    void sourcesChanged();
+    void dropZoneFilled();
+    void progressSheetShown();
+    void progressSheetEnded(int returnCode);
+
+private:
+    void showProgress(const QVariantMap& progress) const;
+    QString savingType() const;
+    void startWorker(std::function<void()> body);
+
+    mutable std::mutex mutex_;
+    QVariantList playlists_;
+    QVariantList mediaSets_;
+    QVariantMap audioCD_;
+    QStringList dropZone_;
+    QString savingType_;
+
+    std::atomic<bool> cancel_{false};
+    std::atomic<bool> mp3Only_{false};
+    bool background_ = true;
+    ProgressHandler progressHandler_;
+    std::function<void(const QString&, const QString&)> dispatchHandler_;
+    std::function<void(const QString&, const QString&)> failureHandler_;
+    std::thread worker_;
+    std::atomic<bool> saving_{false};
+};
