@@ -140,11 +140,7 @@ const std::vector<std::unique_ptr<FileSystemItem>>* FileSystemItem::children()
         if (!isFolder()) {
             state_ = State::NotFolder;
         } else {
-            state_ = State::Read;
-            for (const Entry& entry : readEntries(fullPath())) {
-                children_.push_back(std::make_unique<FileSystemItem>(
-                    entry.name, this, entry.isFolder ? Kind::Folder : Kind::File));
-            }
+            adoptEntries(readEntries(fullPath()));
         }
     }
     return state_ == State::Read ? &children_ : nullptr;
@@ -201,6 +197,15 @@ int FileSystemItem::indexInParent() const
     const auto it = std::find_if(siblings.begin(), siblings.end(),
                                  [this](const auto& sibling) { return sibling.get() == this; });
     return it == siblings.end() ? -1 : int(it - siblings.begin());
+}
+
+void FileSystemItem::adoptEntries(const std::vector<Entry>& entries)
+{
+    children_.clear();
+    children_.reserve(entries.size());
+    for (const Entry& entry : entries)
+        children_.push_back(std::make_unique<FileSystemItem>(entry.name, this, entry.isFolder ? Kind::Folder : Kind::File));
+    state_ = State::Read;
 }
 
 std::unique_ptr<FileSystemItem> FileSystemItem::takeChild(int index)

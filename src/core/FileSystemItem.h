@@ -69,6 +69,8 @@ public:
 
     // Edits of an already read listing, for views that bring a folder up to
     // date in place instead of dropping every item under it.
+    // Takes a listing read beforehand as the children.
+    void adoptEntries(const std::vector<Entry>& entries);
     std::unique_ptr<FileSystemItem> takeChild(int index);
     void insertChild(int index, std::unique_ptr<FileSystemItem> child);
     // Marks the item as no folder (it was replaced by a file), dropping children.
