@@ -63,8 +63,10 @@ bool CompilationModel::containsNode(const TreeNode* node) const
     return node && node->isDescendantOfNode(root_.get());
 }
 
-void CompilationModel::insertNodes(SimpleTreeNode* parent, int row, const QList<TreeNode::Ptr>& nodes)
+void CompilationModel::insertNodes(SimpleTreeNode* parent, int row, const QList<TreeNode::Ptr>& list)
 {
+    // A copy: the list may be the children of the nodes' old parent.
+    const QList<TreeNode::Ptr> nodes = list;
     if (nodes.isEmpty())
         return;
     // Take the nodes out where they are first, each with its own signals.

@@ -14,15 +14,16 @@ namespace {
 const QString kRootItemKey = QStringLiteral("rootItem");
 
 std::mutex rootsMutex;
+// The shared roots and the stored paths they were made from.
 QList<FileSystemItem::Ptr>& sharedRoots()
 {
     static QList<FileSystemItem::Ptr> roots;
     return roots;
 }
-bool& sharedRootsBuilt()
+QStringList& sharedRootPaths()
 {
-    static bool built = false;
-    return built;
+    static QStringList paths;
+    return paths;
 }
 
 // The extension after the last dot, in lower case; a name that is nothing but
@@ -42,11 +43,6 @@ void editStoredRoots(Edit edit)
 {
     Defaults& defaults = Defaults::standard();
     FileSystemItem::rootPaths();  // a fresh installation starts from its two roots
-    {
-        std::lock_guard lock(rootsMutex);
-        sharedRoots().clear();
-        sharedRootsBuilt() = false;
-    }
     const QVariant stored = defaults.objectForKey(kRootItemKey);
     if (stored.typeId() != QMetaType::QVariantList)
         return;
@@ -82,11 +78,14 @@ QStringList FileSystemItem::rootPaths()
 
 QList<FileSystemItem::Ptr> FileSystemItem::rootItem()
 {
+    const QStringList paths = rootPaths();
     std::lock_guard lock(rootsMutex);
-    if (!sharedRootsBuilt()) {
-        for (const QString& path : rootPaths())
+    // Made again whenever the stored list changed (added or removed roots).
+    if (paths != sharedRootPaths()) {
+        sharedRoots().clear();
+        for (const QString& path : paths)
             sharedRoots().append(std::make_shared<FileSystemItem>(path, nullptr));
-        sharedRootsBuilt() = true;
+        sharedRootPaths() = paths;
     }
     return sharedRoots();
 }

@@ -26,14 +26,15 @@ public:
     FileSystemItem(const FileSystemItem&) = delete;
     FileSystemItem& operator=(const FileSystemItem&) = delete;
 
-    // The library roots, made from the defaults key "rootItem" on first use. A
-    // fresh installation gets "/" and the Music folder, written back at once.
+    // The library roots, made from the defaults key "rootItem" on first use and
+    // again after the stored list changed. A fresh installation gets "/" and the
+    // Music folder, written back at once.
     static QList<Ptr> rootItem();
     // The stored root paths with "~" expanded, in order (duplicates kept).
     static QStringList rootPaths();
-    // Append or remove (every equal entry) a root path in the defaults; the
-    // shared roots are rebuilt on next use. Nothing happens when the key holds
-    // no array.
+    // Append or remove (every equal entry) a root path in the defaults and
+    // synchronise them. Nothing happens when the key holds something other than
+    // an array.
     static void addToRootItem(const QString& path);
     static void removeFromRootItem(const QString& path);
 
