@@ -290,7 +290,7 @@ QByteArray id3infoOutput(const QString& path)
     QByteArray head = file.read(10);
     if (head.size() == 10 && head.startsWith("ID3")) {
         const quint32 size = syncsafe(head.constData() + 6);
-        head += file.read(qint64(size));
+        head += file.read(qMin<qint64>(size, file.size() - 10));
     }
     QByteArray tail;
     if (file.size() >= 128 && file.seek(file.size() - 128))
