@@ -41,8 +41,11 @@ void PlaylistFlashCopier::copyPlaylistDict(const QVariantMap& group, const QStri
         auto task = writer_->copyOneItemToFlash(source, appendingPathComponent(destination, relativePath));
         if (task) {
             {
+                // A cancel that came while the copy was starting must still end it.
                 std::lock_guard lock(taskMutex_);
                 runningTask_ = task;
+                if (cancelled_)
+                    task->terminate();
             }
             task->waitForExit();
             std::lock_guard lock(taskMutex_);

@@ -75,6 +75,6 @@ void HPlayListDataSource::vlDidHidePlaylistNotification(const QString& path)
 
 void HPlayListDataSource::store()
 {
-    Defaults::standard().setObject(kDefaultsKey, names_);
+    Defaults::standard().setObject(kDefaultsKey, QVariantList(names_.begin(), names_.end()));
     Defaults::standard().synchronize();
 }

@@ -139,7 +139,7 @@ void MediaDataSource::setIsOnSelectedMedia(const QString& playlistPath)
         playlists.removeAll(playlistPath);
     else
         playlists.append(playlistPath);
-    selectedDictionary_.insert(QStringLiteral("playlists"), playlists);
+    selectedDictionary_.insert(QStringLiteral("playlists"), QVariantList(playlists.begin(), playlists.end()));
     writeSelected();
 }
 
@@ -165,7 +165,7 @@ void MediaDataSource::fixupMedia(const QString& oldPath, const QString& newPath)
             playlists.removeAt(index);
         else
             playlists[index] = newPath;
-        set.insert(QStringLiteral("playlists"), playlists);
+        set.insert(QStringLiteral("playlists"), QVariantList(playlists.begin(), playlists.end()));
         PropertyList::write(setPath, set);
     }
     runSelectionHandling();
