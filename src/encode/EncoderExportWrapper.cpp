@@ -170,6 +170,14 @@ void EncoderExportWrapper::exportFile(const QVariantMap& request)
         wavRequest.insert(QStringLiteral("resamplerate"), request.value(QStringLiteral("resamplerate")));
     if (!cancelled_ && !QFileInfo::exists(wavPath))
         NotificationCenter::defaultCenter().post(VLWAVExportNotification, wavRequest);
+
+    // The clip is cut before the track's encoder may delete the WAV it is cut from.
+    const QVariantMap clipSettings = request.value(QStringLiteral("clipsettings")).toMap();
+    const bool wantClip = clipSettings.value(QStringLiteral("mRipClipStored")).toInt() == 1;
+    const QString clipWav = request.value(QStringLiteral("clpwavpath")).toString();
+    if (wantClip && !cancelled_ && QFileInfo::exists(wavPath))
+        NotificationCenter::defaultCenter().post(VLCLPWAVExportNotification, request);
+
     if (!cancelled_) {
         if (!QFileInfo::exists(wavPath)) {
             failure_.set(QStringLiteral("The source %1 could not be decoded to WAV.").arg(source));
@@ -181,16 +189,11 @@ void EncoderExportWrapper::exportFile(const QVariantMap& request)
         QFile::remove(wavPath);
     }
 
-    const QVariantMap clipSettings = request.value(QStringLiteral("clipsettings")).toMap();
-    if (clipSettings.value(QStringLiteral("mRipClipStored")).toInt() == 1) {
-        const QString clipWav = request.value(QStringLiteral("clpwavpath")).toString();
-        if (cancelled_) {
+    if (wantClip) {
+        if (!cancelled_ && QFileInfo::exists(clipWav))
+            makeFile({source, clipWav, clipFileName(request), clipParams, comments, background, true});
+        else
             QFile::remove(clipWav);
-        } else {
-            NotificationCenter::defaultCenter().post(VLCLPWAVExportNotification, request);
-            if (!cancelled_ && QFileInfo::exists(clipWav))
-                makeFile({source, clipWav, clipFileName(request), clipParams, comments, background, true});
-        }
         if (!background)
             QFile::remove(clipWav);
     }
