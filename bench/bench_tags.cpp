@@ -116,7 +116,7 @@ void BM_GetComments(benchmark::State& state)
     }
     state.SetItemsProcessed(state.iterations() * all.size());
 }
-BENCHMARK(BM_GetComments)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_GetComments)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 
 void BM_TagLibFileRef(benchmark::State& state)
 {
@@ -137,7 +137,7 @@ void BM_TagLibFileRef(benchmark::State& state)
     }
     state.SetItemsProcessed(state.iterations() * all.size());
 }
-BENCHMARK(BM_TagLibFileRef)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_TagLibFileRef)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 
 void BM_GetCommentsMp3Only(benchmark::State& state)
 {
@@ -148,7 +148,7 @@ void BM_GetCommentsMp3Only(benchmark::State& state)
     }
     state.SetItemsProcessed(state.iterations() * files.mp3s.size());
 }
-BENCHMARK(BM_GetCommentsMp3Only)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_GetCommentsMp3Only)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 
 void BM_GetCommentsOggOnly(benchmark::State& state)
 {
@@ -159,7 +159,7 @@ void BM_GetCommentsOggOnly(benchmark::State& state)
     }
     state.SetItemsProcessed(state.iterations() * files.oggs.size());
 }
-BENCHMARK(BM_GetCommentsOggOnly)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_GetCommentsOggOnly)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 
 void BM_FrameListerInProcess(benchmark::State& state)
 {
@@ -170,7 +170,7 @@ void BM_FrameListerInProcess(benchmark::State& state)
     }
     state.SetItemsProcessed(state.iterations() * files.mp3s.size());
 }
-BENCHMARK(BM_FrameListerInProcess)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_FrameListerInProcess)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 
 // id3info as a child process, on the first 200 files (a full pass takes minutes).
 void BM_Id3infoProcess(benchmark::State& state)
@@ -192,7 +192,7 @@ void BM_Id3infoProcess(benchmark::State& state)
     }
     state.SetItemsProcessed(state.iterations() * some.size());
 }
-BENCHMARK(BM_Id3infoProcess)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_Id3infoProcess)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
 } // namespace
 
 int main(int argc, char** argv)
