@@ -35,7 +35,9 @@ MP3DataSource::MP3DataSource(QObject* parent) : QObject(parent), selection_(&mod
     NotificationCenter::defaultCenter().addObserver(
         this, VLDidSelectPlaylistNotification, [this](const Notification& notification) {
             const QString path = notification.object.toString();
-            QMetaObject::invokeMethod(this, [this, path] { loadPlaylist(path); }, Qt::AutoConnection);
+            // Queued: other observers (the iTunes import) may first write the
+            // .cd3 file of the selected playlist.
+            QMetaObject::invokeMethod(this, [this, path] { loadPlaylist(path); }, Qt::QueuedConnection);
         });
 }
 
