@@ -126,6 +126,10 @@ void MP3DataSource::selectNodes(const QList<TreeNode::Ptr>& nodes)
 
 bool MP3DataSource::acceptDrop(const CompilationModel::Drop& drop, SimpleTreeNode* target, int childIndex)
 {
+    const QList<TreeNode::Ptr> cover = TreeNode::minimumNodeCoverFromNodesInArray(drop.nodes);
+    // Nodes never go into themselves or below themselves.
+    if ((target ? target : root())->isDescendantOfNodeInArray(cover))
+        return false;
     SimpleTreeNode* parent = root();
     int index = childIndex < 0 ? 0 : childIndex;
     if (target && target->data().isLeaf()) {
@@ -143,10 +147,7 @@ bool MP3DataSource::acceptDrop(const CompilationModel::Drop& drop, SimpleTreeNod
     index = std::clamp(index, 0, parent->numberOfChildren());
 
     QList<TreeNode::Ptr> added;
-    if (!drop.nodes.isEmpty()) {
-        const QList<TreeNode::Ptr> cover = TreeNode::minimumNodeCoverFromNodesInArray(drop.nodes);
-        if (parent->isDescendantOfNodeInArray(cover))
-            return false;
+    if (!cover.isEmpty()) {
         for (const TreeNode::Ptr& node : cover) {
             if (node->nodeParent() == parent && parent->indexOfChildIdenticalTo(node.get()) < index)
                 --index;

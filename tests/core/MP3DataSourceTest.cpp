@@ -189,6 +189,11 @@ TEST_F(MP3DataSourceTest, NodesMoveWithinTheTreeButNotIntoThemselves)
     EXPECT_EQ(names(*source.root()), (QStringList{"a", "b", "d", "G"}));
     EXPECT_EQ(names(*source.root()->child(3)), QStringList{"c"});
 
+    // Refused before anything changes: a leaf dropped into itself stays a leaf.
+    const TreeNode::Ptr leafA = source.root()->childAtIndex(0);
+    EXPECT_FALSE(source.acceptDrop({{leafA}, {}}, static_cast<SimpleTreeNode*>(leafA.get()), 0));
+    EXPECT_TRUE(static_cast<SimpleTreeNode&>(*leafA).data().isLeaf());
+
     // Old drag data no longer refers to anything.
     EXPECT_FALSE(model->canDropMimeData(drag.get(), Qt::MoveAction, 0, 0, {}));
 }
