@@ -103,9 +103,13 @@ void MP3DataSource::sortData()
 
 QList<TreeNode::Ptr> MP3DataSource::selectedNodes() const
 {
+    // By node, whether a view selects whole rows or single cells.
     QList<TreeNode::Ptr> nodes;
-    for (const QModelIndex& index : selection_.selectedRows(CompilationModel::NameColumn))
-        nodes.append(model_.nodeForIndex(index)->sharedNode());
+    for (const QModelIndex& index : selection_.selectedIndexes()) {
+        const TreeNode::Ptr node = model_.nodeForIndex(index)->sharedNode();
+        if (!nodes.contains(node))
+            nodes.append(node);
+    }
     return nodes;
 }
 

@@ -318,6 +318,9 @@ TEST_F(MP3DataSourceTest, ToolbarActionsEditAndSave)
     ASSERT_EQ(source.selectionModel()->selectedRows().size(), 1);
     EXPECT_EQ(source.selectionModel()->selectedRows().first().row(), 0);  // follows the node
 
+    // A view that selects single cells works alike.
+    source.selectionModel()->select(source.model()->index(0, CompilationModel::NameColumn),
+                                    QItemSelectionModel::ClearAndSelect);
     source.deleteSelections();
     EXPECT_EQ(names(*source.root()), QStringList{"Zed"});
     const auto saved = PropertyList::read(playlist);
