@@ -178,6 +178,15 @@ TEST(OggEnc, BitrateModeIsAnAverageWithoutLimitsAndTagsAreWritten)
     EXPECT_EQ(commentsOf(output), (QStringList{"title=Übermut", "artist=Ärzte", "album=Album", "tracknumber=7",
                                                "genre=Rock", "date=1999"}));
 
+    // Rate management is off, exactly as oggenc's "-b" sets it up: the nominal rate
+    // only picks the quality, so the streams come out the same size.
+    const QString noise = dir.filePath("noise.wav");
+    ASSERT_EQ(run("sox", {"-n", "-r", "44100", "-c", "2", "-b", "16", noise, "synth", "3", "pinknoise"}), 0);
+    const QString ours = dir.filePath("ours.ogg"), theirs = dir.filePath("theirs.ogg");
+    ASSERT_EQ(encode({"-Q", "-b", "160", "-o", ours, noise}), 0);
+    ASSERT_EQ(run("oggenc", {"-Q", "-b", "160", "-o", theirs, noise}), 0);
+    EXPECT_NEAR(double(QFileInfo(ours).size()), double(QFileInfo(theirs).size()), QFileInfo(theirs).size() * 0.01);
+
     // Without a bit rate the quality mode is used.
     const QString quality = dir.filePath("quality.ogg");
     ASSERT_EQ(encode({"-Q", "-o", quality, input}), 0);
@@ -236,6 +245,17 @@ TEST(OggEnc, CommandLineAndFileErrors)
     ASSERT_TRUE(testsupport::writeFile(text, "not a sound file at all"));
     EXPECT_NE(encode({"-Q", "-o", output, text}, &messages), 0);
     EXPECT_EQ(messages, "ERROR: Input file \"" + text.toStdString() + "\" is not a supported format\n");
+
+    // More channels than Vorbis can carry.
+    QByteArray wide("RIFF\0\0\0\0WAVEfmt \x10\0\0\0\x01\0\0\x01\x44\xac\0\0\0\0\0\0\0\x02\x10\0data\0\x08\0\0", 44);
+    wide += QByteArray(2048, '\0');
+    const QString wideWav = dir.filePath("wide.wav");
+    ASSERT_TRUE(testsupport::writeFile(wideWav, wide));
+    EXPECT_NE(encode({"-Q", "-o", output, wideWav}, &messages), 0);
+    EXPECT_NE(messages.find("255 channels should be enough for anyone. (Sorry, vorbis doesn't support more)\n"),
+              std::string::npos)
+        << messages;
+    EXPECT_FALSE(QFile::exists(output));
 
     // A folder of the output path is a file.
     const QString blocked = dir.filePath("file/out.ogg");
