@@ -101,7 +101,7 @@ int parseOptions(int argc, char** argv, EncoderOptions* options)
 {
     // getopt permutes the vector it is given: work on a copy of the caller's,
     // named like the program its messages come from.
-    static char programName[] = "oggenc";
+    char programName[] = "oggenc";
     std::vector<char*> arguments{programName};
     for (int i = 1; i < argc; ++i)
         arguments.push_back(argv[i]);

@@ -9,8 +9,8 @@ namespace {
 
 // Private state of an open WAV or AIFF reader.
 struct PcmReaderState {
-    short channels = 0;
-    short bitsPerSample = 0;
+    uint16_t channels = 0;
+    uint16_t bitsPerSample = 0;
     int sampleBytes = 0;             // bytes of one sample of one channel
     long long totalSamples = 0;      // per channel; 0 when unknown
     long long samplesRead = 0;
@@ -172,8 +172,8 @@ PcmReaderState* newState(FILE* in, int channels, int bits, int sampleBytes, long
 {
     auto* state = new PcmReaderState;
     state->in = in;
-    state->channels = static_cast<short>(channels);
-    state->bitsPerSample = static_cast<short>(bits);
+    state->channels = static_cast<uint16_t>(channels);
+    state->bitsPerSample = static_cast<uint16_t>(bits);
     state->sampleBytes = sampleBytes;
     state->totalSamples = total;
     state->bigEndian = bigEndian;

@@ -9,6 +9,8 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <random>
+#include <algorithm>
 #include <string>
 #include <thread>
 #include <vector>
@@ -464,6 +466,46 @@ TEST(PcmReaders, AiffHeadersThatAreRefused)
         EXPECT_EQ(o.messages, c.message) << c.name;
     }
     EXPECT_EQ(openAndRead("FORM\0\0\0\0AIFX").format, nullptr);
+}
+
+TEST(PcmReaders, DamagedHeadersNeverReadOutOfBounds)
+{
+    // Valid files of every kind, then bytes of their headers changed and their
+    // ends cut off; the sanitizers watch the parsing and the reading.
+    WavSpec floats;
+    floats.tag = 3;
+    floats.bits = 32;
+    WavSpec six;
+    six.tag = 0xfffe;
+    six.channels = 6;
+    six.fmtLength = 40;
+    AiffSpec aifc;
+    aifc.aifc = true;
+    aifc.frames = 10;
+    AiffSpec eight;
+    eight.bits = 8;
+    eight.frames = 20;
+    const Bytes payload(480, '\x5a');
+    const Bytes originals[] = {wav(WavSpec{}, payload), wav(floats, payload), wav(six, payload),
+                               aiff(aifc, payload), aiff(eight, payload)};
+    std::mt19937 random(20261121);
+    for (int round = 0; round < 1500; ++round) {
+        Bytes bytes = originals[size_t(round) % std::size(originals)];
+        const size_t headerEnd = std::min<size_t>(bytes.size(), 90);
+        const int changes = 1 + int(random() % 4);
+        for (int i = 0; i < changes; ++i)
+            bytes[random() % headerEnd] = char(random() % 4 == 0 ? 0xff : random());
+        if (random() % 3 == 0)
+            bytes.resize(random() % bytes.size());
+        const Opened o = openAndRead(bytes, false, 1 + int(random() % 700));
+        if (!o.format)
+            continue;
+        ASSERT_GE(o.input.channels, 1);
+        size_t delivered = 0;
+        for (const auto& channel : o.samples)
+            delivered += channel.size();
+        EXPECT_LE(delivered, bytes.size()) << "round " << round;
+    }
 }
 
 } // namespace
