@@ -1,3 +1,4 @@
+#include "core/AppControllers.h"
 #include "core/MyController.h"
 #include "platform/Desktop.h"
 #include "platform/SingleInstance.h"
@@ -43,9 +44,12 @@ int main(int argc, char** argv)
     Desktop::setBeepHandler([] { QApplication::beep(); });
     Desktop::setOpenUrlHandler([](const QString& url) { return QDesktopServices::openUrl(QUrl(url)); });
 
+    AppControllers controllers;
     MyController controller;
+    controllers.awakeFromNib();
     const int selectedTab = controller.awakeFromNib();
-    MainWindow window(controller);
+    MainWindow window(controller, controllers);
+
     window.tabs()->setCurrentIndex(qBound(0, selectedTab, window.tabs()->count() - 1));
     if (!files.isEmpty())
         controller.openFiles(files);

@@ -93,14 +93,14 @@ MusicSourcesWrapper::MusicSourcesWrapper(QObject* parent) : QObject(parent)
     center.addObserver(this, VLPlaylistInfoNotification, [this](const Notification& n) {
         {
             std::lock_guard lock(mutex_);
-            playlists_ = n.object.toList();
+            playlists_ = n.object.toMap().value("playlistarray").toList();
         }
         emit sourcesChanged();
     });
     center.addObserver(this, VLPlayListGroupInfoNotification, [this](const Notification& n) {
         {
             std::lock_guard lock(mutex_);
-            mediaSets_ = n.object.toList();
+            mediaSets_ = n.object.toMap().value("playlistgrouparray").toList();
         }
         emit sourcesChanged();
     });

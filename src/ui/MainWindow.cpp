@@ -2,6 +2,9 @@
 
 #include "core/LibraryModel.h"
 #include "core/MyController.h"
+#include "core/AppControllers.h"
+#include "ui/LamePreferencesPage.h"
+#include "ui/MusicTab.h"
 #include "ui/PreferencesDialog.h"
 #include "ui/StoresTab.h"
 
@@ -27,15 +30,18 @@ QStringList MainWindow::tabTitles()
     return {tr("Music"), tr("Play"), tr("Rip"), tr("Tag"), tr("Clip"), tr("Stores")};
 }
 
-MainWindow::MainWindow(MyController& controller, QWidget* parent)
-    : QMainWindow(parent), controller_(controller), tabs_(new QTabWidget)
+MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QWidget* parent)
+    : QMainWindow(parent),
+      controller_(controller),
+      controllers_(controllers),
+      tabs_(new QTabWidget), musicTab_(new MusicTab(controllers))
 {
     setWindowTitle(QStringLiteral("Velmora"));
     resize(1000, 680);
 
     const QStringList titles = tabTitles();
-    tabs_->addTab(makeSourcePane(tr("Converting, burning and copying to a flash player are not available yet.")),
-                  titles[MusicTab]);
+    outlines_ << musicTab_->libraryOutline();
+    tabs_->addTab(musicTab_, titles[MusicTabIndex]);
     tabs_->addTab(makeSourcePane(tr("Playing is not available yet.")), titles[PlayTab]);
     tabs_->addTab(makeSourcePane(tr("Ripping audio CDs is not available yet.")), titles[RipTab]);
     tabs_->addTab(makeSourcePane(tr("Editing tags is not available yet.")), titles[TagTab]);
@@ -81,7 +87,10 @@ MainWindow::MainWindow(MyController& controller, QWidget* parent)
 QTreeView* MainWindow::makeLibraryOutline()
 {
     auto* outline = new QTreeView;
-    outline->setModel(new LibraryModel(outline));
+    auto* model = new LibraryModel(outline);
+    outline->setModel(model);
+    // An opened folder shows what is on disk now.
+    connect(outline, &QTreeView::expanded, model, &LibraryModel::refresh);
     outline->setHeaderHidden(true);
     outline->setSelectionMode(QAbstractItemView::ExtendedSelection);
     outline->setDragEnabled(true);
@@ -146,8 +155,10 @@ void MainWindow::removeFromLibrary()
 void MainWindow::showPreferences()
 {
     auto* dialog = findChild<PreferencesDialog*>();
-    if (!dialog)
+    if (!dialog) {
         dialog = new PreferencesDialog(this);
+        dialog->addPage(new LamePreferencesPage(&controllers_.lame()), tr("LAME"));
+    }
     dialog->show();
     dialog->raise();
 }

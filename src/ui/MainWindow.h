@@ -1,6 +1,8 @@
 #pragma once
 #include <QMainWindow>
 
+class AppControllers;
+class MusicTab;
 class MyController;
 class QLabel;
 class QMessageBox;
@@ -12,11 +14,13 @@ class QTreeView;
 class MainWindow : public QMainWindow {
     Q_OBJECT
 public:
-    explicit MainWindow(MyController& controller, QWidget* parent = nullptr);
+    MainWindow(MyController& controller, AppControllers& controllers, QWidget* parent = nullptr);
+
+    MusicTab* musicTab() const { return musicTab_; }
 
     QTabWidget* tabs() const { return tabs_; }
     static QStringList tabTitles();
-    enum Tab { MusicTab, PlayTab, RipTab, TagTab, ClipTab, StoresTabIndex };
+    enum Tab { MusicTabIndex, PlayTab, RipTab, TagTab, ClipTab, StoresTabIndex };
 
     void addToLibrary();
     void removeFromLibrary();
@@ -31,7 +35,9 @@ private:
     void showTasksRunningSheet(int count);
 
     MyController& controller_;
+    AppControllers& controllers_;
     QTabWidget* tabs_;
+    MusicTab* musicTab_;
     QList<QTreeView*> outlines_;
     QMessageBox* tasksSheet_ = nullptr;
     bool quitting_ = false;

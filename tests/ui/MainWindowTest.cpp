@@ -1,3 +1,4 @@
+#include "core/AppControllers.h"
 #include "core/Defaults.h"
 #include "core/MyController.h"
 #include "core/Preferences.h"
@@ -15,9 +16,11 @@
 
 TEST(MainWindow, ShowsSixTabsInOrderWithHonestNotices)
 {
+    AppControllers controllers;
     MyController controller;
+    controllers.awakeFromNib();
     controller.awakeFromNib();
-    MainWindow window(controller);
+    MainWindow window(controller, controllers);
     window.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
     QTabWidget* tabs = window.tabs();
@@ -25,6 +28,7 @@ TEST(MainWindow, ShowsSixTabsInOrderWithHonestNotices)
     const QStringList expected = {"Music", "Play", "Rip", "Tag", "Clip", "Stores"};
     for (int i = 0; i < 6; ++i)
         EXPECT_EQ(tabs->tabText(i), expected[i]);
+    EXPECT_EQ(tabs->widget(0), window.musicTab());
     // Tabs still to come say so instead of pretending.
     for (int i : {1, 2, 3, 4}) {
         auto* notice = tabs->widget(i)->findChild<QLabel*>("notYetAvailable");
@@ -35,9 +39,11 @@ TEST(MainWindow, ShowsSixTabsInOrderWithHonestNotices)
 
 TEST(MainWindow, QuitRemembersTheSelectedTab)
 {
+    AppControllers controllers;
     MyController controller;
+    controllers.awakeFromNib();
     controller.awakeFromNib();
-    MainWindow window(controller);
+    MainWindow window(controller, controllers);
     window.tabs()->setCurrentIndex(MainWindow::StoresTabIndex);
     window.close();  // no task runs: quits at once and stores the tab
     Defaults::standard().reload();

@@ -1,0 +1,33 @@
+#include "core/AppControllers.h"
+
+#include "encode/ExportJobs.h"
+#include "encode/LameWrapper.h"
+#include "playlists/HPlayListDataSource.h"
+#include "playlists/ITunesManager.h"
+#include "playlists/M3uManager.h"
+#include "playlists/MediaDataSource.h"
+#include "playlists/PlayListDataSource.h"
+
+AppControllers::AppControllers()
+    : exportJobs_(std::make_unique<ExportJobs>()),
+      lame_(std::make_unique<LameWrapper>()),
+      hidden_(std::make_unique<HPlayListDataSource>()),
+      media_(std::make_unique<MediaDataSource>()),
+      playlists_(std::make_unique<PlayListDataSource>()),
+      itunes_(std::make_unique<iTunesManager>()),
+      m3u_(std::make_unique<m3uManager>())
+{
+    playlists_->setMediaSource(media_.get());
+    playlists_->setHiddenSource(hidden_.get());
+}
+
+AppControllers::~AppControllers() = default;
+
+void AppControllers::awakeFromNib()
+{
+    hidden_->awakeFromNib();
+    media_->awakeFromNib();
+    playlists_->awakeFromNib();
+    itunes_->awakeFromNib();
+    m3u_->awakeFromNib();
+}

@@ -1,0 +1,38 @@
+#pragma once
+#include <memory>
+
+class ExportJobs;
+class HPlayListDataSource;
+class LameWrapper;
+class MediaDataSource;
+class MyController;
+class PlayListDataSource;
+class iTunesManager;
+class m3uManager;
+
+// The long-lived controllers of the application, made together with the main
+// window. Each registers on the notification bus when it wakes; the shell's
+// launch notice then starts their own start-up work.
+class AppControllers {
+public:
+    AppControllers();
+    ~AppControllers();
+
+    // Wakes every controller (before the shell posts its launch notice).
+    void awakeFromNib();
+
+    ExportJobs& exportJobs() { return *exportJobs_; }
+    LameWrapper& lame() { return *lame_; }
+    PlayListDataSource& playlists() { return *playlists_; }
+    MediaDataSource& media() { return *media_; }
+    HPlayListDataSource& hiddenPlaylists() { return *hidden_; }
+
+private:
+    std::unique_ptr<ExportJobs> exportJobs_;
+    std::unique_ptr<LameWrapper> lame_;
+    std::unique_ptr<HPlayListDataSource> hidden_;
+    std::unique_ptr<MediaDataSource> media_;
+    std::unique_ptr<PlayListDataSource> playlists_;
+    std::unique_ptr<iTunesManager> itunes_;
+    std::unique_ptr<m3uManager> m3u_;
+};

@@ -1,0 +1,64 @@
+#pragma once
+#include "core/MusicSourcesWrapper.h"
+
+#include <QWidget>
+
+class AppControllers;
+class MP3DataSource;
+class QComboBox;
+class QLabel;
+class QListWidget;
+class QProgressDialog;
+class QPushButton;
+class QTimer;
+class QTreeView;
+
+// The Music tab: the sources outline (library folders, the drop zone and a
+// mounted audio CD), the playlist and media-set tables, the compilation tree,
+// and the convert, burn and copy-to-flash actions. It shows state and forwards
+// the user's actions to MusicSourcesWrapper and MP3DataSource.
+class MusicTab : public QWidget {
+    Q_OBJECT
+public:
+    explicit MusicTab(AppControllers& controllers, QWidget* parent = nullptr);
+    ~MusicTab() override;
+
+    MusicSourcesWrapper& music() { return music_; }
+    QTreeView* libraryOutline() const { return outline_; }
+    // What the convert, burn and copy actions work on: the last thing selected.
+    MusicSourcesWrapper::Selection currentSelection() const;
+    // Starts a conversion into a folder already chosen (the folder sheet's end).
+    void convertInto(const QString& formatKey, const QString& folder);
+
+private:
+    void chooseSaveFolder(const QString& formatKey);
+    void burn();
+    void copyToFlash();
+    void showProgressSheet();
+    void showProgress(const QVariantMap& progress);
+    void endProgressSheet();
+    void refreshOtherSources();
+    void updateCompilationFigures();
+    void updateWorkInFlight();
+    void showSearchSheet(bool shown);
+
+    enum class Focus { Library, DropZone, AudioCD, Playlist, MediaSet };
+
+    MusicSourcesWrapper music_;
+    MP3DataSource* compilation_;
+    QTreeView* outline_;
+    QListWidget* otherSources_;
+    QTreeView* compilationView_;
+    QLabel* sizeLabel_;
+    QLabel* missingLabel_;
+    QLabel* inFlightLabel_;
+    QComboBox* formatCombo_;
+    QComboBox* burnCombo_;
+    QProgressDialog* progressSheet_ = nullptr;
+    QProgressDialog* searchSheet_ = nullptr;
+    QTimer* inFlightTimer_;
+    QString operation_, status_, saveFileName_;
+    Focus focus_ = Focus::Library;
+    QString selectedPlaylist_;
+    QString selectedMediaSet_;
+};
