@@ -99,7 +99,9 @@ QList<QByteArray> coverPayloads(const AtomTree& tree)
 
 QStringList atomicParsleyArguments(const QString& path, const QVariantMap& tags, const QStringList* pictureFiles)
 {
-    QStringList arguments{path, QStringLiteral("--overWrite")};
+    // AtomicParsley takes no "--": a name that begins with a hyphen must not read as an option.
+    QStringList arguments{path.startsWith(QLatin1Char('-')) ? QStringLiteral("./") + path : path,
+                          QStringLiteral("--overWrite")};
     for (const char* key : {"album", "artist", "title", "genre", "year", "track"}) {
         const QString name = QLatin1String(key);
         if (tags.contains(name))

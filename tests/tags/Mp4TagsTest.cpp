@@ -134,6 +134,7 @@ TEST(Mp4Tags, WriterArguments)
     const QStringList none;
     EXPECT_EQ(mp4::atomicParsleyArguments("/m/x.m4a", {{"title", "T"}}, &none),
               (QStringList{"/m/x.m4a", "--overWrite", "--title", "T", "--freefree", "--artwork", "REMOVE_ALL"}));
+    EXPECT_EQ(mp4::atomicParsleyArguments("-x.m4a", {}, nullptr), (QStringList{"./-x.m4a", "--overWrite"}));
     const QStringList two{"/c/1.png", "/c/2.jpg"};
     EXPECT_EQ(mp4::atomicParsleyArguments("/m/x.m4a", {}, &two),
               (QStringList{"/m/x.m4a", "--overWrite", "--freefree", "--artwork", "REMOVE_ALL", "--artwork", "/c/1.png",
