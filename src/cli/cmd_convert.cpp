@@ -4,6 +4,7 @@
 #include "core/MusicSourcesWrapper.h"
 #include "core/StringUtils.h"
 #include "encode/ExportJobs.h"
+#include "encode/LameWrapper.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -64,6 +65,15 @@ int runConvert(const QStringList& arguments)
     }
 
     ExportJobs jobs;
+    LameWrapper lame;
+    if (type == QLatin1String("MP3")) {
+        lame.lookForLame();
+        if (!lame.lameFound()) {
+            std::fprintf(stderr, "velmora-cli convert: MP3 export is disabled: %s (%s)\n",
+                         qPrintable(lame.versionText()), qPrintable(lame.pathText()));
+            return 1;
+        }
+    }
     MusicSourcesWrapper music;
     music.setSaveInBackground(true);
 

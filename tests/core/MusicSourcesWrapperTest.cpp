@@ -3,6 +3,7 @@
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "encode/ExportJobs.h"
+#include "encode/LameWrapper.h"
 #include "playlists/PlaylistFiles.h"
 
 #include "common/TestSupport.h"
@@ -237,6 +238,9 @@ TEST(MusicSave, RealEncodersConvertIntoUniqueNames)
     testsupport::writeFile(out + "/a.MP3", "an older file");
 
     ExportJobs jobs;
+    LameWrapper lame;
+    lame.lookForLame();
+    ASSERT_TRUE(lame.lameFound());
     MusicSourcesWrapper music;
     auto convert = [&](const QVariantMap& flash) {
         QVariantMap request{{"type", "MP3"}, {"destinationfolder", out}, {"selectedfiles", QStringList{mp3}}};
