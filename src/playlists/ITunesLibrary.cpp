@@ -17,9 +17,9 @@ bool readTracks(XmlPlist::Cursor& cursor, ITunesLibrary& library)
                 return false;
             continue;
         }
-        QString key;
-        while (cursor.nextKey(&key)) {
-            if (key == QLatin1String("Location") && cursor.elementName() == QLatin1String("string")) {
+        bool isLocation = false;
+        while (cursor.nextKeyMatches(QLatin1StringView("Location"), &isLocation)) {
+            if (isLocation && cursor.elementName() == QLatin1String("string")) {
                 library.locations.insert(trackId, cursor.readText());
             } else if (!cursor.skipValue()) {
                 return false;

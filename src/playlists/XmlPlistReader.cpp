@@ -109,6 +109,38 @@ bool Cursor::nextKey(QString* key)
     return true;
 }
 
+bool Cursor::nextKeyMatches(QLatin1StringView wanted, bool* matches)
+{
+    if (failed() || !nextStart())
+        return false;
+    if (reader_.name() != QLatin1String("key")) {
+        fail(QStringLiteral("a dictionary holds <%1> where a <key> belongs").arg(reader_.name()));
+        return false;
+    }
+    // Compare the key's text in place, piece by piece if the reader splits it:
+    // this is the hot loop of a large library.
+    qsizetype matched = 0;
+    bool same = true;
+    QXmlStreamReader::TokenType token;
+    while ((token = reader_.readNext()) == QXmlStreamReader::Characters || token == QXmlStreamReader::Comment) {
+        if (token == QXmlStreamReader::Comment)
+            continue;
+        const QStringView piece = reader_.text();
+        same = same && matched + piece.size() <= wanted.size() && wanted.sliced(matched, piece.size()) == piece;
+        matched += piece.size();
+    }
+    *matches = same && matched == wanted.size();
+    if (token != QXmlStreamReader::EndElement) {
+        fail(QStringLiteral("a <key> holds more than text"));
+        return false;
+    }
+    if (!nextStart()) {
+        fail(QStringLiteral("a key has no value"));
+        return false;
+    }
+    return true;
+}
+
 bool Cursor::nextElement()
 {
     return !failed() && nextStart();

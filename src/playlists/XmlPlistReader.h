@@ -34,6 +34,8 @@ public:
     // Inside a <dict> at the current depth: reads the next key and leaves the
     // reader on the start of its value. False at the end of the dictionary.
     bool nextKey(QString* key);
+    // Like nextKey, without keeping the key: tells whether it equals wanted.
+    bool nextKeyMatches(QLatin1StringView wanted, bool* matches);
     // Inside an <array>: moves to the start of the next element; false at its end.
     bool nextElement();
     // The value at the current start element, converted in full.

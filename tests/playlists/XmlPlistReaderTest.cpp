@@ -1,0 +1,67 @@
+#include "core/PropertyList.h"
+#include "playlists/XmlPlistReader.h"
+
+#include <QDateTime>
+#include <QTimeZone>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(XmlPlistReader, ReadsBackEveryTypeTheWriterWrites)
+{
+    const QVariantMap value{
+        {"string", QString::fromUtf8("Grüße & <tags> \"quoted\"")},
+        {"empty string", QString()},
+        {"integer", qint64(-42)},
+        {"large", qint64(1) << 40},
+        {"real", 2.5},
+        {"yes", true},
+        {"no", false},
+        {"data", QByteArray("\x00\x01\xfe binary", 10)},
+        {"date", QDateTime(QDate(2007, 3, 1), QTime(10, 0, 5), QTimeZone::utc())},
+        {"empty array", QVariantList()},
+        {"empty dict", QVariantMap()},
+        {"nested", QVariantList{QVariantMap{{"a", QVariantList{"x", qint64(1)}}}, "y"}},
+    };
+    const QByteArray xml = PropertyList::toXml(value);
+    QString error;
+    const auto read = XmlPlist::parse(xml, &error);
+    ASSERT_TRUE(read.has_value()) << qPrintable(error);
+    const QVariantMap map = read->toMap();
+    ASSERT_EQ(map.keys(), value.keys());
+    for (auto it = value.begin(); it != value.end(); ++it)
+        EXPECT_EQ(map.value(it.key()), it.value()) << qPrintable(it.key());
+    // A scalar root is a property list too.
+    EXPECT_EQ(XmlPlist::parse("<plist version=\"1.0\"><string>only</string></plist>"), QVariant("only"));
+}
+
+TEST(XmlPlistReader, RefusesWhatIsNotAPlainPropertyList)
+{
+    const char* bad[] = {
+        "",
+        "<plist>",
+        "<html><body/></html>",
+        "<plist><dict><string>no key</string></dict></plist>",
+        "<plist><dict><key>dangling</key></dict></plist>",
+        "<plist><integer>twelve</integer></plist>",
+        "<plist><array><unknown/></array></plist>",
+        "<plist><string>a<b/>c</string></plist>",
+        "<!DOCTYPE plist [<!ENTITY e \"x\">]><plist><string>&e;</string></plist>",
+        "<plist><string>&undeclared;</string></plist>",
+    };
+    for (const char* text : bad) {
+        QString error;
+        EXPECT_FALSE(XmlPlist::parse(text, &error).has_value()) << text;
+        EXPECT_FALSE(error.isEmpty()) << text;
+    }
+    QByteArray deep = "<plist>";
+    for (int i = 0; i < XmlPlist::kMaxPlistDepth + 1; ++i)
+        deep += "<array>";
+    for (int i = 0; i < XmlPlist::kMaxPlistDepth + 1; ++i)
+        deep += "</array>";
+    deep += "</plist>";
+    EXPECT_FALSE(XmlPlist::parse(deep).has_value());
+}
+
+} // namespace
