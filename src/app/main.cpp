@@ -1,8 +1,58 @@
+#include "core/MyController.h"
+#include "platform/Desktop.h"
+#include "platform/SingleInstance.h"
+#include "ui/MainWindow.h"
+
 #include <QApplication>
+#include <QDesktopServices>
+#include <QFileInfo>
+#include <QUrl>
+
 #include <cstdio>
+#include <cstring>
+
 int main(int argc, char** argv)
 {
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--version") == 0) {
+            std::printf("Velmora %s\n", VELMORA_VERSION);
+            return 0;
+        }
+        if (std::strcmp(argv[i], "--help") == 0) {
+            std::printf("Usage: velmora [FILE...]\n\nVelmora keeps, plays, tags, converts, rips and burns your music.\n"
+                        "Files given here are handed to the running Velmora (played at once when\n"
+                        "\"Play files opened from the desktop at once\" is set in the Preferences).\n");
+            return 0;
+        }
+    }
+
     QApplication app(argc, argv);
-    std::printf("Velmora %s\n", VELMORA_VERSION);
-    return 0;
+    QApplication::setApplicationName(QStringLiteral("Velmora"));
+    QApplication::setApplicationVersion(QStringLiteral(VELMORA_VERSION));
+    QApplication::setDesktopFileName(QStringLiteral("velmora"));
+
+    QStringList files;
+    for (const QString& argument : app.arguments().mid(1))
+        files << QFileInfo(argument).absoluteFilePath();
+
+    SingleInstance instance(SingleInstance::defaultName());
+    if (instance.sendToRunningInstance(files))
+        return 0;
+    instance.listen();
+
+    Desktop::setBeepHandler([] { QApplication::beep(); });
+    Desktop::setOpenUrlHandler([](const QString& url) { return QDesktopServices::openUrl(QUrl(url)); });
+
+    MyController controller;
+    const int selectedTab = controller.awakeFromNib();
+    MainWindow window(controller);
+    window.tabs()->setCurrentIndex(qBound(0, selectedTab, window.tabs()->count() - 1));
+    if (!files.isEmpty())
+        controller.openFiles(files);
+    QObject::connect(&instance, &SingleInstance::filesReceived, &controller, &MyController::openFiles);
+    QObject::connect(&app, &QApplication::aboutToQuit, &controller, &MyController::applicationWillTerminate);
+
+    window.show();
+    controller.applicationDidFinishLaunching();
+    return app.exec();
 }

@@ -74,7 +74,8 @@ QString Defaults::stringForKey(const QString& key) const
 QVariantList Defaults::arrayForKey(const QString& key) const
 {
     const QVariant value = objectForKey(key);
-    return value.typeId() == QMetaType::QVariantList ? value.toList() : QVariantList();
+    const bool isArray = value.typeId() == QMetaType::QVariantList || value.typeId() == QMetaType::QStringList;
+    return isArray ? value.toList() : QVariantList();
 }
 
 QVariantMap Defaults::dictionaryForKey(const QString& key) const

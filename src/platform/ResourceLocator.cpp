@@ -31,7 +31,7 @@ QString programNameForResource(const QString& name)
     return name;
 }
 
-QString pathForTool(const QString& name)
+QString ownToolPath(const QString& name)
 {
     const QString program = programNameForResource(name);
     for (const QString& folder :
@@ -40,7 +40,13 @@ QString pathForTool(const QString& name)
         if (candidate.isFile() && candidate.isExecutable())
             return candidate.canonicalFilePath();
     }
-    return QStandardPaths::findExecutable(program);
+    return {};
+}
+
+QString pathForTool(const QString& name)
+{
+    const QString own = ownToolPath(name);
+    return own.isEmpty() ? QStandardPaths::findExecutable(programNameForResource(name)) : own;
 }
 
 QString pathForResource(const QString& relativePath)

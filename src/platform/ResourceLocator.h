@@ -9,6 +9,8 @@ namespace ResourceLocator {
 
 // A program by resource name; "" when it is nowhere to be found.
 QString pathForTool(const QString& name);
+// A program of the system's own (libexec/velmora), never one found on PATH; "" when none.
+QString ownToolPath(const QString& name);
 // A data resource (settings files, "InitInfo", icons) by relative path; "" when missing.
 QString pathForResource(const QString& relativePath);
 // The Debian program that stands in for a resource name.

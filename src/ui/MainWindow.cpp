@@ -1,3 +1,173 @@
 #include "ui/MainWindow.h"
 
-MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {}
+#include "core/MyController.h"
+#include "ui/PreferencesDialog.h"
+#include "ui/StoresTab.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QFileDialog>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSplitter>
+#include <QStatusBar>
+#include <QTabWidget>
+#include <QTreeView>
+#include <QVBoxLayout>
+#include <QDesktopServices>
+#include <QUrl>
+
+QStringList MainWindow::tabTitles()
+{
+    return {tr("Music"), tr("Play"), tr("Rip"), tr("Tag"), tr("Clip"), tr("Stores")};
+}
+
+MainWindow::MainWindow(MyController& controller, QWidget* parent)
+    : QMainWindow(parent), controller_(controller), tabs_(new QTabWidget)
+{
+    setWindowTitle(QStringLiteral("Velmora"));
+    resize(1000, 680);
+
+    const QStringList titles = tabTitles();
+    tabs_->addTab(makeSourcePane(tr("Converting, burning and copying to a flash player are not available yet.")),
+                  titles[MusicTab]);
+    tabs_->addTab(makeSourcePane(tr("Playing is not available yet.")), titles[PlayTab]);
+    tabs_->addTab(makeSourcePane(tr("Ripping audio CDs is not available yet.")), titles[RipTab]);
+    tabs_->addTab(makeSourcePane(tr("Editing tags is not available yet.")), titles[TagTab]);
+    tabs_->addTab(makeSourcePane(tr("Making clips and ringtones is not available yet.")), titles[ClipTab]);
+    tabs_->addTab(new StoresTab, titles[StoresTabIndex]);
+    setCentralWidget(tabs_);
+
+    QMenu* app = menuBar()->addMenu(tr("&Velmora"));
+    app->addAction(tr("&Preferences…"), this, &MainWindow::showPreferences, QKeySequence::Preferences);
+    app->addSeparator();
+    app->addAction(tr("&Quit"), this, [this] { controller_.reallyQuit(tabs_->currentIndex()); },
+                   QKeySequence::Quit);
+    QMenu* library = menuBar()->addMenu(tr("&Library"));
+    library->addAction(tr("&Add Folder to Library…"), this, &MainWindow::addToLibrary);
+    library->addAction(tr("&Remove Folder from Library"), this, &MainWindow::removeFromLibrary);
+    QMenu* help = menuBar()->addMenu(tr("&Help"));
+    auto open = [](const char* url) { return [url] { QDesktopServices::openUrl(QUrl(QString::fromUtf8(url))); }; };
+    help->addAction(tr("Send Feedback…"), this, open("mailto:feedback@velmora.example?subject=Velmora%20Feedback"));
+    help->addAction(tr("Email Support…"), this, open("mailto:support@velmora.example?subject=Velmora"));
+    help->addAction(tr("Frequently Asked Questions"), this, open("https://velmora.example/faq"));
+    help->addAction(tr("Downloads"), this, open("https://velmora.example/downloads"));
+
+    statusBar()->addPermanentWidget(new QLabel(QStringLiteral("Quicktime %1").arg(controller_.quickTimeMajor())));
+
+    connect(&controller_, &MyController::tasksRunningSheetShown, this, &MainWindow::showTasksRunningSheet);
+    connect(&controller_, &MyController::tasksRemainingChanged, this, [this](int count) {
+        if (tasksSheet_)
+            tasksSheet_->setInformativeText(tr("Tasks still running: %1").arg(count));
+    });
+    connect(&controller_, &MyController::tasksRunningSheetEnded, this, [this] {
+        if (tasksSheet_)
+            tasksSheet_->close();
+        tasksSheet_ = nullptr;
+    });
+    connect(&controller_, &MyController::terminateRequested, this, [this] {
+        quitting_ = true;
+        QApplication::quit();
+    });
+    connect(&controller_, &MyController::playPlaylistRequested, this,
+            [this] { tabs_->setCurrentIndex(PlayTab); });
+}
+
+QTreeView* MainWindow::makeLibraryOutline()
+{
+    auto* outline = new QTreeView;
+    outline->setHeaderHidden(true);
+    outline->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    outline->setDragEnabled(true);
+    outlines_ << outline;
+    return outline;
+}
+
+QWidget* MainWindow::makeSourcePane(const QString& notYetAvailable)
+{
+    auto* splitter = new QSplitter;
+    auto* left = new QWidget;
+    auto* leftLayout = new QVBoxLayout(left);
+    leftLayout->setContentsMargins(0, 0, 0, 0);
+    leftLayout->addWidget(makeLibraryOutline());
+    auto* buttons = new QHBoxLayout;
+    auto* add = new QPushButton(tr("Add Folder…"));
+    auto* remove = new QPushButton(tr("Remove"));
+    connect(add, &QPushButton::clicked, this, &MainWindow::addToLibrary);
+    connect(remove, &QPushButton::clicked, this, &MainWindow::removeFromLibrary);
+    buttons->addWidget(add);
+    buttons->addWidget(remove);
+    buttons->addStretch();
+    leftLayout->addLayout(buttons);
+    splitter->addWidget(left);
+
+    auto* notice = new QLabel(notYetAvailable);
+    notice->setAlignment(Qt::AlignCenter);
+    notice->setWordWrap(true);
+    notice->setObjectName(QStringLiteral("notYetAvailable"));
+    splitter->addWidget(notice);
+    splitter->setStretchFactor(1, 1);
+    return splitter;
+}
+
+void MainWindow::addToLibrary()
+{
+    auto* chooser = new QFileDialog(this, tr("Add Folder to Library"));
+    chooser->setFileMode(QFileDialog::Directory);
+    chooser->setOption(QFileDialog::ShowDirsOnly);
+    chooser->setLabelText(QFileDialog::LookIn, MyController::addToLibraryMessage());
+    chooser->setWindowModality(Qt::WindowModal);
+    chooser->setAttribute(Qt::WA_DeleteOnClose);
+    connect(chooser, &QFileDialog::finished, this, [this, chooser](int result) {
+        const QStringList chosen = chooser->selectedFiles();
+        controller_.addToLibraryDidEnd(result == QDialog::Accepted && !chosen.isEmpty(), chosen.value(0));
+    });
+    chooser->open();
+}
+
+void MainWindow::removeFromLibrary()
+{
+    QTreeView* outline = outlines_.value(tabs_->currentIndex());
+    const QModelIndex current = outline ? outline->currentIndex() : QModelIndex();
+    int level = 0;
+    for (QModelIndex up = current.parent(); up.isValid(); up = up.parent())
+        ++level;
+    controller_.removeFromLibrary(current.isValid() ? current.data(Qt::UserRole).toString() : QString(),
+                                  current.isValid() ? level : -1);
+}
+
+void MainWindow::showPreferences()
+{
+    auto* dialog = findChild<PreferencesDialog*>();
+    if (!dialog)
+        dialog = new PreferencesDialog(this);
+    dialog->show();
+    dialog->raise();
+}
+
+void MainWindow::showTasksRunningSheet(int count)
+{
+    tasksSheet_ = new QMessageBox(QMessageBox::Information, tr("Tasks Running"),
+                                  tr("Velmora will quit when the running tasks have finished."),
+                                  QMessageBox::NoButton, this);
+    tasksSheet_->setInformativeText(tr("Tasks still running: %1").arg(count));
+    auto* quitNow = tasksSheet_->addButton(tr("Quit Now"), QMessageBox::DestructiveRole);
+    connect(quitNow, &QPushButton::clicked, &controller_, &MyController::tasksrunningQuit);
+    tasksSheet_->setWindowModality(Qt::WindowModal);
+    tasksSheet_->setAttribute(Qt::WA_DeleteOnClose);
+    tasksSheet_->open();
+}
+
+void MainWindow::closeEvent(QCloseEvent* event)
+{
+    if (quitting_) {
+        event->accept();
+        return;
+    }
+    event->ignore();
+    controller_.reallyQuit(tabs_->currentIndex());
+}

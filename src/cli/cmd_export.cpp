@@ -1,0 +1,128 @@
+// velmora-cli export: one export request, posted exactly as a tab posts it.
+#include "cli/CliCommand.h"
+
+#include "core/Defaults.h"
+#include "core/NotificationCenter.h"
+#include "core/Notifications.h"
+#include "encode/ExportJobs.h"
+#include "encode/LameWrapper.h"
+#include "platform/AppPaths.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <cstdio>
+
+namespace {
+
+const QStringList kTypes {"MP3", "MP2", "AAC", "M4A", "M4B", "M4R", "OGG", "WMA", "WAV", "AIFF", "COPY"};
+
+int usageError(const QString& message)
+{
+    std::fprintf(stderr, "velmora-cli export: %s\n", qPrintable(message));
+    return 2;
+}
+
+int runExport(const QStringList& arguments)
+{
+    QString type;
+    QStringList paths;
+    std::optional<int> bitrateIndex;
+    std::optional<QString> resample;
+    bool vbr = false;
+    bool mono = false;
+    for (int i = 0; i < arguments.size(); ++i) {
+        const QString& argument = arguments.at(i);
+        auto value = [&]() -> std::optional<QString> {
+            if (i + 1 >= arguments.size())
+                return std::nullopt;
+            return arguments.at(++i);
+        };
+        if (argument == QLatin1String("--to")) {
+            const auto given = value();
+            if (!given)
+                return usageError(QStringLiteral("--to needs a type"));
+            type = given->toUpper();
+        } else if (argument == QLatin1String("--bitrate-index")) {
+            const auto given = value();
+            bool ok = false;
+            const int index = given ? given->toInt(&ok) : 0;
+            if (!ok)
+                return usageError(QStringLiteral("--bitrate-index needs a number"));
+            bitrateIndex = index;
+        } else if (argument == QLatin1String("--resample")) {
+            const auto given = value();
+            if (!given || (*given != QLatin1String("44100") && *given != QLatin1String("48000")))
+                return usageError(QStringLiteral("--resample takes 44100 or 48000"));
+            resample = *given;
+        } else if (argument == QLatin1String("--vbr")) {
+            vbr = true;
+        } else if (argument == QLatin1String("--mono")) {
+            mono = true;
+        } else if (argument.startsWith(QLatin1String("--"))) {
+            return usageError(QStringLiteral("unknown option %1").arg(argument));
+        } else {
+            paths << argument;
+        }
+    }
+    if (!kTypes.contains(type))
+        return usageError(QStringLiteral("--to takes one of %1").arg(kTypes.join(", ")));
+    if (paths.size() != 2)
+        return usageError(QStringLiteral("needs a SOURCE and a DESTINATION"));
+    const QString source = QFileInfo(paths.at(0)).absoluteFilePath();
+    const QString destination = QFileInfo(paths.at(1)).absoluteFilePath();
+    if (!QFileInfo(source).isFile()) {
+        std::fprintf(stderr, "velmora-cli export: the source %s does not exist\n", qPrintable(source));
+        return 1;
+    }
+
+    // The settings of this run only: kept in memory, never written to the user's defaults.
+    Defaults& defaults = Defaults::standard();
+    if (bitrateIndex)
+        defaults.setInteger(QStringLiteral("mTSPBitrateStored"), *bitrateIndex);
+    defaults.setInteger(QStringLiteral("mTSPVBRStored"), vbr ? 1 : 0);
+    defaults.setInteger(QStringLiteral("mTSPMonoStored"), mono ? 1 : 0);
+    if (resample)
+        defaults.setInteger(QStringLiteral("mTSPResampleStored"), *resample == QLatin1String("48000") ? 1 : 0);
+
+    ExportJobs jobs;
+    LameWrapper lame;
+    if (type == QLatin1String("MP3")) {
+        lame.lookForLame();
+        if (!lame.lameFound()) {
+            std::fprintf(stderr, "velmora-cli export: MP3 export is disabled: %s (%s)\n",
+                         qPrintable(lame.versionText()), qPrintable(lame.pathText()));
+            return 1;
+        }
+    }
+
+    // The intermediate WAV of the Music tab, cleared before each file.
+    QDir().mkpath(AppPaths::cacheDir());
+    const QString wavPath = AppPaths::cacheDir() + QStringLiteral("/musiccache.WAV");
+    QFile::remove(wavPath);
+    const QVariantMap request {{QStringLiteral("sourcepath"), source},
+                               {QStringLiteral("destinationpath"), destination},
+                               {QStringLiteral("wavpath"), wavPath}};
+    const QString key = type == QLatin1String("AIFF") ? QStringLiteral("AIF") : type;
+    NotificationCenter::defaultCenter().post(exportNotificationName(key), request);
+    jobs.waitForBackgroundWork();
+
+    if (QFileInfo::exists(destination)) {
+        std::printf("%s\n", qPrintable(destination));
+        return 0;
+    }
+    QString why = jobs.lastFailure(type);
+    if (why.isEmpty())
+        why = QStringLiteral("no %1 export job answered").arg(type);
+    std::fprintf(stderr, "velmora-cli export: no %s file was made: %s\n", qPrintable(type), qPrintable(why));
+    return 1;
+}
+
+CliRegistration reg({"export",
+                     "--to TYPE [--bitrate-index N] [--vbr] [--mono] [--resample 44100|48000] SOURCE DESTINATION",
+                     "Convert SOURCE into DESTINATION with the export job of TYPE (MP3, MP2, AAC, M4A, M4B, M4R, "
+                     "OGG, WMA, WAV, AIFF, COPY); prints DESTINATION, or says which step failed and exits 1.",
+                     runExport});
+
+} // namespace

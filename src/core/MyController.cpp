@@ -1,0 +1,182 @@
+#include "core/MyController.h"
+
+#include "core/Defaults.h"
+#include "core/NotificationCenter.h"
+#include "core/Notifications.h"
+#include "core/Preferences.h"
+#include "core/TaskManager.h"
+#include "platform/AppPaths.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <gst/gst.h>
+
+#include <chrono>
+#include <csignal>
+
+namespace {
+// This desktop counts as newer than every system version the shell compares against.
+constexpr uint32_t kSystemVersion = 0x1060;
+} // namespace
+
+MyController::MyController(QObject* parent) : QObject(parent) {}
+
+MyController::~MyController()
+{
+    stopWaiting_ = true;
+    if (waiter_.joinable())
+        waiter_.join();
+    NotificationCenter::defaultCenter().removeObserver(this);
+}
+
+int MyController::awakeFromNib()
+{
+    mSystemVersion = kSystemVersion;
+    mIgnoreInsert = false;
+    mLameFound = false;
+    mLaunched = false;
+    guint major = 0, minor = 0, micro = 0, nano = 0;
+    gst_version(&major, &minor, &micro, &nano);
+    mQuickTimeMajor = int(major);
+    mSongs.clear();
+
+    Preferences::sharedInstance().prefsLoad();
+
+    NotificationCenter& center = NotificationCenter::defaultCenter();
+    center.addObserver(this, VLPlayPlaylistNotification,
+                       [this](const Notification& n) { emit playPlaylistRequested(n.object); });
+    center.addObserver(this, VLLameFoundNotification,
+                       [this](const Notification& n) { mLameFound = n.object.toBool(); });
+    center.addObserver(this, VLHaveCDInfoNotification,
+                       [this](const Notification& n) { mCDInfo = n.object.toMap(); });
+
+    return int(Defaults::standard().integerForKey(PrefKeys::SelectedTab));
+}
+
+void MyController::applicationDidFinishLaunching()
+{
+    // A child that has gone away must not kill us when we write to its pipe.
+    std::signal(SIGPIPE, SIG_IGN);
+
+    const QString working = AppPaths::workingFolder();
+    QDir().mkpath(working);
+    // The private runtime folder already keeps others out; the /tmp fallback must itself.
+    QFile::setPermissions(working, AppPaths::workingFolderIsShared()
+                                       ? QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner
+                                       : QFile::Permissions(0x7777));
+
+    mLaunched = true;
+    NotificationCenter::defaultCenter().post(VLDidLaunchNotification, QVariant::fromValue<QObject*>(this));
+
+    if (Preferences::sharedInstance().prefsIntForKey(PrefKeys::AutoPlay) != 0 && !mPendingOpenFiles.isEmpty()) {
+        const QVariantMap request{{"sender", QVariant::fromValue<QObject*>(this)},
+                                  {"filearray", mPendingOpenFiles}};
+        NotificationCenter::defaultCenter().post(VLFileOpenNotification, request);
+    }
+    mPendingOpenFiles.clear();
+}
+
+void MyController::openFiles(const QStringList& files)
+{
+    if (!mLaunched) {
+        // Parked whatever the auto-play setting; the end of start-up decides.
+        mPendingOpenFiles = files;
+        return;
+    }
+    if (Preferences::sharedInstance().prefsIntForKey(PrefKeys::AutoPlay) == 0)
+        return;
+    const QVariantMap request{{"sender", QVariant::fromValue<QObject*>(this)}, {"filearray", files}};
+    NotificationCenter::defaultCenter().post(VLFileOpenNotification, request);
+}
+
+QString MyController::addToLibraryMessage()
+{
+    return QStringLiteral("Please select a folder to add to your Library");
+}
+
+QString MyController::escapedColonString(const QString& text)
+{
+    QString copy = text;
+    return copy.replace(':', '/');
+}
+
+QVariantMap MyController::convertSongsToPlaylist() const
+{
+    return QVariantMap{{"Group", "OVRoot"}, {"Entries", mSongs}};
+}
+
+void MyController::reallyQuit(int selectedTab)
+{
+    Defaults::standard().setInteger(PrefKeys::SelectedTab, selectedTab);
+    Defaults::standard().synchronize();
+    thankyouQuit();
+}
+
+void MyController::thankyouQuit()
+{
+    if (taskManager::sharedInstance().count() == 0) {
+        emit terminateRequested();
+        return;
+    }
+    if (sheetShown_)
+        return;
+    sheetShown_ = true;
+    emit tasksRunningSheetShown(taskManager::sharedInstance().count());
+    stopWaiting_ = false;
+    if (waiter_.joinable())
+        waiter_.join();
+    waiter_ = std::thread([this] { waitForTasks(); });
+}
+
+void MyController::waitForTasks()
+{
+    using namespace std::chrono_literals;
+    for (;;) {
+        const int count = taskManager::sharedInstance().count();
+        if (count == 0 || stopWaiting_)
+            break;
+        QMetaObject::invokeMethod(this, [this, count] { displayTasksRemainingOnMainThread(count); },
+                                  Qt::QueuedConnection);
+        // Sleep a second, waking early when quitting at once.
+        for (int i = 0; i < 20 && !stopWaiting_; ++i)
+            std::this_thread::sleep_for(50ms);
+    }
+    QMetaObject::invokeMethod(this, [this] { endTasksRunningSheet(); }, Qt::QueuedConnection);
+}
+
+void MyController::displayTasksRemainingOnMainThread(int count)
+{
+    if (sheetShown_)
+        emit tasksRemainingChanged(count);
+}
+
+void MyController::tasksrunningQuit()
+{
+    stopWaiting_ = true;
+    endTasksRunningSheet();
+}
+
+void MyController::endTasksRunningSheet()
+{
+    if (!sheetShown_)
+        return;
+    sheetShown_ = false;
+    emit tasksRunningSheetEnded();
+    QMetaObject::invokeMethod(this, [this] { emit terminateRequested(); }, Qt::QueuedConnection);
+}
+
+void MyController::applicationWillTerminate()
+{
+    stopWaiting_ = true;
+    NotificationCenter::defaultCenter().post(VLPlayerCleanupBeforeTerminationNotification,
+                                             QVariant::fromValue<QObject*>(this));
+}
+
+void MyController::addToLibraryDidEnd(bool, const QString&)
+{
+}
+
+void MyController::removeFromLibrary(const QString&, int)
+{
+}

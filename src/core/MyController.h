@@ -1,0 +1,72 @@
+#pragma once
+#include <QObject>
+#include <QStringList>
+#include <QVariantMap>
+
+#include <atomic>
+#include <thread>
+
+// The application shell: start-up in two halves, files handed over by the
+// desktop, the library roots, and a quit that waits for running tasks.
+// Windows observe its signals; all decisions are made here.
+class MyController : public QObject {
+    Q_OBJECT
+public:
+    explicit MyController(QObject* parent = nullptr);
+    ~MyController() override;
+
+    // Start-up, first half: settings, observers, the tab to restore (returned).
+    int awakeFromNib();
+    // Start-up, second half: process set-up, working folder, launch notice, parked files.
+    void applicationDidFinishLaunching();
+    void openFiles(const QStringList& files);
+
+    // Library roots. removeFromLibrary takes the selected item's path and its
+    // outline level (0 for a root); anything else beeps.
+    void addToLibraryDidEnd(bool confirmed, const QString& folder);
+    void removeFromLibrary(const QString& relativePath, int level);
+    static QString addToLibraryMessage();
+
+    // Quitting.
+    void reallyQuit(int selectedTab);
+    void thankyouQuit();
+    void tasksrunningQuit();
+    void applicationWillTerminate();
+
+    static QString escapedColonString(const QString& text);
+    QVariantMap convertSongsToPlaylist() const;
+
+    bool launched() const { return mLaunched; }
+    bool lameFound() const { return mLameFound; }
+    QVariantMap cdInfo() const { return mCDInfo; }
+    QStringList pendingOpenFiles() const { return mPendingOpenFiles; }
+    uint32_t systemVersion() const { return mSystemVersion; }
+    int quickTimeMajor() const { return mQuickTimeMajor; }
+    bool ignoreInsert() const { return mIgnoreInsert; }
+    void setMIgnoreInsert(bool ignore) { mIgnoreInsert = ignore; }
+
+signals:
+    void libraryRootsChanged();
+    void tasksRunningSheetShown(int count);
+    void tasksRemainingChanged(int count);
+    void tasksRunningSheetEnded();
+    void terminateRequested();
+    void playPlaylistRequested(const QVariant& playlist);
+
+private:
+    void endTasksRunningSheet();
+    void displayTasksRemainingOnMainThread(int count);
+    void waitForTasks();
+
+    uint32_t mSystemVersion = 0;
+    int mQuickTimeMajor = 0;
+    bool mLaunched = false;
+    bool mIgnoreInsert = false;
+    bool mLameFound = false;
+    QStringList mPendingOpenFiles;
+    QVariantMap mCDInfo;
+    QVariantList mSongs;
+    bool sheetShown_ = false;
+    std::atomic<bool> stopWaiting_{false};
+    std::thread waiter_;
+};

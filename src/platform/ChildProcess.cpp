@@ -1,0 +1,138 @@
+#include "platform/ChildProcess.h"
+
+#include <QFile>
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+extern char** environ;
+
+ChildProcess::ChildProcess(QString program, QStringList arguments)
+    : program_(std::move(program)), arguments_(std::move(arguments))
+{
+}
+
+ChildProcess::~ChildProcess()
+{
+    if (!reaped_) {
+        terminate();
+        waitForExit();
+    }
+    if (outputFd_ >= 0)
+        ::close(outputFd_);
+}
+
+bool ChildProcess::start()
+{
+    if (program_.isEmpty())
+        return false;
+    std::vector<QByteArray> storage;
+    storage.push_back(QFile::encodeName(program_));
+    for (const QString& argument : arguments_)
+        storage.push_back(argument.toLocal8Bit());
+    std::vector<char*> argv;
+    for (QByteArray& bytes : storage)
+        argv.push_back(bytes.data());
+    argv.push_back(nullptr);
+
+    int pipeFds[2] = {-1, -1};
+    if (captureOutput_ && ::pipe2(pipeFds, O_CLOEXEC) != 0)
+        return false;
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    if (captureOutput_)
+        posix_spawn_file_actions_adddup2(&actions, pipeFds[1], 1);
+    else
+        posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+
+    // The child starts with default signal handling even if we ignore SIGPIPE.
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t defaults;
+    sigemptyset(&defaults);
+    sigaddset(&defaults, SIGPIPE);
+    posix_spawnattr_setsigdefault(&attributes, &defaults);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+
+    pid_t pid = -1;
+    const int error = posix_spawn(&pid, argv[0], &actions, &attributes, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    if (captureOutput_)
+        ::close(pipeFds[1]);
+    if (error != 0) {
+        if (captureOutput_)
+            ::close(pipeFds[0]);
+        return false;
+    }
+    std::lock_guard lock(mutex_);
+    pid_ = pid;
+    reaped_ = false;
+    terminated_ = false;
+    outputFd_ = captureOutput_ ? pipeFds[0] : -1;
+    return true;
+}
+
+int ChildProcess::waitForExit()
+{
+    pid_t pid;
+    {
+        std::lock_guard lock(mutex_);
+        if (reaped_)
+            return -1;
+        pid = pid_;
+    }
+    if (outputFd_ >= 0) {
+        char buffer[16384];
+        for (;;) {
+            const ssize_t got = ::read(outputFd_, buffer, sizeof buffer);
+            if (got > 0)
+                output_.append(buffer, got);
+            else if (got == 0 || errno != EINTR)
+                break;
+        }
+        ::close(outputFd_);
+        outputFd_ = -1;
+    }
+    // Wait without reaping, so terminate() cannot hit a recycled process id.
+    siginfo_t info {};
+    while (::waitid(P_PID, id_t(pid), &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
+    }
+    int status = 0;
+    std::lock_guard lock(mutex_);
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    reaped_ = true;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+void ChildProcess::terminate()
+{
+    std::lock_guard lock(mutex_);
+    if (reaped_ || pid_ <= 0)
+        return;
+    terminated_ = true;
+    ::kill(pid_, SIGTERM);
+}
+
+bool ChildProcess::wasTerminated() const
+{
+    std::lock_guard lock(mutex_);
+    return terminated_;
+}
+
+int ChildProcess::execute(const QString& program, const QStringList& arguments)
+{
+    ChildProcess child(program, arguments);
+    if (!child.start())
+        return -1;
+    return child.waitForExit();
+}

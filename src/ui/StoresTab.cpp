@@ -1,0 +1,75 @@
+#include "ui/StoresTab.h"
+
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+StoresTab::StoresTab(QWidget* parent)
+    : QWidget(parent), list_(new QListWidget), nameEdit_(new QLineEdit), urlEdit_(new QLineEdit)
+{
+    stores_.awakeFromNib();
+    auto* fields = new QFormLayout;
+    fields->addRow(tr("Name:"), nameEdit_);
+    fields->addRow(tr("Address:"), urlEdit_);
+
+    auto* buttons = new QHBoxLayout;
+    auto button = [&](const QString& text, auto action) {
+        auto* b = new QPushButton(text);
+        buttons->addWidget(b);
+        connect(b, &QPushButton::clicked, this, action);
+        return b;
+    };
+    button(tr("Go To Store"), [this] { stores_.gotoSelected(); });
+    buttons->addStretch();
+    button(tr("Add"), [this] {
+        stores_.add();
+        reload();
+    });
+    button(tr("Update"), [this] {
+        stores_.setFields(nameEdit_->text(), urlEdit_->text());
+        const int row = stores_.selectedRow();
+        stores_.update();
+        reload();
+        list_->setCurrentRow(row);
+    });
+    button(tr("Delete"), [this] {
+        stores_.remove();
+        reload();
+    });
+    button(tr("Reset"), [this] {
+        stores_.resetDefaultStores();
+        reload();
+    });
+
+    auto* layout = new QVBoxLayout(this);
+    layout->addWidget(list_);
+    layout->addLayout(fields);
+    layout->addLayout(buttons);
+
+    connect(list_, &QListWidget::currentRowChanged, this, &StoresTab::selectionChanged);
+    connect(list_, &QListWidget::itemDoubleClicked, this, [this] { stores_.gotoSelected(); });
+    reload();
+}
+
+void StoresTab::reload()
+{
+    const QSignalBlocker blocker(list_);
+    list_->clear();
+    const int rows = stores_.numberOfRows();
+    for (int row = 0; row < rows; ++row) {
+        auto* item = new QListWidgetItem(stores_.nameAt(row), list_);
+        item->setToolTip(stores_.toolTipAt(row));
+    }
+    list_->setCurrentRow(-1);
+    selectionChanged();
+}
+
+void StoresTab::selectionChanged()
+{
+    stores_.selectRow(list_->currentRow());
+    nameEdit_->setText(stores_.nameField());
+    urlEdit_->setText(stores_.urlField());
+}

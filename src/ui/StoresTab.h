@@ -1,0 +1,23 @@
+#pragma once
+#include "core/StoresList.h"
+
+#include <QWidget>
+
+class QLineEdit;
+class QListWidget;
+
+// The Stores tab: the list of music web stores with fields to edit the selected one.
+class StoresTab : public QWidget {
+    Q_OBJECT
+public:
+    explicit StoresTab(QWidget* parent = nullptr);
+
+private:
+    void reload();
+    void selectionChanged();
+
+    stores_wrapper stores_;
+    QListWidget* list_;
+    QLineEdit* nameEdit_;
+    QLineEdit* urlEdit_;
+};

@@ -1,0 +1,124 @@
+#include "../encode/EncodeTestSupport.h"
+#include "core/Defaults.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+class ExportCliTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir_.isValid());
+        // A tagged two-second stereo source at 22,050 Hz.
+        source_ = dir_.filePath("source song.flac");
+        ASSERT_EQ(testsupport::run("ffmpeg", {"-v", "error", "-f", "lavfi", "-i", "sine=frequency=440:duration=2:sample_rate=22050",
+                                              "-ac", "2", "-metadata", "title=Tone Title", "-metadata", "artist=The Band",
+                                              "-metadata", "album=Tones", "-metadata", "genre=Jazz", "-metadata", "track=3",
+                                              "-metadata", "date=2004", source_}),
+                  0);
+    }
+    int exportTo(const QStringList& arguments, QByteArray* output)
+    {
+        return testsupport::run(testsupport::builtProgram("velmora-cli"), QStringList {"export"} + arguments, output);
+    }
+
+    QTemporaryDir dir_;
+    QString source_;
+};
+
+struct Expectation {
+    const char* type;
+    const char* codec;
+    bool tagged;
+};
+
+TEST_F(ExportCliTest, EveryChildProcessTypeMakesTheRightFile)
+{
+    const Expectation rows[] = {{"MP3", "mp3", true}, {"MP2", "mp2", false}, {"WMA", "wmav2", true},
+                                {"WAV", "pcm_s16le", false}};
+    for (const Expectation& row : rows) {
+        const QString destination = dir_.filePath(QStringLiteral("out.%1").arg(row.type));
+        QByteArray output;
+        ASSERT_EQ(exportTo({"--to", row.type, "--mono", "--resample", "48000", "--bitrate-index", "11", source_, destination},
+                           &output),
+                  0)
+            << row.type << output.constData();
+        EXPECT_EQ(output.trimmed(), destination.toUtf8());
+        const auto result = encodetest::probe(destination);
+        EXPECT_EQ(result.codec, row.codec) << row.type;
+        EXPECT_EQ(result.sampleRate, 48000) << row.type;
+        // The WAV stage keeps the channels; the encoders downmix.
+        EXPECT_EQ(result.channels, QString(row.type) == "WAV" ? 2 : 1) << row.type;
+        EXPECT_NEAR(result.duration, 2.0, 0.1) << row.type;
+        if (row.tagged) {
+            EXPECT_EQ(result.tags.value("title").toString(), "Tone Title") << row.type;
+            EXPECT_EQ(result.tags.value("artist").toString(), "The Band") << row.type;
+            EXPECT_EQ(result.tags.value("album").toString(), "Tones") << row.type;
+        }
+    }
+    EXPECT_EQ(encodetest::probe(dir_.filePath("out.MP3")).tags.value("genre").toString(), "Jazz");
+
+    // AIFF copies and plain copies of the WAV just made.
+    const QString wav = dir_.filePath("out.WAV");
+    QByteArray output;
+    ASSERT_EQ(exportTo({"--to", "AIFF", "--resample", "44100", wav, dir_.filePath("out.aiff")}, &output), 0) << output.constData();
+    const auto aiff = encodetest::probe(dir_.filePath("out.aiff"));
+    EXPECT_EQ(aiff.codec, "pcm_s16be");
+    EXPECT_EQ(aiff.sampleRate, 44100);
+    ASSERT_EQ(exportTo({"--to", "COPY", source_, dir_.filePath("flash/copy.FLAC")}, &output), 0);
+    EXPECT_EQ(testsupport::readFile(dir_.filePath("flash/copy.FLAC")), testsupport::readFile(source_));
+    // Nothing is left in the cache.
+    EXPECT_FALSE(QFileInfo::exists(testsupport::homeDir() + "/.cache/Velmora/musiccache.WAV"));
+}
+
+TEST_F(ExportCliTest, VbrAndBitrateReachLame)
+{
+    QByteArray output;
+    ASSERT_EQ(exportTo({"--to", "MP3", "--bitrate-index", "1", source_, dir_.filePath("low.mp3")}, &output), 0);
+    ASSERT_EQ(exportTo({"--to", "MP3", "--bitrate-index", "14", source_, dir_.filePath("high.mp3")}, &output), 0);
+    EXPECT_LT(QFileInfo(dir_.filePath("low.mp3")).size() * 4, QFileInfo(dir_.filePath("high.mp3")).size());
+    // The run's settings are not written into the user's defaults.
+    Defaults::standard().reload();
+    EXPECT_FALSE(Defaults::standard().hasKey("mTSPBitrateStored"));
+}
+
+TEST_F(ExportCliTest, FailuresNameTheSourceOrTheMissingStep)
+{
+    testsupport::writeFile(dir_.filePath("garbage.ogg"), QByteArray(4096, '\x33'));
+    QByteArray output;
+    EXPECT_EQ(exportTo({"--to", "MP3", dir_.filePath("garbage.ogg"), dir_.filePath("g.mp3")}, &output), 1);
+    EXPECT_TRUE(output.contains(dir_.filePath("garbage.ogg").toUtf8())) << output.constData();
+    EXPECT_FALSE(QFileInfo::exists(dir_.filePath("g.mp3")));
+
+    EXPECT_EQ(exportTo({"--to", "WMA", dir_.filePath("absent.flac"), dir_.filePath("a.wma")}, &output), 1);
+    EXPECT_TRUE(output.contains("absent.flac")) << output.constData();
+
+    // A chosen tool that does not answer like LAME is not handed to the MP3 job.
+    const QString fake = dir_.filePath("fakelame");
+    testsupport::writeFile(fake, "#!/bin/sh\necho not an encoder\n");
+    QFile::setPermissions(fake, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    Defaults::standard().setObject("LamePath", fake);
+    Defaults::standard().synchronize();
+    EXPECT_EQ(exportTo({"--to", "MP3", source_, dir_.filePath("f.mp3")}, &output), 1);
+    EXPECT_TRUE(output.contains("LAME")) << output.constData();
+    EXPECT_FALSE(QFileInfo::exists(dir_.filePath("f.mp3")));
+    Defaults::standard().removeObject("LamePath");
+    Defaults::standard().synchronize();
+
+    EXPECT_EQ(exportTo({"--to", "FLAC", source_, dir_.filePath("x.flac")}, &output), 2);
+    EXPECT_EQ(exportTo({"--to", "MP3", "--resample", "32000", source_, dir_.filePath("x.mp3")}, &output), 2);
+}
+
+TEST_F(ExportCliTest, HelpDescribesExport)
+{
+    QByteArray output;
+    ASSERT_EQ(testsupport::run(testsupport::builtProgram("velmora-cli"), {"--help"}, &output), 0);
+    EXPECT_TRUE(output.contains("export --to TYPE [--bitrate-index N] [--vbr] [--mono] [--resample 44100|48000] SOURCE DESTINATION"));
+}
+
+} // namespace

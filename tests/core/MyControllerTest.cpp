@@ -1,0 +1,152 @@
+#include "core/Defaults.h"
+#include "core/MyController.h"
+#include "core/NotificationCenter.h"
+#include "core/Notifications.h"
+#include "core/Preferences.h"
+#include "core/TaskManager.h"
+#include "platform/AppPaths.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QSignalSpy>
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+namespace {
+struct Recorder {
+    std::vector<QString> names;
+    QVariantList fileArrays;
+    Recorder()
+    {
+        for (const char* name : {VLDidLaunchNotification, VLFileOpenNotification,
+                                 VLPlayerCleanupBeforeTerminationNotification})
+            NotificationCenter::defaultCenter().addObserver(this, name, [this](const Notification& n) {
+                names.push_back(n.name);
+                if (n.name == VLFileOpenNotification)
+                    fileArrays << n.object.toMap().value("filearray");
+            });
+    }
+    ~Recorder() { NotificationCenter::defaultCenter().removeObserver(this); }
+};
+
+void setAutoPlay(int value)
+{
+    Defaults::standard().setInteger(PrefKeys::Inited, 1);
+    Defaults::standard().setInteger(PrefKeys::AutoPlay, value);
+}
+} // namespace
+
+TEST(MyController, StartUpRestoresTheTabAndPostsParkedFilesOnlyWithAutoPlay)
+{
+    setAutoPlay(1);
+    Defaults::standard().setInteger(PrefKeys::SelectedTab, 3);
+    Recorder recorder;
+    MyController controller;
+    EXPECT_EQ(controller.awakeFromNib(), 3);
+    EXPECT_GT(controller.systemVersion(), 0x103Fu);
+
+    controller.openFiles({"/x/early.mp3"});
+    controller.openFiles({"/x/a.mp3", "/x/b.mp3"});  // replaces the earlier parked array
+    EXPECT_TRUE(recorder.names.empty());
+    controller.applicationDidFinishLaunching();
+    ASSERT_EQ(recorder.names.size(), 2u);
+    EXPECT_EQ(recorder.names[0], VLDidLaunchNotification);
+    EXPECT_EQ(recorder.names[1], VLFileOpenNotification);
+    EXPECT_EQ(recorder.fileArrays.at(0).toStringList(), (QStringList{"/x/a.mp3", "/x/b.mp3"}));
+    EXPECT_TRUE(controller.pendingOpenFiles().isEmpty());
+
+    // After launch files are posted at once.
+    controller.openFiles({"/x/c.mp3"});
+    EXPECT_EQ(recorder.names.size(), 3u);
+
+    const QFileInfo working(AppPaths::workingFolder());
+    EXPECT_TRUE(working.isDir());
+}
+
+TEST(MyController, ParkedFilesAreDroppedWhenAutoPlayIsOff)
+{
+    setAutoPlay(0);
+    Recorder recorder;
+    MyController controller;
+    controller.awakeFromNib();
+    controller.openFiles({"/x/a.mp3"});
+    controller.applicationDidFinishLaunching();
+    controller.openFiles({"/x/b.mp3"});
+    ASSERT_EQ(recorder.names.size(), 1u);
+    EXPECT_EQ(recorder.names[0], VLDidLaunchNotification);
+}
+
+TEST(MyController, ObservesLameAndDiscNotices)
+{
+    setAutoPlay(0);
+    MyController controller;
+    controller.awakeFromNib();
+    QSignalSpy play(&controller, &MyController::playPlaylistRequested);
+    NotificationCenter::defaultCenter().post(VLLameFoundNotification, true);
+    NotificationCenter::defaultCenter().post(VLHaveCDInfoNotification, QVariantMap{{"discid", "a1b2"}});
+    NotificationCenter::defaultCenter().post(VLPlayPlaylistNotification, QVariantMap{{"Group", "OVRoot"}});
+    EXPECT_TRUE(controller.lameFound());
+    EXPECT_EQ(controller.cdInfo().value("discid").toString(), "a1b2");
+    EXPECT_EQ(play.count(), 1);
+    EXPECT_EQ(MyController::escapedColonString("a:b:c"), "a/b/c");
+}
+
+TEST(MyController, QuitWithoutTasksTerminatesAtOnceAndRemembersTheTab)
+{
+    MyController controller;
+    QSignalSpy terminate(&controller, &MyController::terminateRequested);
+    QSignalSpy sheet(&controller, &MyController::tasksRunningSheetShown);
+    controller.reallyQuit(5);
+    EXPECT_EQ(terminate.count(), 1);
+    EXPECT_EQ(sheet.count(), 0);
+    Defaults::standard().reload();
+    EXPECT_EQ(Defaults::standard().integerForKey(PrefKeys::SelectedTab), 5);
+
+    Recorder recorder;
+    controller.applicationWillTerminate();
+    ASSERT_EQ(recorder.names.size(), 1u);
+    EXPECT_EQ(recorder.names[0], VLPlayerCleanupBeforeTerminationNotification);
+}
+
+TEST(MyController, QuitWaitsForRunningTasksCountingOnceASecond)
+{
+    MyController controller;
+    QSignalSpy sheet(&controller, &MyController::tasksRunningSheetShown);
+    QSignalSpy remaining(&controller, &MyController::tasksRemainingChanged);
+    QSignalSpy ended(&controller, &MyController::tasksRunningSheetEnded);
+    QSignalSpy terminate(&controller, &MyController::terminateRequested);
+    int job1 = 0, job2 = 0;
+    taskManager& tasks = taskManager::sharedInstance();
+    ASSERT_TRUE(tasks.addTask(&job1));
+    ASSERT_TRUE(tasks.addTask(&job2));
+
+    controller.thankyouQuit();
+    ASSERT_EQ(sheet.count(), 1);
+    EXPECT_EQ(sheet.at(0).at(0).toInt(), 2);
+    EXPECT_TRUE(remaining.wait(3000));
+    EXPECT_EQ(remaining.last().at(0).toInt(), 2);
+    EXPECT_EQ(terminate.count(), 0);
+
+    tasks.removeTask(&job1);
+    ASSERT_TRUE(remaining.wait(3000));
+    EXPECT_EQ(remaining.last().at(0).toInt(), 1);
+    tasks.removeTask(&job2);
+    EXPECT_TRUE(terminate.wait(3000));
+    EXPECT_EQ(ended.count(), 1);
+}
+
+TEST(MyController, QuitAtOnceDoesNotWaitForTasks)
+{
+    MyController controller;
+    QSignalSpy terminate(&controller, &MyController::terminateRequested);
+    int job = 0;
+    ASSERT_TRUE(taskManager::sharedInstance().addTask(&job));
+    controller.thankyouQuit();
+    controller.tasksrunningQuit();
+    EXPECT_TRUE(terminate.wait(2000));
+    EXPECT_EQ(taskManager::sharedInstance().count(), 1);  // the shell does not stop running children
+    taskManager::sharedInstance().removeTask(&job);
+}

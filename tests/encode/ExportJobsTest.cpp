@@ -1,0 +1,278 @@
+#include "encode/ExportJobs.h"
+
+#include "EncodeTestSupport.h"
+#include "core/Defaults.h"
+#include "core/NotificationCenter.h"
+#include "core/Notifications.h"
+#include "core/TaskManager.h"
+#include "platform/AppPaths.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <thread>
+
+using encodetest::makeTone;
+using encodetest::probe;
+
+namespace {
+
+class ExportJobsTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir_.isValid());
+        jobs_ = std::make_unique<ExportJobs>();
+        // What the LAME locator tells the MP3 job at start-up.
+        post(VLLameFoundNewNotification, QVariantMap {{"lamepath", "/usr/bin/lame"}, {"lameversion", "LAME"}});
+    }
+    void TearDown() override
+    {
+        jobs_.reset();
+        taskManager::sharedInstance().setMaxTasks(2 * taskManager::getNumberOfCPUCores());
+    }
+
+    static void post(const char* name, const QVariant& object = {})
+    {
+        NotificationCenter::defaultCenter().post(name, object);
+    }
+    QString path(const QString& name) const { return dir_.filePath(name); }
+    // Everything left in the folder but the given names (temporary files included).
+    QStringList leftovers(const QStringList& expected) const
+    {
+        QStringList names = QDir(dir_.path()).entryList(QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot);
+        for (const QString& name : expected)
+            names.removeAll(name);
+        return names;
+    }
+
+    QTemporaryDir dir_;
+    std::unique_ptr<ExportJobs> jobs_;
+};
+
+TEST_F(ExportJobsTest, WavStageDecodesAndResamplesThroughTheLink)
+{
+    ASSERT_TRUE(makeTone(path("tone.flac"), 1, 22050, 1));
+    post(VLWAVExportNotification, QVariantMap {{"sourcepath", path("tone.flac")},
+                                               {"destinationpath", path("out.wav")},
+                                               {"resamplerate", "48000"}});
+    const auto result = probe(path("out.wav"));
+    EXPECT_EQ(result.codec, "pcm_s16le");
+    EXPECT_EQ(result.sampleRate, 48000);
+    EXPECT_EQ(result.channels, 1);
+    EXPECT_FALSE(QFileInfo(AppPaths::wavLinkPath()).isSymLink());
+
+    // Without a rate the stored choice decides.
+    Defaults::standard().setInteger("mTSPResampleStored", 0);
+    post(VLWAVExportNotification, QVariantMap {{"sourcepath", path("tone.flac")}, {"destinationpath", path("b.wav")}});
+    EXPECT_EQ(probe(path("b.wav")).sampleRate, 44100);
+}
+
+TEST_F(ExportJobsTest, Mp3FromFlacCarriesTagsAndCleansUp)
+{
+    ASSERT_TRUE(makeTone(path("song.flac"), 2, 44100, 2));
+    Defaults::standard().setInteger("mTSPBitrateStored", 5);
+    Defaults::standard().setInteger("mTSPMonoStored", 1);
+    const QVariantMap tags {{"title", "A Title"}, {"artist", "Some Band"}, {"album", "Record"},
+                            {"track", "4"},       {"genre", "jazz"},       {"year", "1987"}};
+    post(VLMP3ExportNotification, QVariantMap {{"sourcepath", path("song.flac")},
+                                               {"destinationpath", path("song.MP3")},
+                                               {"wavpath", path("cache.WAV")},
+                                               {"riptags", tags}});
+    const auto result = probe(path("song.MP3"));
+    EXPECT_EQ(result.codec, "mp3");
+    EXPECT_EQ(result.sampleRate, 44100);
+    EXPECT_EQ(result.channels, 1);
+    EXPECT_EQ(result.tags.value("title").toString(), "A Title");
+    EXPECT_EQ(result.tags.value("artist").toString(), "Some Band");
+    EXPECT_EQ(result.tags.value("album").toString(), "Record");
+    EXPECT_EQ(result.tags.value("genre").toString(), "Jazz");
+    EXPECT_EQ(result.tags.value("track").toString(), "4");
+    EXPECT_EQ(result.tags.value("date").toString(), "1987");
+    EXPECT_EQ(leftovers({"song.flac", "song.MP3"}), QStringList());
+    Defaults::standard().setInteger("mTSPMonoStored", 0);
+}
+
+TEST_F(ExportJobsTest, WavSourcesAreEncodedDirectlyAndOtherCleanersKeepTheWav)
+{
+    ASSERT_TRUE(makeTone(path("deep.wav"), 1, 44100, 2, {"-b", "24"}));
+    post(VLMP3ExportNotification, QVariantMap {{"sourcepath", path("deep.wav")},
+                                               {"destinationpath", path("deep.mp3")},
+                                               {"wavpath", path("never.WAV")}});
+    EXPECT_EQ(probe(path("deep.mp3")).codec, "mp3");
+    EXPECT_FALSE(QFileInfo::exists(path("never.WAV")));
+    EXPECT_TRUE(QFileInfo::exists(path("deep.wav")));
+
+    // A file named .wav that is not a WAV goes through the WAV stage; another job cleans up.
+    ASSERT_TRUE(makeTone(path("fake.flac"), 1));
+    ASSERT_TRUE(QFile::rename(path("fake.flac"), path("fake.wav")));
+    post(VLMP2ExportNotification, QVariantMap {{"sourcepath", path("fake.wav")},
+                                               {"destinationpath", path("fake.mp2")},
+                                               {"wavpath", path("shared.WAV")},
+                                               {"wavcleanup", "OGG"}});
+    EXPECT_EQ(probe(path("fake.mp2")).codec, "mp2");
+    EXPECT_TRUE(QFileInfo::exists(path("shared.WAV")));
+}
+
+TEST_F(ExportJobsTest, WmaAiffAndCopyMembers)
+{
+    ASSERT_TRUE(makeTone(path("t.wav"), 1, 44100, 2));
+    Defaults::standard().setInteger("mTSPBitrateStored", 7);
+    post(VLWMAExportNotification, QVariantMap {{"sourcepath", path("t.wav")},
+                                               {"destinationpath", path("t.WMA")},
+                                               {"rippanelsettings", QVariantMap {{"wma", QVariantMap {{"bitrate", 5}, {"mono", 1}}}}}});
+    auto result = probe(path("t.WMA"));
+    EXPECT_EQ(result.codec, "wmav2");
+    EXPECT_EQ(result.channels, 1);
+    EXPECT_EQ(result.sampleRate, 44100);
+
+    post(VLAIFExportNotification, QVariantMap {{"sourcepath", path("t.wav")},
+                                               {"destinationpath", path("t.AIFF")},
+                                               {"resamplerate", "48000"}});
+    result = probe(path("t.AIFF"));
+    EXPECT_EQ(result.codec, "pcm_s16be");
+    EXPECT_EQ(result.sampleRate, 48000);
+
+    QDir().mkpath(path("flash"));
+    post(VLCOPYExportNotification, QVariantMap {{"sourcepath", path("t.wav")}, {"destinationpath", path("flash/t.WAV")}});
+    EXPECT_EQ(testsupport::readFile(path("flash/t.WAV")), testsupport::readFile(path("t.wav")));
+    testsupport::writeFile(path("._t.wav"), "fork");
+    post(VLCOPYExportNotification, QVariantMap {{"sourcepath", path("._t.wav")}, {"destinationpath", path("flash/._t.WAV")}});
+    EXPECT_FALSE(QFileInfo::exists(path("flash/._t.WAV")));
+    // An existing file is replaced only when the flash settings say so.
+    testsupport::writeFile(path("other.wav"), "other");
+    post(VLCOPYExportNotification, QVariantMap {{"sourcepath", path("other.wav")}, {"destinationpath", path("flash/t.WAV")}});
+    EXPECT_EQ(testsupport::readFile(path("flash/t.WAV")), testsupport::readFile(path("t.wav")));
+    post(VLCOPYExportNotification, QVariantMap {{"sourcepath", path("other.wav")}, {"destinationpath", path("flash/t.WAV")},
+                                                {"flashpanelsettings", QVariantMap {{"replace", true}}}});
+    EXPECT_EQ(testsupport::readFile(path("flash/t.WAV")), QByteArray("other"));
+}
+
+TEST_F(ExportJobsTest, UndecodableSourceLeavesNothingBehind)
+{
+    testsupport::writeFile(path("noise.xyz"), QByteArray(5000, '\x5a'));
+    for (const char* name : {VLMP3ExportNotification, VLWMAExportNotification, VLMP2ExportNotification}) {
+        post(name, QVariantMap {{"sourcepath", path("noise.xyz")}, {"destinationpath", path("noise.out")},
+                                {"wavpath", path("noise.WAV")}});
+        EXPECT_EQ(leftovers({"noise.xyz"}), QStringList()) << name;
+    }
+    EXPECT_TRUE(jobs_->lastFailure("MP3").contains(path("noise.xyz"))) << qPrintable(jobs_->lastFailure("MP3"));
+}
+
+TEST_F(ExportJobsTest, MissingLameProducesNoFileAndSaysSo)
+{
+    ASSERT_TRUE(makeTone(path("t.wav"), 1));
+    post(VLLameFoundNewNotification, QVariantMap {{"lamepath", ""}});
+    post(VLMP3ExportNotification, QVariantMap {{"sourcepath", path("t.wav")}, {"destinationpath", path("t.mp3")}});
+    EXPECT_FALSE(QFileInfo::exists(path("t.mp3")));
+    EXPECT_TRUE(jobs_->lastFailure("MP3").contains("LAME"));
+}
+
+TEST_F(ExportJobsTest, ForegroundCancelStopsTheEncoderWithoutPartialOutput)
+{
+    ASSERT_TRUE(makeTone(path("long.wav"), 240));
+    std::thread canceller([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        NotificationCenter::defaultCenter().post(VLMP3ExportCancelNotification);
+    });
+    const auto started = std::chrono::steady_clock::now();
+    post(VLMP3ExportNotification, QVariantMap {{"sourcepath", path("long.wav")}, {"destinationpath", path("long.mp3")}});
+    canceller.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+    EXPECT_EQ(leftovers({"long.wav"}), QStringList());
+}
+
+TEST_F(ExportJobsTest, CancelInABackgroundBatchFreesEverySlot)
+{
+    taskManager::sharedInstance().setMaxTasks(1);
+    QStringList outputs;
+    for (int i = 0; i < 6; ++i) {
+        const QString source = path(QStringLiteral("b%1.wav").arg(i));
+        ASSERT_TRUE(makeTone(source, 20));
+        outputs << path(QStringLiteral("b%1.mp3").arg(i));
+    }
+    for (int i = 0; i < 6; ++i)
+        post(VLMP3ExportNotification, QVariantMap {{"sourcepath", path(QStringLiteral("b%1.wav").arg(i))},
+                                                   {"destinationpath", outputs[i]},
+                                                   {"ripinbackground", true}});
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_EQ(taskManager::sharedInstance().count(), 1);
+    post(VLMP3ExportCancelNotification);
+    jobs_->waitForBackgroundWork();
+    EXPECT_EQ(taskManager::sharedInstance().count(), 0);
+    int made = 0;
+    for (const QString& output : outputs) {
+        if (!QFileInfo::exists(output))
+            continue;
+        ++made;
+        const auto result = probe(output);  // a running encoder finishes its file
+        EXPECT_EQ(result.codec, "mp3");
+        EXPECT_NEAR(result.duration, 20.0, 0.2);
+    }
+    EXPECT_GE(made, 1);
+    EXPECT_LT(made, 6);
+    for (const QString& name : leftovers({}))
+        EXPECT_TRUE(name.endsWith(".wav") || name.endsWith(".mp3")) << qPrintable(name);
+}
+
+TEST_F(ExportJobsTest, CdparanoiaFailureIsRememberedForLaterTracks)
+{
+    // A stand-in cd-paranoia that logs its arguments and fails, as with no drive.
+    const QString bin = path("bin");
+    QDir().mkpath(bin);
+    testsupport::writeFile(bin + "/cd-paranoia", QStringLiteral("#!/bin/sh\necho \"$@\" >> '%1'\nexit 1\n")
+                                                     .arg(path("paranoia.log")).toUtf8());
+    QFile::setPermissions(bin + "/cd-paranoia", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    const QByteArray oldPath = qgetenv("PATH");
+    qputenv("PATH", bin.toUtf8() + ':' + oldPath);
+
+    ASSERT_TRUE(makeTone(path("track.flac"), 1));
+    testsupport::writeFile(path("01 Audio Track.cdda"), "device=/dev/velmora-none\n");
+    for (int track : {1, 2}) {
+        const QString source = track == 1 ? path("01 Audio Track.cdda") : path("track.flac");
+        post(VLWAVExportNotification, QVariantMap {{"sourcepath", source},
+                                                   {"destinationpath", path(QStringLiteral("t%1.wav").arg(track))},
+                                                   {"riptrack", track},
+                                                   {"rippanelsettings", QVariantMap {{"maxspeed", true}}}});
+    }
+    qputenv("PATH", oldPath);
+    EXPECT_EQ(testsupport::readFile(path("paranoia.log")), QByteArray("-d /dev/velmora-none -Z 1 ") + path("t1.wav").toUtf8() + '\n');
+    EXPECT_TRUE(jobs_->wav().cdparanoiaFailed());
+    EXPECT_FALSE(QFileInfo::exists(path("t1.wav")));  // the descriptor is no audio for ffmpeg
+    EXPECT_EQ(probe(path("t2.wav")).codec, "pcm_s16le");
+}
+
+TEST_F(ExportJobsTest, SourcesOnThePlayingDiscAreLeftAlone)
+{
+    QDir().mkpath(path("disc"));
+    ASSERT_TRUE(makeTone(path("disc/1.flac"), 1));
+    post(VLEjectableMediaPlayingNotification, QVariantMap {{"mThisCDIsPlaying", path("disc")}});
+    post(VLWAVExportNotification, QVariantMap {{"sourcepath", path("disc/1.flac")}, {"destinationpath", path("1.wav")}});
+    EXPECT_FALSE(QFileInfo::exists(path("1.wav")));
+    post(VLEjectableMediaPlayingNotification, QVariantMap {{"mThisCDIsPlaying", ""}});
+    post(VLWAVExportNotification, QVariantMap {{"sourcepath", path("disc/1.flac")}, {"destinationpath", path("1.wav")}});
+    EXPECT_TRUE(QFileInfo::exists(path("1.wav")));
+}
+
+TEST_F(ExportJobsTest, ClipsAreCutWithSoxAndEncodedBesideTheTrack)
+{
+    ASSERT_TRUE(makeTone(path("song.flac"), 3));
+    post(VLCLPWAVExportNotification, QVariantMap {{"wavpath", path("song.flac")}, {"clpwavpath", path("no.wav")}});
+    EXPECT_FALSE(QFileInfo::exists(path("no.wav")));  // clips are cut from WAV files only
+
+    const QVariantMap clip {{"mRipClipStored", 1}, {"mRipClipStartStored", "1"}, {"mRipClipDurationStored", "1.5"},
+                            {"mRipClipFadeInStored", "0.2"}, {"mRipClipFadeOutStored", "0.2"}};
+    post(VLMP3ExportNotification, QVariantMap {{"sourcepath", path("song.flac")}, {"destinationpath", path("song.mp3")},
+                                               {"wavpath", path("cache.wav")}, {"clpwavpath", path("cache.clp.wav")},
+                                               {"clipsettings", clip}, {"wavcleanup", "MP3"}});
+    EXPECT_NEAR(probe(path("song.mp3")).duration, 3.0, 0.15);
+    EXPECT_NEAR(probe(path("song.clp.mp3")).duration, 1.5, 0.15);
+    EXPECT_EQ(leftovers({"song.flac", "song.mp3", "song.clp.mp3"}), QStringList());
+}
+
+} // namespace
