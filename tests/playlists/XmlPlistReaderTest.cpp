@@ -1,7 +1,11 @@
 #include "core/PropertyList.h"
+#include "playlists/ITunesLibrary.h"
 #include "playlists/XmlPlistReader.h"
 
+#include "common/TestSupport.h"
+
 #include <QDateTime>
+#include <QRandomGenerator>
 #include <QTimeZone>
 
 #include <gtest/gtest.h>
@@ -62,6 +66,51 @@ TEST(XmlPlistReader, RefusesWhatIsNotAPlainPropertyList)
         deep += "</array>";
     deep += "</plist>";
     EXPECT_FALSE(XmlPlist::parse(deep).has_value());
+}
+
+TEST(XmlPlistReader, DamagedLibrariesNeverCrashTheReaders)
+{
+    const QByteArray sound = PropertyList::toXml(QVariantMap{
+        {"Tracks", QVariantMap{{"1", QVariantMap{{"Track ID", 1}, {"Location", "file:///a%20b.mp3"}}},
+                               {"2", QVariantMap{{"Track ID", 2}, {"Location", "file:///c.m4a"}}}}},
+        {"Playlists", QVariantList{QVariantMap{{"Name", "A/B"},
+                                               {"Playlist Items", QVariantList{QVariantMap{{"Track ID", 1}},
+                                                                               QVariantMap{{"Track ID", 2}}}}}}}});
+    const QString path = testsupport::homeDir() + "/damaged.xml";
+    ASSERT_TRUE(testsupport::writeFile(path, sound));
+    const auto intact = ITunesLibrary::read(path);
+    ASSERT_TRUE(intact.has_value());
+    EXPECT_EQ(intact->locations.size(), 2);
+    EXPECT_EQ(intact->playlists.size(), 1);
+
+    QRandomGenerator random(20070301);
+    const char alphabet[] = "<>/&;\"=![]-? \n\0abkeydictarraystring";
+    for (int round = 0; round < 1500; ++round) {
+        QByteArray damaged = sound;
+        const int edits = 1 + int(random.bounded(4));
+        for (int e = 0; e < edits; ++e) {
+            const int at = int(random.bounded(damaged.size()));
+            switch (random.bounded(3)) {
+            case 0:
+                damaged[at] = alphabet[random.bounded(int(sizeof alphabet) - 1)];
+                break;
+            case 1:
+                damaged.remove(at, 1 + int(random.bounded(20)));
+                break;
+            default:
+                damaged.truncate(at);
+                break;
+            }
+            if (damaged.isEmpty())
+                break;
+        }
+        XmlPlist::parse(damaged);
+        testsupport::writeFile(path, damaged);
+        if (const auto library = ITunesLibrary::read(path)) {
+            for (const QVariant& playlist : library->playlists)
+                EXPECT_EQ(playlist.typeId(), QMetaType::QVariantMap);
+        }
+    }
 }
 
 } // namespace
