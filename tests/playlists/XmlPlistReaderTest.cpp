@@ -36,6 +36,16 @@ TEST(XmlPlistReader, ReadsBackEveryTypeTheWriterWrites)
     ASSERT_EQ(map.keys(), value.keys());
     for (auto it = value.begin(); it != value.end(); ++it)
         EXPECT_EQ(map.value(it.key()), it.value()) << qPrintable(it.key());
+    // What other writers may use: a BOM, comments, CDATA, character
+    // references, attributes and Windows line ends.
+    const QByteArray other = "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<!-- made elsewhere -->\r\n"
+                             "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" \"x>y.dtd\">\r\n"
+                             "<plist version = '1.0' note=\"a>b\"><dict >\r\n<key>a<!-- c -->b</key>"
+                             "<string>x &#x263A;&#65;<![CDATA[<&>]]>\r\ny</string>"
+                             "<key>empty</key><string/></dict ></plist>";
+    const auto alien = XmlPlist::parse(other, &error);
+    ASSERT_TRUE(alien.has_value()) << qPrintable(error);
+    EXPECT_EQ(*alien, QVariant(QVariantMap{{"ab", QString::fromUtf8("x \u263A" "A<&>\ny")}, {"empty", QString()}}));
     // A scalar root is a property list too.
     EXPECT_EQ(XmlPlist::parse("<plist version=\"1.0\"><string>only</string></plist>"), QVariant("only"));
 }
@@ -53,6 +63,11 @@ TEST(XmlPlistReader, RefusesWhatIsNotAPlainPropertyList)
         "<plist><string>a<b/>c</string></plist>",
         "<!DOCTYPE plist [<!ENTITY e \"x\">]><plist><string>&e;</string></plist>",
         "<plist><string>&undeclared;</string></plist>",
+        "<plist><string>&#0;</string></plist>",
+        "<plist><string>text</strong></plist>",
+        "<plist><array><string>open</array></plist>",
+        "<plist><array></array></plist><",
+        "text<plist/>",
     };
     for (const char* text : bad) {
         QString error;
