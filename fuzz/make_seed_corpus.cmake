@@ -17,6 +17,13 @@ set(TAGS -metadata title=Seed -metadata artist=Fuzzer -metadata album=Corpus
          -metadata genre=Rock -metadata track=3/12 -metadata date=2020)
 run(${FFMPEG} ${SINE} ${TAGS} -metadata WM/Year=2020 -c:a wmav2 -b:a 32k ${OUT}/asf/tagged.wma)
 run(${FFMPEG} ${SINE} -c:a wmav1 -b:a 32k ${OUT}/asf/untagged.wma)
+# The objects of the header without the header object around them: the walk
+# then has no object count to stop it.
+find_program(TAIL tail REQUIRED)
+execute_process(COMMAND ${TAIL} -c +31 ${OUT}/asf/tagged.wma OUTPUT_FILE ${OUT}/asf/headerless.wma RESULT_VARIABLE status)
+if(NOT status EQUAL 0)
+  message(FATAL_ERROR "tail failed")
+endif()
 
 run(${FFMPEG} ${SINE} ${TAGS} -c:a aac -b:a 32k -movflags +faststart ${OUT}/mp4/faststart.m4a)
 run(${FFMPEG} ${SINE} ${TAGS} -c:a aac -b:a 32k ${OUT}/mp4/moov-last.m4a)

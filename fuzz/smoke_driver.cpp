@@ -9,10 +9,25 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <utility>
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
+namespace {
+// An input that takes longer than this is a hang: the alarm ends the run.
+constexpr unsigned kSecondsPerInput = 20;
+
+void runOne(const std::vector<uint8_t>& input)
+{
+    alarm(kSecondsPerInput);
+    LLVMFuzzerTestOneInput(input.data(), input.size());
+    alarm(0);
+}
+} // namespace
 
 namespace {
 
@@ -41,6 +56,28 @@ void putBigEndian(std::vector<uint8_t>& bytes, size_t at, uint32_t value)
         bytes[at + size_t(i)] = uint8_t(value >> (24 - 8 * i));
 }
 
+bool isTypeCharacter(uint8_t c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == ' ' || c == 0xA9;
+}
+
+// The length fields of a file, found by shape: the 32-bit big-endian size ahead
+// of a four-letter MP4 atom type (true), or the 64-bit little-endian size 16
+// bytes into an ASF object, whose GUIDs carry 11 in their eighth byte (false).
+std::vector<std::pair<size_t, bool>> lengthFields(const std::vector<uint8_t>& bytes)
+{
+    std::vector<std::pair<size_t, bool>> fields;
+    const size_t end = std::min<size_t>(bytes.size(), 65536);
+    for (size_t i = 8; i + 4 <= end; ++i) {
+        if (isTypeCharacter(bytes[i]) && isTypeCharacter(bytes[i + 1]) && isTypeCharacter(bytes[i + 2])
+            && isTypeCharacter(bytes[i + 3]))
+            fields.emplace_back(i - 4, true);
+        else if (bytes[i] == 0x11 && (bytes[i - 1] == 0xCF || bytes[i - 1] == 0xD2) && i + 9 + 8 <= bytes.size())
+            fields.emplace_back(i + 9, false);
+    }
+    return fields;
+}
+
 void mutate(std::vector<uint8_t>& bytes, Random& random)
 {
     static const uint32_t kInteresting[] = {0, 1, 7, 8, 16, 24, 0x7F, 0x80, 0xFF, 0x100, 0xFFFF, 0x7FFFFFFF,
@@ -50,7 +87,19 @@ void mutate(std::vector<uint8_t>& bytes, Random& random)
         return;
     }
     const size_t at = position(random, bytes.size());
-    switch (random.below(7)) {
+    switch (random.below(8)) {
+    case 7:  // lie in a length field
+        if (const auto fields = lengthFields(bytes); !fields.empty()) {
+            const auto [offset, bigEndian] = fields[random.below(fields.size())];
+            const uint32_t value = kInteresting[random.below(std::size(kInteresting))];
+            if (bigEndian) {
+                putBigEndian(bytes, offset, value);
+            } else {
+                for (size_t i = 0; i < 8; ++i)
+                    bytes[offset + i] = i < 4 ? uint8_t(value >> (8 * i)) : 0;
+            }
+        }
+        break;
     case 0:
         bytes[at] ^= uint8_t(1u << random.below(8));
         break;
@@ -102,7 +151,7 @@ int main(int argc, char** argv)
         return 1;
     }
     for (const auto& seed : seeds)
-        LLVMFuzzerTestOneInput(seed.data(), seed.size());
+        runOne(seed);
 
     const long mutations = std::strtol(argv[2], nullptr, 10);
     Random random;
@@ -111,7 +160,7 @@ int main(int argc, char** argv)
         const size_t rounds = 1 + random.below(4);
         for (size_t r = 0; r < rounds; ++r)
             mutate(input, random);
-        LLVMFuzzerTestOneInput(input.data(), input.size());
+        runOne(input);
     }
     std::printf("%zu seeds and %ld mutations ran\n", seeds.size(), mutations);
     return 0;

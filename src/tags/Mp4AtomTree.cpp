@@ -1,6 +1,6 @@
 #include "tags/Mp4AtomTree.h"
 
-#include "tags/Mp4Genres.h"
+#include "tags/ID3Tables.h"
 
 #include <QFile>
 #include <QUuid>
@@ -488,7 +488,7 @@ QString dataAtomText(std::string_view item, uint32_t dataClass, const QByteArray
         if (payload.size() < 2)
             return {};
         const int number = be16(p);
-        return number >= 1 && number <= kID3v1GenreCount ? QString::fromLatin1(kID3v1Genres[number - 1])
+        return number >= 1 && number <= ID3_v1_genre_count ? QString::fromLatin1(ID3_v1_genre_description[number - 1])
                                                          : QStringLiteral("unknown");
     }
     if (dataClass == 1) {

@@ -1,6 +1,8 @@
 #include "tags/Mp4Tags.h"
 
 #include "platform/ResourceLocator.h"
+#include "tags/ID3Tables.h"
+#include "tags/ImageCoding.h"
 #include "tags/Mp4AtomTree.h"
 
 #include <QFile>
@@ -95,18 +97,11 @@ QList<QByteArray> coverPayloads(const AtomTree& tree)
     return payloads;
 }
 
-QString mimeTypeOfPicture(const QByteArray& bytes)
-{
-    if (bytes.startsWith(QByteArrayLiteral("\x89PNG\r\n\x1A\n")))
-        return QStringLiteral("image/png");
-    if (bytes.startsWith(QByteArrayLiteral("\xFF\xD8\xFF\xE0")) || bytes.startsWith(QByteArrayLiteral("\xFF\xD8\xFF\xE1")))
-        return QStringLiteral("image/jpg");
-    return QStringLiteral("image/unknown");
-}
-
 QStringList atomicParsleyArguments(const QString& path, const QVariantMap& tags, const QStringList* pictureFiles)
 {
-    QStringList arguments{path, QStringLiteral("--overWrite")};
+    // AtomicParsley takes no "--": a name that begins with a hyphen must not read as an option.
+    QStringList arguments{path.startsWith(QLatin1Char('-')) ? QStringLiteral("./") + path : path,
+                          QStringLiteral("--overWrite")};
     for (const char* key : {"album", "artist", "title", "genre", "year", "track"}) {
         const QString name = QLatin1String(key);
         if (tags.contains(name))
@@ -144,12 +139,9 @@ QVariantList getAACAlbumArt(const QString& path)
         const QImage image = QImage::fromData(payload);
         if (image.isNull())
             continue;
-        artwork << QVariantMap{
-            {QStringLiteral("Image"), image},
-            {QStringLiteral("Mime Type"), mp4::mimeTypeOfPicture(payload)},
-            {QStringLiteral("Picture Type"), artwork.isEmpty() ? QStringLiteral("Cover (front)") : QStringLiteral("Other")},
-            {QStringLiteral("Description"), QString()},
-        };
+        // The first picture is the front cover.
+        artwork << ImageCoding::artworkRecord(decodeImageType(artwork.isEmpty() ? 3 : 0), QString(),
+                                              ImageCoding::mimeTypeOfBytes(payload), image);
     }
     return artwork;
 }

@@ -31,8 +31,6 @@ class AtomTree;
 QVariantMap commentsFromTree(const AtomTree& tree);
 // The payloads of the "covr" picture atoms, in file order.
 QList<QByteArray> coverPayloads(const AtomTree& tree);
-// "image/png", "image/jpg" or "image/unknown" by the first bytes.
-QString mimeTypeOfPicture(const QByteArray& bytes);
 // The AtomicParsley arguments for a record and the picture files (nullptr: keep the pictures).
 QStringList atomicParsleyArguments(const QString& path, const QVariantMap& tags, const QStringList* pictureFiles);
 } // namespace mp4

@@ -174,7 +174,11 @@ QVariantMap getWMAComments(QIODevice& device)
     char header[kObjectHeaderLength];
     while (device.read(header, kObjectHeaderLength) == kObjectHeaderLength) {
         const uint64_t size = le64(header + 16);
-        if (std::memcmp(header, kHeaderObject, 8) == 0) {
+        const bool isHeaderObject = std::memcmp(header, kHeaderObject, 8) == 0;
+        // An object smaller than its own header would be read again and again.
+        if (!isHeaderObject && size < kObjectHeaderLength)
+            break;
+        if (isHeaderObject) {
             char count[6];
             if (device.read(count, 6) != 6)
                 break;
@@ -189,8 +193,7 @@ QVariantMap getWMAComments(QIODevice& device)
         } else if (std::memcmp(header, kExtendedContentDescriptionObject, 16) == 0) {
             extendedContentDescription = readObject(device, size);
         } else {
-            // A size below the header's own would walk backwards forever.
-            if (size < kObjectHeaderLength || size - kObjectHeaderLength > uint64_t(device.size() - device.pos()))
+            if (size - kObjectHeaderLength > uint64_t(device.size() - device.pos()))
                 break;
             if (!device.seek(device.pos() + qint64(size - kObjectHeaderLength)))
                 break;

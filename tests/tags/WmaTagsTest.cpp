@@ -132,6 +132,11 @@ TEST(WmaTags, LyingSizesStayInsideTheFile)
     QByteArray tiny = asfObject(kOtherGuid, QByteArray());
     tiny.replace(16, 8, le64(3));
     EXPECT_TRUE(readBytes(headerObject({tiny, contentDescriptionObject(utf16("A"), utf16("B"))})).isEmpty());
+    for (const auto* guid : {&kFilePropertiesGuid, &kContentDescriptionGuid, &kExtendedContentDescriptionGuid}) {
+        QByteArray empty = asfObject(*guid, QByteArray());
+        empty.replace(16, 8, le64(0));
+        EXPECT_TRUE(readBytes(headerObject({empty, contentDescriptionObject(utf16("A"), utf16("B"))})).isEmpty());
+    }
     QByteArray huge = asfObject(kOtherGuid, QByteArray());
     huge.replace(16, 8, le64(~uint64_t(0)));
     EXPECT_TRUE(readBytes(headerObject({huge})).isEmpty());
