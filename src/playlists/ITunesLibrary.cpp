@@ -17,9 +17,9 @@ bool readTracks(XmlPlist::Cursor& cursor, ITunesLibrary& library)
                 return false;
             continue;
         }
-        QString key;
-        while (cursor.nextKey(&key)) {
-            if (key == QLatin1String("Location") && cursor.elementName() == QLatin1String("string")) {
+        bool isLocation = false;
+        while (cursor.nextKeyMatches(QLatin1StringView("Location"), &isLocation)) {
+            if (isLocation && cursor.elementName() == QLatin1String("string")) {
                 library.locations.insert(trackId, cursor.readText());
             } else if (!cursor.skipValue()) {
                 return false;
@@ -61,7 +61,16 @@ std::optional<ITunesLibrary> ITunesLibrary::read(const QString& path, QString* e
             *error = file.errorString();
         return std::nullopt;
     }
-    XmlPlist::Cursor cursor(&file);
+    // Mapped rather than read: the scanner walks the file's pages in place.
+    QByteArray copy;
+    qint64 length = file.size();
+    const char* data = length > 0 ? reinterpret_cast<const char*>(file.map(0, length)) : nullptr;
+    if (!data) {
+        copy = file.readAll();
+        data = copy.constData();
+        length = copy.size();
+    }
+    XmlPlist::Cursor cursor(data, length);
     ITunesLibrary library;
     bool ok = cursor.enterRoot();
     if (ok && cursor.elementName() != QLatin1String("dict")) {
@@ -78,7 +87,7 @@ std::optional<ITunesLibrary> ITunesLibrary::read(const QString& path, QString* e
         else
             ok = cursor.skipValue();
     }
-    if (!ok || cursor.failed()) {
+    if (!ok || !cursor.finish()) {
         if (error)
             *error = cursor.errorString();
         return std::nullopt;

@@ -11,10 +11,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QPointer>
-#include <QThread>
 #include <QUrl>
-
 
 #include <cstdio>
 

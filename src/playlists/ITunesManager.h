@@ -1,7 +1,6 @@
 #pragma once
 #include "playlists/ITunesLibrary.h"
 
-#include <QFuture>
 #include <QObject>
 #include <QStringList>
 #include <QThreadPool>

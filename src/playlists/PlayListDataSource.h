@@ -21,6 +21,7 @@ public:
     explicit PlayListDataSource(QObject* parent = nullptr);
     ~PlayListDataSource() override;
 
+    // The collaborators are given before awakeFromNib().
     void setMediaSource(MediaDataSource* media) { media_ = media; }
     void setHiddenSource(HPlayListDataSource* hidden) { hidden_ = hidden; }
     void setFlashWriter(FlashWriter* writer);
