@@ -26,6 +26,7 @@ public:
     PlayListDataSource& playlists() { return *playlists_; }
     MediaDataSource& media() { return *media_; }
     HPlayListDataSource& hiddenPlaylists() { return *hidden_; }
+    m3uManager& m3u() { return *m3u_; }
 
 private:
     std::unique_ptr<ExportJobs> exportJobs_;

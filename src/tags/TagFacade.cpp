@@ -71,7 +71,7 @@ bool writeByExtension(const QString& path, const QVariantMap& tags, const QVaria
     if (extension == QLatin1String("ogg"))
         return updateOGGTags(path, tags, images ? *images : getOGGAlbumArt(path));
     if (isMp4Extension(extension))
-        return updateAACTags(path, tags, images ? *images : getAACAlbumArt(path));
+        return images ? updateAACTags(path, tags, *images) : updateAACTags(path, tags);
     return false;
 }
 } // namespace

@@ -7,6 +7,7 @@
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "core/TaskManager.h"
+#include "playlists/M3uManager.h"
 #include "ui/PlaylistPanel.h"
 
 #include <QComboBox>
@@ -89,6 +90,7 @@ MusicTab::MusicTab(AppControllers& controllers, QWidget* parent)
       sizeLabel_(new QLabel),
       missingLabel_(new QLabel),
       inFlightLabel_(new QLabel),
+      m3uStatusLabel_(new QLabel),
       formatCombo_(new QComboBox),
       burnCombo_(new QComboBox),
       inFlightTimer_(new QTimer(this))
@@ -196,6 +198,7 @@ MusicTab::MusicTab(AppControllers& controllers, QWidget* parent)
     addButton(actions, tr("Burn"), [this] { burn(); });
     addButton(actions, tr("Copy to Flash Player"), [this] { copyToFlash(); });
     actions->addStretch();
+    actions->addWidget(m3uStatusLabel_);
     actions->addWidget(inFlightLabel_);
 
     auto* layout = new QVBoxLayout(this);
@@ -218,6 +221,8 @@ MusicTab::MusicTab(AppControllers& controllers, QWidget* parent)
         otherSources_->item(0)->setSelected(true);
         focus_ = Focus::DropZone;
     }, Qt::QueuedConnection);
+    connect(&controllers.m3u(), &m3uManager::statusChanged, this,
+            [this](const QString& status) { m3uStatusLabel_->setText(status); }, Qt::QueuedConnection);
     connect(inFlightTimer_, &QTimer::timeout, this, &MusicTab::updateWorkInFlight);
     inFlightTimer_->start(500);
 

@@ -52,6 +52,7 @@ private:
     QLabel* sizeLabel_;
     QLabel* missingLabel_;
     QLabel* inFlightLabel_;
+    QLabel* m3uStatusLabel_;
     QComboBox* formatCombo_;
     QComboBox* burnCombo_;
     QProgressDialog* progressSheet_ = nullptr;
