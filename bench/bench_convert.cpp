@@ -42,6 +42,7 @@ void runConvert(const QStringList& sources, const QString& out, qint64* firstDis
 {
     QProcess process;
     process.setProcessChannelMode(QProcess::SeparateChannels);
+    process.setReadChannel(QProcess::StandardError);  // the progress lines
     QElapsedTimer clock;
     clock.start();
     process.start(cli(), QStringList{"convert", "--to", "MP3", "--out", out} + sources);
