@@ -40,7 +40,7 @@ Bytes chunk(const char* type, const Bytes& body, bool bigEndian, long declared =
     return b;
 }
 
-struct WavSpec {
+struct WavLayout {
     int tag = 1, channels = 2, rate = 44100, bits = 16;
     int blockAlign = -1;        // -1: bits / 8 * channels
     int fmtLength = 16;
@@ -49,7 +49,7 @@ struct WavSpec {
     Bytes between;              // chunks between "fmt " and "data"
 };
 
-Bytes wav(const WavSpec& s, const Bytes& payload)
+Bytes wav(const WavLayout& s, const Bytes& payload)
 {
     Bytes fmt;
     putLe(fmt, uint32_t(s.tag), 2);
@@ -80,7 +80,7 @@ Bytes extended(uint32_t rate)
     return b;
 }
 
-struct AiffSpec {
+struct AiffLayout {
     bool aifc = false;
     int channels = 2, bits = 16;
     uint32_t frames = 0;
@@ -91,7 +91,7 @@ struct AiffSpec {
     Bytes before;        // chunks before "COMM"
 };
 
-Bytes aiff(const AiffSpec& s, const Bytes& samples)
+Bytes aiff(const AiffLayout& s, const Bytes& samples)
 {
     Bytes comm;
     putBe(comm, uint32_t(s.channels), 2);
@@ -194,9 +194,9 @@ TEST(PcmReaders, WavSixteenBitSamplesAndFormatChunkLengths)
 {
     const Bytes payload = le16Samples({0, 16384, -32768, 32767, -16384, 1});
     for (int fmtLength : {16, 18}) {
-        WavSpec spec;
-        spec.fmtLength = fmtLength;
-        const Opened o = openAndRead(wav(spec, payload));
+        WavLayout layout;
+        layout.fmtLength = fmtLength;
+        const Opened o = openAndRead(wav(layout, payload));
         ASSERT_NE(o.format, nullptr) << fmtLength;
         EXPECT_STREQ(o.format->format, "wav");
         EXPECT_STREQ(o.format->description, "WAV file reader");
@@ -207,7 +207,7 @@ TEST(PcmReaders, WavSixteenBitSamplesAndFormatChunkLengths)
         EXPECT_EQ(o.samples[0], (std::vector<float>{0.0f, -1.0f, -0.5f}));
         EXPECT_EQ(o.samples[1], (std::vector<float>{0.5f, 32767 / 32768.0f, 1 / 32768.0f}));
     }
-    WavSpec odd;
+    WavLayout odd;
     odd.fmtLength = 20;
     const Opened o = openAndRead(wav(odd, payload));
     ASSERT_NE(o.format, nullptr);
@@ -217,11 +217,11 @@ TEST(PcmReaders, WavSixteenBitSamplesAndFormatChunkLengths)
 
 TEST(PcmReaders, WavChunksBeforeFormatAndDataAreSkippedEvenOnAPipe)
 {
-    WavSpec spec;
-    spec.before = chunk("LIST", "abcd", false);
-    spec.between = chunk("fact", "xyz", false) + chunk("junk", Bytes(3000, 'j'), false);
+    WavLayout layout;
+    layout.before = chunk("LIST", "abcd", false);
+    layout.between = chunk("fact", "xyz", false) + chunk("junk", Bytes(3000, 'j'), false);
     for (bool pipe : {false, true}) {
-        const Opened o = openAndRead(wav(spec, le16Samples({100, -100})), pipe);
+        const Opened o = openAndRead(wav(layout, le16Samples({100, -100})), pipe);
         ASSERT_NE(o.format, nullptr);
         EXPECT_EQ(o.messages, "Skipping chunk of type \"LIST\", length 4\n"
                               "Skipping chunk of type \"fact\", length 3\n"
@@ -238,7 +238,7 @@ TEST(PcmReaders, WavDataLengthThatIsZeroOrLies)
         payload += le16Samples({i, -i});
 
     // Zero: measured from the file on a seekable stream, unknown on a pipe; all is read.
-    WavSpec unknown;
+    WavLayout unknown;
     unknown.dataLength = 0;
     Opened o = openAndRead(wav(unknown, payload));
     EXPECT_EQ(o.input.totalSamplesPerChannel, 5000);
@@ -248,7 +248,7 @@ TEST(PcmReaders, WavDataLengthThatIsZeroOrLies)
     EXPECT_EQ(o.samples[0].size(), 5000u);
 
     // Claiming more than there is: read up to the real end.
-    WavSpec tooLong;
+    WavLayout tooLong;
     tooLong.dataLength = 0x7ffffff0;
     o = openAndRead(wav(tooLong, payload));
     ASSERT_NE(o.format, nullptr);
@@ -256,33 +256,33 @@ TEST(PcmReaders, WavDataLengthThatIsZeroOrLies)
     EXPECT_FLOAT_EQ(o.samples[0].back(), 4999 / 32768.0f);
 
     // Claiming less: stop where the header says, even with more bytes behind.
-    WavSpec tooShort;
+    WavLayout tooShort;
     tooShort.dataLength = 400;
     o = openAndRead(wav(tooShort, payload), false, 64);
     EXPECT_EQ(o.samples[1].size(), 100u);
 
     // A trailing half frame is not delivered.
-    o = openAndRead(wav(WavSpec{}, payload + "\x01\x02\x03"));
+    o = openAndRead(wav(WavLayout{}, payload + "\x01\x02\x03"));
     EXPECT_EQ(o.samples[0].size(), 5000u);
 }
 
 TEST(PcmReaders, WavSampleFormats)
 {
-    WavSpec eight;
+    WavLayout eight;
     eight.bits = 8;
     eight.channels = 1;
     Opened o = openAndRead(wav(eight, Bytes("\x80\xff\x00\x40", 4)));
     ASSERT_NE(o.format, nullptr);
     EXPECT_EQ(o.samples[0], (std::vector<float>{0.0f, 127 / 128.0f, -1.0f, -0.5f}));
 
-    WavSpec twentyFour;
+    WavLayout twentyFour;
     twentyFour.bits = 24;
     twentyFour.channels = 1;
     o = openAndRead(wav(twentyFour, Bytes("\x00\x00\x40\xff\xff\xff\x00\x00\x80", 9)));
     ASSERT_NE(o.format, nullptr);
     EXPECT_EQ(o.samples[0], (std::vector<float>{0.5f, -1 / 8388608.0f, -1.0f}));
 
-    WavSpec floats;
+    WavLayout floats;
     floats.tag = 3;
     floats.bits = 32;
     floats.channels = 1;
@@ -297,7 +297,7 @@ TEST(PcmReaders, WavSampleFormats)
     EXPECT_EQ(o.samples[0], (std::vector<float>{0.25f, -0.75f, 1.5f}));
 
     // WAVE_FORMAT_EXTENSIBLE with six 16-bit channels, as sox and ffmpeg write them.
-    WavSpec extensible;
+    WavLayout extensible;
     extensible.tag = 0xfffe;
     extensible.channels = 6;
     extensible.fmtLength = 40;
@@ -319,17 +319,17 @@ TEST(PcmReaders, WavHeadersThatAreRefused)
         Bytes bytes;
         const char* message;
     };
-    WavSpec shortFmt;
+    WavLayout shortFmt;
     shortFmt.fmtLength = 14;
-    WavSpec adpcm;
+    WavLayout adpcm;
     adpcm.tag = 2;
-    WavSpec badAlign;
+    WavLayout badAlign;
     badAlign.blockAlign = 3;
-    WavSpec twelveBit;
+    WavLayout twelveBit;
     twelveBit.bits = 12;
-    WavSpec noChannels;
+    WavLayout noChannels;
     noChannels.channels = 0;
-    const Bytes good = wav(WavSpec{}, le16Samples({1, 2}));
+    const Bytes good = wav(WavLayout{}, le16Samples({1, 2}));
     const Case cases[] = {
         {"short fmt", wav(shortFmt, ""), "Warning: Unrecognised format chunk in WAV header\n"},
         {"adpcm", wav(adpcm, ""),
@@ -359,7 +359,7 @@ TEST(PcmReaders, AiffAndAiffcSamples)
     Bytes be16;
     for (int v : {16384, -32768, 1, -1})
         putBe(be16, uint32_t(v) & 0xffff, 2);
-    AiffSpec plain;
+    AiffLayout plain;
     plain.frames = 2;
     plain.before = chunk("COMT", "odd", true); // odd length: one pad byte follows
     Opened o = openAndRead(aiff(plain, be16));
@@ -372,7 +372,7 @@ TEST(PcmReaders, AiffAndAiffcSamples)
     EXPECT_EQ(o.samples[0], (std::vector<float>{0.5f, 1 / 32768.0f}));
     EXPECT_EQ(o.samples[1], (std::vector<float>{-1.0f, -1 / 32768.0f}));
 
-    AiffSpec compressedNone;
+    AiffLayout compressedNone;
     compressedNone.aifc = true;
     compressedNone.frames = 2;
     compressedNone.offset = 6; // bytes before the first sample frame
@@ -386,7 +386,7 @@ TEST(PcmReaders, AiffAndAiffcSamples)
     }
 
     // 8-bit data is taken as unsigned, as in WAV files.
-    AiffSpec eight;
+    AiffLayout eight;
     eight.bits = 8;
     eight.channels = 1;
     eight.frames = 3;
@@ -395,7 +395,7 @@ TEST(PcmReaders, AiffAndAiffcSamples)
     EXPECT_EQ(o.samples[0], (std::vector<float>{0.0f, -1.0f, 0.5f}));
 
     // More frames announced than stored: read to the real end.
-    AiffSpec lying = plain;
+    AiffLayout lying = plain;
     lying.frames = 1000000;
     o = openAndRead(aiff(lying, be16));
     EXPECT_EQ(o.samples[0].size(), 2u);
@@ -404,12 +404,12 @@ TEST(PcmReaders, AiffAndAiffcSamples)
 TEST(PcmReaders, AiffSampleRates)
 {
     for (uint32_t rate : {8000u, 11025u, 22050u, 44100u, 96000u, 192000u}) {
-        AiffSpec spec;
-        spec.rate = extended(rate);
-        EXPECT_EQ(openAndRead(aiff(spec, "")).input.rate, long(rate));
+        AiffLayout layout;
+        layout.rate = extended(rate);
+        EXPECT_EQ(openAndRead(aiff(layout, "")).input.rate, long(rate));
     }
     // Infinity and not-a-number.
-    AiffSpec infinite;
+    AiffLayout infinite;
     infinite.rate = Bytes("\x7f\xff\x80\0\0\0\0\0\0\0", 10);
     EXPECT_EQ(openAndRead(aiff(infinite, "")).input.rate, 0x7fffffffL);
     infinite.rate = Bytes("\x7f\xff\x40\0\0\0\0\0\0\0", 10);
@@ -426,21 +426,21 @@ TEST(PcmReaders, AiffHeadersThatAreRefused)
         Bytes bytes;
         const char* message;
     };
-    AiffSpec sowt;
+    AiffLayout sowt;
     sowt.aifc = true;
     sowt.compression = "sowt";
-    AiffSpec floats = sowt;
+    AiffLayout floats = sowt;
     floats.compression = "fl32";
-    AiffSpec shortAifc;
+    AiffLayout shortAifc;
     shortAifc.aifc = true;
     shortAifc.commLength = 20;
-    AiffSpec shortComm;
+    AiffLayout shortComm;
     shortComm.commLength = 16;
-    AiffSpec blocked;
+    AiffLayout blocked;
     blocked.blockSize = 4096;
-    AiffSpec twelve;
+    AiffLayout twelve;
     twelve.bits = 12;
-    const Bytes good = aiff(AiffSpec{}, "");
+    const Bytes good = aiff(AiffLayout{}, "");
     const Bytes noComm = Bytes("FORM\0\0\0\x10" "AIFF", 12) + chunk("SSND", Bytes(8, '\0'), true);
     const Bytes noSsnd = good.substr(0, good.find("SSND"));
     Bytes tinySsnd = noSsnd + chunk("SSND", "1234", true);
@@ -472,21 +472,21 @@ TEST(PcmReaders, DamagedHeadersNeverReadOutOfBounds)
 {
     // Valid files of every kind, then bytes of their headers changed and their
     // ends cut off; the sanitizers watch the parsing and the reading.
-    WavSpec floats;
+    WavLayout floats;
     floats.tag = 3;
     floats.bits = 32;
-    WavSpec six;
+    WavLayout six;
     six.tag = 0xfffe;
     six.channels = 6;
     six.fmtLength = 40;
-    AiffSpec aifc;
+    AiffLayout aifc;
     aifc.aifc = true;
     aifc.frames = 10;
-    AiffSpec eight;
+    AiffLayout eight;
     eight.bits = 8;
     eight.frames = 20;
     const Bytes payload(480, '\x5a');
-    const Bytes originals[] = {wav(WavSpec{}, payload), wav(floats, payload), wav(six, payload),
+    const Bytes originals[] = {wav(WavLayout{}, payload), wav(floats, payload), wav(six, payload),
                                aiff(aifc, payload), aiff(eight, payload)};
     std::mt19937 random(20261121);
     for (int round = 0; round < 1500; ++round) {
