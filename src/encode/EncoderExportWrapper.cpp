@@ -42,7 +42,9 @@ EncoderExportWrapper::EncoderExportWrapper(QString cleanupKey, QString ripKey, Q
 {
 }
 
-EncoderExportWrapper::~EncoderExportWrapper()
+EncoderExportWrapper::~EncoderExportWrapper() = default;
+
+void EncoderExportWrapper::stopListening()
 {
     NotificationCenter::defaultCenter().removeObserver(this);
     // Waiting workers give up; running encoders are allowed to finish.

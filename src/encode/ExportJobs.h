@@ -97,6 +97,9 @@ protected:
     EncoderExportWrapper(QString cleanupKey, QString ripKey, QStringList requestNames, QString cancelName);
     // Subscribes to the request and cancel names; called by the member's constructor.
     void subscribe();
+    // Stops listening and waits for the background encoders; called by the member's
+    // destructor, while the member's encode() can still run.
+    void stopListening();
 
     // The member's encoder settings from the defaults, rip and flash dictionaries.
     virtual QStringList exportParams(const ExportArguments::TspSettings& settings, int sampleBits) const = 0;
@@ -155,6 +158,7 @@ private:
 class mp2exportwrapper : public EncoderExportWrapper {
 public:
     mp2exportwrapper();
+    ~mp2exportwrapper() override;
 
 protected:
     QStringList exportParams(const ExportArguments::TspSettings& settings, int sampleBits) const override;
@@ -167,6 +171,7 @@ protected:
 class aacexportwrapper : public EncoderExportWrapper {
 public:
     aacexportwrapper();
+    ~aacexportwrapper() override;
 
 protected:
     QStringList exportParams(const ExportArguments::TspSettings& settings, int sampleBits) const override;
@@ -180,6 +185,7 @@ protected:
 class wmaexportwrapper : public EncoderExportWrapper {
 public:
     wmaexportwrapper();
+    ~wmaexportwrapper() override;
 
 protected:
     QStringList exportParams(const ExportArguments::TspSettings& settings, int sampleBits) const override;

@@ -62,7 +62,10 @@ mp3exportwrapper::mp3exportwrapper()
     });
 }
 
-mp3exportwrapper::~mp3exportwrapper() = default;
+mp3exportwrapper::~mp3exportwrapper()
+{
+    stopListening();
+}
 
 QString mp3exportwrapper::lamePath() const
 {
@@ -110,6 +113,11 @@ mp2exportwrapper::mp2exportwrapper()
     subscribe();
 }
 
+mp2exportwrapper::~mp2exportwrapper()
+{
+    stopListening();
+}
+
 QStringList mp2exportwrapper::exportParams(const TspSettings& settings, int sampleBits) const
 {
     return mp2ExportParams(settings, sampleBits);
@@ -151,6 +159,11 @@ aacexportwrapper::aacexportwrapper()
                            VLAACExportCancelNotification)
 {
     subscribe();
+}
+
+aacexportwrapper::~aacexportwrapper()
+{
+    stopListening();
 }
 
 QStringList aacexportwrapper::exportParams(const TspSettings& settings, int) const
@@ -216,6 +229,11 @@ wmaexportwrapper::wmaexportwrapper()
                            VLWMAExportCancelNotification)
 {
     subscribe();
+}
+
+wmaexportwrapper::~wmaexportwrapper()
+{
+    stopListening();
 }
 
 QStringList wmaexportwrapper::exportParams(const TspSettings& settings, int) const
