@@ -1,5 +1,7 @@
 #pragma once
+#include <QByteArray>
 #include <QString>
+#include <QStringList>
 #include <QVariantList>
 #include <QVariantMap>
 
@@ -7,6 +9,30 @@
 
 // MP4/AAC files (M4A, M4B, M4R, M4P, AAC): the track record, the artwork
 // records, and writing both back.
+
+// "title", "artist", "album", "genre", "year", "track" from the iTunes items
+// and "duration" from the movie header. A file that is not MPEG-4 gives a
+// record without tag keys (the scanner's complaint goes to the log).
 std::optional<QVariantMap> getAACComments(const QString& path);
+// The "covr" pictures: "Cover (front)" for the first, "Other" for the rest.
 QVariantList getAACAlbumArt(const QString& path);
+// Runs AtomicParsley on the file: the record's values, then the pictures,
+// replacing every picture the file had (an empty list removes them all).
+// Pictures come from their "cachepath" file, or are encoded from "Image" when
+// that file is missing. True when the tool ran; its own status is not examined.
 bool updateAACTags(const QString& path, const QVariantMap& tags, const QVariantList& images);
+// The same without touching the pictures.
+bool updateAACTags(const QString& path, const QVariantMap& tags);
+
+namespace mp4 {
+class AtomTree;
+
+// The pieces behind the entry points, over an atom tree already scanned.
+QVariantMap commentsFromTree(const AtomTree& tree);
+// The payloads of the "covr" picture atoms, in file order.
+QList<QByteArray> coverPayloads(const AtomTree& tree);
+// "image/png", "image/jpg" or "image/unknown" by the first bytes.
+QString mimeTypeOfPicture(const QByteArray& bytes);
+// The AtomicParsley arguments for a record and the picture files (nullptr: keep the pictures).
+QStringList atomicParsleyArguments(const QString& path, const QVariantMap& tags, const QStringList* pictureFiles);
+} // namespace mp4

@@ -1,61 +1,190 @@
 #include "tags/TagFacade.h"
 
+#include "core/StringUtils.h"
+#include "tags/MediaDuration.h"
+#include "tags/Mp4Tags.h"
+#include "tags/OggTags.h"
+#include "tags/TagAPI.h"
+#include "tags/WmaTags.h"
+
 #include <QFileInfo>
 
-#include <taglib/fileref.h>
-#include <taglib/tag.h>
+#include <cstdio>
+#include <exception>
 
 namespace {
-void putText(QVariantMap& record, const char* key, const TagLib::String& value)
+bool isExistingFile(const QString& path)
 {
-    if (!value.isEmpty())
-        record.insert(key, QString::fromStdWString(value.toWString()));
+    const QFileInfo info(path);
+    return info.exists() && !info.isDir();
 }
-void putNumber(QVariantMap& record, const char* key, unsigned value)
+
+bool isMp4Extension(const QString& extension)
 {
-    if (value != 0)
-        record.insert(key, QString::number(value));
+    return extension == QLatin1String("m4a") || extension == QLatin1String("m4p") || extension == QLatin1String("m4b")
+        || extension == QLatin1String("m4r") || extension == QLatin1String("aac");
+}
+
+void setIfAbsent(QVariantMap& record, const char* key, const QString& value)
+{
+    const QString key16 = QLatin1String(key);
+    if (!record.contains(key16) && !value.isEmpty())
+        record.insert(key16, value);
+}
+
+std::optional<QVariantMap> readByExtension(const QString& path, const QString& extension)
+{
+    if (extension == QLatin1String("mp3"))
+        return getMP3Comments(path);
+    if (extension == QLatin1String("ogg"))
+        return getOGGComments(path);
+    if (extension == QLatin1String("wma"))
+        return getWMAComments(path);
+    if (isMp4Extension(extension))
+        return getAACComments(path);
+    return std::nullopt;
+}
+
+bool writeByExtension(const QString& path, const QVariantMap& tags, const QVariantList* images)
+{
+    const QString extension = QFileInfo(path).suffix().toLower();
+    if (extension == QLatin1String("mp3"))
+        return updateMP3Tags(path, tags, images);
+    if (extension == QLatin1String("ogg"))
+        return updateOGGTags(path, tags, images ? *images : getOGGAlbumArt(path));
+    if (isMp4Extension(extension))
+        return updateAACTags(path, tags, images ? *images : getAACAlbumArt(path));
+    return false;
 }
 } // namespace
 
 std::optional<QVariantMap> getComments(const QString& path)
 {
-    const QFileInfo info(path);
-    if (!info.exists() || info.isDir())
+    if (!isExistingFile(path))
         return std::nullopt;
-    QVariantMap record;
-    TagLib::FileRef file(QFile::encodeName(path).constData());
-    if (!file.isNull() && file.tag()) {
-        const TagLib::Tag* tag = file.tag();
-        putText(record, "title", tag->title());
-        putText(record, "artist", tag->artist());
-        putText(record, "album", tag->album());
-        putText(record, "comment", tag->comment());
-        putText(record, "genre", tag->genre());
-        putNumber(record, "track", tag->track());
-        putNumber(record, "year", tag->year());
+    std::optional<QVariantMap> record;
+    try {
+        record = readByExtension(path, QFileInfo(path).suffix().toLower());
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "Reading the tags of %s failed: %s\n", qPrintable(path), error.what());
+        record.reset();
+    } catch (...) {
+        std::fprintf(stderr, "Reading the tags of %s failed\n", qPrintable(path));
+        record.reset();
     }
-    if (!file.isNull() && file.audioProperties())
-        putNumber(record, "duration", unsigned(file.audioProperties()->lengthInSeconds()));
+    QVariantMap result = record.value_or(QVariantMap());
+    filenameTags(path, result);
+    return result;
+}
+
+bool updateTags(const QString& path, const QVariantMap& tags, const QVariantList& images)
+{
+    return isExistingFile(path) && writeByExtension(path, tags, &images);
+}
+
+bool updateTags(const QString& path, const QVariantMap& tags)
+{
+    return isExistingFile(path) && writeByExtension(path, tags, nullptr);
+}
+
+bool canUpdateTags(const QString& path)
+{
+    const QString extension = QFileInfo(path).suffix().toLower();
+    return extension == QLatin1String("mp3") || extension == QLatin1String("ogg") || isMp4Extension(extension);
+}
+
+QVariantList getAlbumArt(const QString& path)
+{
+    if (!isExistingFile(path))
+        return {};
+    const QString extension = QFileInfo(path).suffix().toLower();
+    if (extension == QLatin1String("mp3"))
+        return getMP3AlbumArt(path);
+    if (extension == QLatin1String("ogg"))
+        return getOGGAlbumArt(path);
+    if (isMp4Extension(extension))
+        return getAACAlbumArt(path);
+    return {};
+}
+
+void filenameTags(const QString& path, QVariantMap& record)
+{
+    const QString base = QFileInfo(path).completeBaseName();
+    QStringList pieces = base.split(QStringLiteral(" - "));
+    if (pieces.size() < 4) {
+        pieces = base.split(QLatin1Char('_'));
+        if (pieces.size() == 2) {
+            setIfAbsent(record, "artist", pieces.at(0).trimmed());
+            setIfAbsent(record, "title", pieces.at(1).trimmed());
+        }
+    } else {
+        if (intValue(pieces.at(0).trimmed()) == 0) {
+            setIfAbsent(record, "artist", pieces.at(0).trimmed());
+            setIfAbsent(record, "album", pieces.at(1).trimmed());
+            setIfAbsent(record, "track", pieces.at(2).trimmed());
+            setIfAbsent(record, "title", pieces.at(3).trimmed());
+        }
+        if (pieces.size() == 5)
+            setIfAbsent(record, "genre", pieces.at(4).trimmed());
+    }
+    if (!record.contains(QStringLiteral("duration"))) {
+        const int seconds = mediaDurationSeconds(path);
+        if (seconds >= 0)
+            record.insert(QStringLiteral("duration"), QString::number(seconds));
+    }
+}
+
+QVariantMap getMP3Comments(const QString& path)
+{
+    QVariantMap record;
+    TagAPI& tags = TagAPI::forThisThread();
+    if (!tags.examineFile(path))
+        return record;
+    auto putText = [&](const char* key, const QString& value) {
+        if (!value.isEmpty())
+            record.insert(QLatin1String(key), value);
+    };
+    auto putNumber = [&](const char* key, int value) {
+        if (value != 0)
+            record.insert(QLatin1String(key), QString::number(value));
+    };
+    putText("title", tags.getTitle());
+    putText("artist", tags.getArtist());
+    putText("album", tags.getAlbum());
+    putNumber("track", tags.getTrack());
+    putNumber("year", tags.getYear());
+    const QStringList genres = tags.getGenreNames();
+    if (!genres.isEmpty())
+        record.insert(QStringLiteral("genre"), genres.first());
+    putNumber("duration", tags.getDuration());
     return record;
 }
 
-bool updateTags(const QString& path, const QVariantMap& tags, const QVariantList&)
+bool updateMP3Tags(const QString& path, const QVariantMap& record, const QVariantList* images)
 {
-    const QFileInfo info(path);
-    if (!info.exists() || info.isDir())
+    TagAPI& tags = TagAPI::forThisThread();
+    if (!tags.examineFile(path))
         return false;
-    TagLib::FileRef file(QFile::encodeName(path).constData());
-    if (file.isNull() || !file.tag())
-        return false;
-    TagLib::Tag* tag = file.tag();
-    auto text = [&](const char* key) { return TagLib::String(tags.value(key).toString().toStdWString()); };
-    tag->setTitle(text("title"));
-    tag->setArtist(text("artist"));
-    tag->setAlbum(text("album"));
-    tag->setComment(text("comment"));
-    tag->setGenre(text("genre"));
-    tag->setTrack(tags.value("track").toString().toUInt());
-    tag->setYear(tags.value("year").toString().toUInt());
-    return file.save();
+    auto text = [&](const char* key) { return record.value(QLatin1String(key)).toString(); };
+    if (record.contains(QStringLiteral("album")))
+        tags.setAlbum(text("album"));
+    if (record.contains(QStringLiteral("artist")))
+        tags.setArtist(text("artist"));
+    if (record.contains(QStringLiteral("title")))
+        tags.setTitle(text("title"));
+    if (record.contains(QStringLiteral("genre")))
+        tags.setGenreName({text("genre")});
+    tags.setYear(intValue(text("year")));
+    tags.setTrack(intValue(text("track")), tags.getTotalNumberTracks());
+    if (images)
+        tags.setImages(*images);
+    return tags.updateFile();
+}
+
+QVariantList getMP3AlbumArt(const QString& path)
+{
+    TagAPI& tags = TagAPI::forThisThread();
+    if (!tags.examineFile(path))
+        return {};
+    return tags.getImage();
 }

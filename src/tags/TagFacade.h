@@ -9,7 +9,27 @@
 // A track record maps "title", "artist", "album", "year", "comment", "track",
 // "genre" and "duration" to strings; a key that could not be filled is absent.
 
-// The track record of a file; nothing when the path does not exist or is a folder.
+// The track record of a file, chosen by its extension (mp3, ogg, wma, m4a, m4p,
+// m4b, m4r, aac), completed from the file name; nothing when the path does not
+// exist or is a folder. Any other extension gives a record from the name only.
 std::optional<QVariantMap> getComments(const QString& path);
-// Writes a track record and artwork records into a file; true if a writer ran.
+// Writes a track record and exactly these artwork records (an empty list removes
+// the pictures) into an MP3, Ogg or MP4/AAC file; true if a writer ran and
+// succeeded. WMA and other types are not writable.
 bool updateTags(const QString& path, const QVariantMap& tags, const QVariantList& images);
+// The same, keeping the pictures the file has.
+bool updateTags(const QString& path, const QVariantMap& tags);
+// Whether updateTags can write this kind of file.
+bool canUpdateTags(const QString& path);
+// The artwork records of a file (MP3, Ogg, MP4/AAC); empty for other types.
+QVariantList getAlbumArt(const QString& path);
+
+// Fills the absent keys of a record from the file's name ("Artist - Album -
+// 03 - Title[ - Genre]" or "Artist_Title") and its duration from the audio.
+void filenameTags(const QString& path, QVariantMap& record);
+
+// The MP3 reader and writer behind the dispatcher.
+QVariantMap getMP3Comments(const QString& path);
+// images null: the pictures stay as they are.
+bool updateMP3Tags(const QString& path, const QVariantMap& tags, const QVariantList* images);
+QVariantList getMP3AlbumArt(const QString& path);

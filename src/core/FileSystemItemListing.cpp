@@ -1,0 +1,165 @@
+#include "core/FileSystemItemListing.h"
+
+#include "core/FileSystemItem.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <set>
+#include <utility>
+
+#include <sys/stat.h>
+
+namespace FileSystemItemListing {
+
+namespace {
+
+enum class Stop { None, DepthLimit, AlreadyListed };
+
+// Decides which folders are entered: within the depth limit and not walked before
+// (folders are told apart by device and inode, which sees through symlinks).
+class Walk {
+public:
+    Stop enter(FileSystemItem& folder, int depth, int maxDepth)
+    {
+        if (maxDepth >= 0 && depth >= maxDepth)
+            return Stop::DepthLimit;
+        struct stat info;
+        if (::stat(QFile::encodeName(folder.fullPath()).constData(), &info) != 0)
+            return Stop::None;  // unreadable: its listing comes out empty
+        if (!seen_.insert({info.st_dev, info.st_ino}).second)
+            return Stop::AlreadyListed;
+        return Stop::None;
+    }
+
+private:
+    std::set<std::pair<dev_t, ino_t>> seen_;
+};
+
+void appendIndent(QByteArray& out, int depth)
+{
+    out.append(qsizetype(depth) * 2, ' ');
+}
+
+void textChildren(FileSystemItem& folder, int depth, int maxDepth, Walk& walk, QByteArray& out)
+{
+    const auto* children = folder.children();
+    if (!children)
+        return;
+    for (const auto& child : *children) {
+        appendIndent(out, depth + 1);
+        out.append(child->relativePath().toUtf8());
+        if (!child->isFolder()) {
+            out.append('\n');
+            continue;
+        }
+        out.append('/');
+        switch (walk.enter(*child, depth + 1, maxDepth)) {
+        case Stop::DepthLimit:
+            out.append("  (depth limit)\n");
+            break;
+        case Stop::AlreadyListed:
+            out.append("  (already listed)\n");
+            break;
+        case Stop::None:
+            out.append('\n');
+            textChildren(*child, depth + 1, maxDepth, walk, out);
+            // Free each folder once written: the output, not the tree, is kept.
+            child->releaseChildren();
+            break;
+        }
+    }
+}
+
+QJsonArray jsonChildren(FileSystemItem& folder, int depth, int maxDepth, Walk& walk)
+{
+    QJsonArray array;
+    const auto* children = folder.children();
+    if (!children)
+        return array;
+    for (const auto& child : *children) {
+        QJsonObject entry{{"name", child->relativePath()},
+                          {"path", child->fullPath()},
+                          {"folder", child->isFolder()}};
+        if (child->isFolder()) {
+            switch (walk.enter(*child, depth + 1, maxDepth)) {
+            case Stop::DepthLimit:
+                entry.insert("truncated", true);
+                break;
+            case Stop::AlreadyListed:
+                entry.insert("alreadyListed", true);
+                break;
+            case Stop::None:
+                entry.insert("children", jsonChildren(*child, depth + 1, maxDepth, walk));
+                child->releaseChildren();
+                break;
+            }
+        }
+        array.append(entry);
+    }
+    return array;
+}
+
+} // namespace
+
+QByteArray toText(const QList<Root>& roots)
+{
+    QByteArray out;
+    Walk walk;
+    for (const Root& root : roots) {
+        FileSystemItem item(root.path, nullptr);
+        out.append(root.path.toUtf8());
+        if (!QFileInfo::exists(root.path)) {
+            out.append("  (missing)\n");
+            continue;
+        }
+        if (!item.isFolder()) {
+            out.append('\n');
+            continue;
+        }
+        switch (walk.enter(item, 0, root.maxDepth)) {
+        case Stop::DepthLimit:
+            out.append("  (depth limit)\n");
+            break;
+        case Stop::AlreadyListed:
+            out.append("  (already listed)\n");
+            break;
+        case Stop::None:
+            out.append('\n');
+            textChildren(item, 0, root.maxDepth, walk, out);
+            break;
+        }
+    }
+    return out;
+}
+
+QByteArray toJson(const QList<Root>& roots)
+{
+    QJsonArray array;
+    Walk walk;
+    for (const Root& root : roots) {
+        FileSystemItem item(root.path, nullptr);
+        const bool exists = QFileInfo::exists(root.path);
+        QJsonObject entry{{"path", root.path}, {"exists", exists}, {"folder", exists && item.isFolder()}};
+        if (exists && item.isFolder()) {
+            switch (walk.enter(item, 0, root.maxDepth)) {
+            case Stop::DepthLimit:
+                entry.insert("truncated", true);
+                break;
+            case Stop::AlreadyListed:
+                entry.insert("alreadyListed", true);
+                break;
+            case Stop::None:
+                entry.insert("children", jsonChildren(item, 0, root.maxDepth, walk));
+                break;
+            }
+        }
+        array.append(entry);
+    }
+    return QJsonDocument(QJsonObject{{"roots", array}}).toJson(QJsonDocument::Indented);
+}
+
+} // namespace FileSystemItemListing

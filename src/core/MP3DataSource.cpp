@@ -1,0 +1,396 @@
+#include "core/MP3DataSource.h"
+
+#include "core/Defaults.h"
+#include "core/NotificationCenter.h"
+#include "core/Notifications.h"
+#include "core/PropertyList.h"
+#include "platform/Desktop.h"
+
+#include <QDirIterator>
+#include <QFileInfo>
+
+#include <chrono>
+
+const QString MP3DataSource::searchSheetTitle = QStringLiteral("Searching for music files");
+const QString MP3DataSource::searchSheetMessage = QStringLiteral(
+    "If you selected a deep directory, this may take a long time and slow down other tasks your computer is "
+    "performing.  To stop the search, click the cancel button.");
+const QString MP3DataSource::searchSheetButton = QStringLiteral("Cancel");
+
+namespace {
+const QString kRootName = QStringLiteral("OVRoot");
+
+SimpleTreeNode* asSimple(TreeNode* node)
+{
+    return static_cast<SimpleTreeNode*>(node);
+}
+} // namespace
+
+MP3DataSource::MP3DataSource(QObject* parent) : QObject(parent), selection_(&model_)
+{
+    model_.setDropHandler([this](const CompilationModel::Drop& drop, SimpleTreeNode* target, int childIndex) {
+        return acceptDrop(drop, target, childIndex);
+    });
+    connect(&model_, &CompilationModel::nodeEdited, this, [this] { saveCurrentMP3CD(); });
+    NotificationCenter::defaultCenter().addObserver(
+        this, VLDidSelectPlaylistNotification, [this](const Notification& notification) {
+            const QString path = notification.object.toString();
+            QMetaObject::invokeMethod(this, [this, path] { loadPlaylist(path); }, Qt::AutoConnection);
+        });
+}
+
+MP3DataSource::~MP3DataSource()
+{
+    NotificationCenter::defaultCenter().removeObserver(this);
+    for (auto& [id, worker] : workers_) {
+        *worker.cancel = true;
+        worker.thread.join();
+    }
+}
+
+// ---- toolbar actions
+
+void MP3DataSource::insertNew(const SimpleTreeNode::Ptr& node)
+{
+    // Into a selected group at its top, after a selected leaf, or at the end.
+    const QList<TreeNode::Ptr> selected = selectedNodes();
+    SimpleTreeNode* parent = root();
+    int row = parent->numberOfChildren();
+    if (!selected.isEmpty()) {
+        auto* anchor = asSimple(selected.first().get());
+        if (anchor->data().isGroup()) {
+            parent = anchor;
+            row = 0;
+        } else {
+            parent = anchor->parentNode();
+            row = parent->indexOfChildIdenticalTo(anchor) + 1;
+        }
+    }
+    model_.insertNodes(parent, row, {node});
+    selectNodes({node});
+    saveCurrentMP3CD();
+}
+
+void MP3DataSource::addGroup()
+{
+    insertNew(SimpleTreeNode::group(QStringLiteral("New Folder")));
+}
+
+void MP3DataSource::addLeaf()
+{
+    insertNew(SimpleTreeNode::leaf(QStringLiteral("New Leaf")));
+}
+
+void MP3DataSource::deleteSelections()
+{
+    const QList<TreeNode::Ptr> nodes = TreeNode::minimumNodeCoverFromNodesInArray(selectedNodes());
+    selection_.clearSelection();
+    for (const TreeNode::Ptr& node : nodes)
+        model_.removeNode(node.get());
+    updateSizeInUI();
+    saveCurrentMP3CD();
+}
+
+void MP3DataSource::sortData()
+{
+    const QList<TreeNode::Ptr> selected = selectedNodes();
+    model_.sortRecursively();
+    selectNodes(selected);
+    saveCurrentMP3CD();
+}
+
+QList<TreeNode::Ptr> MP3DataSource::selectedNodes() const
+{
+    QList<TreeNode::Ptr> nodes;
+    for (const QModelIndex& index : selection_.selectedRows(CompilationModel::NameColumn))
+        nodes.append(model_.nodeForIndex(index)->sharedNode());
+    return nodes;
+}
+
+void MP3DataSource::selectNodes(const QList<TreeNode::Ptr>& nodes)
+{
+    QItemSelection selection;
+    for (const TreeNode::Ptr& node : nodes) {
+        if (!model_.containsNode(node.get()))
+            continue;
+        const QModelIndex first = model_.indexForNode(node.get(), CompilationModel::NameColumn);
+        const QModelIndex last = model_.indexForNode(node.get(), CompilationModel::NodeKindColumn);
+        selection.select(first, last);
+    }
+    selection_.select(selection, QItemSelectionModel::ClearAndSelect);
+}
+
+// ---- drops
+
+bool MP3DataSource::acceptDrop(const CompilationModel::Drop& drop, SimpleTreeNode* target, int childIndex)
+{
+    SimpleTreeNode* parent = root();
+    int index = childIndex < 0 ? 0 : childIndex;
+    if (target && target->data().isLeaf()) {
+        if (childIndex < 0) {
+            parent = target->parentNode();
+            index = parent->indexOfChildIdenticalTo(target) + 1;
+        } else {
+            model_.setNodeIsLeaf(target, false);
+            parent = target;
+            index = 0;
+        }
+    } else if (target) {
+        parent = target;
+    }
+    index = std::clamp(index, 0, parent->numberOfChildren());
+
+    QList<TreeNode::Ptr> added;
+    if (!drop.nodes.isEmpty()) {
+        const QList<TreeNode::Ptr> cover = TreeNode::minimumNodeCoverFromNodesInArray(drop.nodes);
+        if (parent->isDescendantOfNodeInArray(cover))
+            return false;
+        for (const TreeNode::Ptr& node : cover) {
+            if (node->nodeParent() == parent && parent->indexOfChildIdenticalTo(node.get()) < index)
+                --index;
+            model_.removeNode(node.get());
+        }
+        model_.insertNodes(parent, index, cover);
+        added = cover;
+    } else {
+        QList<TreeNode::Ptr> folders;
+        bool fileAdded = false;
+        for (const QString& path : drop.paths) {
+            const bool folder = QFileInfo(path).isDir();
+            const bool duplicate = std::any_of(parent->children().begin(), parent->children().end(),
+                                               [&](const TreeNode::Ptr& sibling) {
+                                                   return asSimple(sibling.get())->data().name() == path;
+                                               });
+            if (duplicate) {
+                Desktop::beep();
+                continue;
+            }
+            const SimpleTreeNode::Ptr node = folder ? SimpleTreeNode::group(path) : SimpleTreeNode::leaf(path);
+            model_.insertNodes(parent, index++, {node});
+            added.append(node);
+            if (folder)
+                folders.append(node);
+            else
+                fileAdded = true;
+        }
+        if (fileAdded)
+            updateSizeInUI();
+        if (!folders.isEmpty())
+            startSearch(folders);
+    }
+    selectNodes(added);
+    saveCurrentMP3CD();
+    return true;
+}
+
+// ---- folder search
+
+bool MP3DataSource::isScannedMusicFile(const QString& name)
+{
+    // No "M4R" here, unlike the library listing: ringtones are not gathered.
+    static const QStringList music = {"MP3", "MP2", "WMA", "FLAC", "OGG", "M4A", "MID", "MIDI",
+                                      "KAR", "M4B", "AAC", "M4P", "AIF", "AIFF", "WAV"};
+    const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
+    return dot > 0 && music.contains(name.mid(dot + 1).toUpper());
+}
+
+int MP3DataSource::addMP3(const QString& folder, SimpleTreeNode& node, const std::atomic<bool>& cancel,
+                          bool* cancelled)
+{
+    // Give other work on the disk a moment between folders.
+    std::this_thread::sleep_for(std::chrono::microseconds(200));
+    for (const char* remote : {"/Network", "/private", "/automount"}) {
+        if (folder.startsWith(QLatin1String(remote)))
+            return 0;
+    }
+    if (cancel) {
+        if (cancelled)
+            *cancelled = true;
+        return 0;
+    }
+    int index = 0;
+    int count = 0;
+    QDirIterator it(folder, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    while (it.hasNext()) {
+        it.next();
+        const QFileInfo info = it.fileInfo();
+        // Links to folders are not followed, so a link cycle cannot trap the search.
+        if (info.isDir() && !info.isSymLink()) {
+            const SimpleTreeNode::Ptr group = SimpleTreeNode::group(info.filePath());
+            node.insertChild(group, index);
+            bool stopped = false;
+            const int found = addMP3(info.filePath(), *group, cancel, &stopped);
+            if (stopped) {
+                // Stop where we stand; what was found so far stays.
+                if (cancelled)
+                    *cancelled = true;
+                return count + found;
+            }
+            count += found;
+            if (found == 0)
+                node.removeChild(group.get());
+            else
+                ++index;
+        } else if (isScannedMusicFile(info.fileName())) {
+            node.insertChild(SimpleTreeNode::leaf(info.filePath()), index++);
+            ++count;
+        }
+    }
+    return count;
+}
+
+void MP3DataSource::startSearch(const QList<TreeNode::Ptr>& groups)
+{
+    QList<ScanJob> jobs;
+    for (const TreeNode::Ptr& group : groups)
+        jobs.append({asSimple(group.get())->data().name(), group});
+    setSheetShown(true);
+    const int id = nextWorker_++;
+    auto cancel = std::make_shared<std::atomic<bool>>(false);
+    Worker& worker = workers_[id];
+    worker.cancel = cancel;
+    worker.thread = std::thread(&MP3DataSource::handleThread, this, id, jobs, cancel);
+}
+
+void MP3DataSource::handleThread(MP3DataSource* self, int worker, const QList<ScanJob>& jobs,
+                                 const std::shared_ptr<std::atomic<bool>>& cancel)
+{
+    for (const ScanJob& job : jobs) {
+        const SimpleTreeNode::Ptr scratch = SimpleTreeNode::group(job.path);
+        bool cancelled = false;
+        addMP3(job.path, *scratch, *cancel, &cancelled);
+        QMetaObject::invokeMethod(
+            self, [self, target = job.group, scratch] { self->adoptScan(target, scratch); }, Qt::QueuedConnection);
+        if (cancelled)
+            break;
+    }
+    QMetaObject::invokeMethod(self, [self, worker] { self->finishWorker(worker); }, Qt::QueuedConnection);
+}
+
+void MP3DataSource::adoptScan(const std::weak_ptr<TreeNode>& target, const SimpleTreeNode::Ptr& scratch)
+{
+    // The group may have been deleted, or another playlist loaded, meanwhile.
+    const TreeNode::Ptr group = target.lock();
+    if (!group || !model_.containsNode(group.get()) || scratch->numberOfChildren() == 0)
+        return;
+    model_.insertNodes(asSimple(group.get()), 0, scratch->children());
+}
+
+void MP3DataSource::finishWorker(int worker)
+{
+    auto it = workers_.find(worker);
+    if (it != workers_.end()) {
+        it->second.thread.join();
+        workers_.erase(it);
+    }
+    if (workers_.empty())
+        setSheetShown(false);
+    updateSizeInUI();
+    saveCurrentMP3CD();
+    emit searchFinished();
+}
+
+void MP3DataSource::cancelSearch()
+{
+    for (auto& [id, worker] : workers_)
+        *worker.cancel = true;
+    setSheetShown(false);
+}
+
+void MP3DataSource::setSheetShown(bool shown)
+{
+    if (sheetShown_ == shown)
+        return;
+    sheetShown_ = shown;
+    emit searchSheetChanged(shown);
+}
+
+// ---- sizing
+
+void MP3DataSource::sumTree(const TreeNode& node)
+{
+    for (const TreeNode::Ptr& child : node.children()) {
+        const auto& simple = static_cast<const SimpleTreeNode&>(*child);
+        if (simple.data().isLeaf()) {
+            const QFileInfo info(simple.data().name());
+            if (info.exists())
+                totalBytes_ += info.size();
+            else
+                ++missingFiles_;
+        }
+        sumTree(*child);
+    }
+}
+
+void MP3DataSource::updateSizeInUI()
+{
+    totalBytes_ = 0;
+    missingFiles_ = 0;
+    sumTree(*root());
+    emit sizeChanged();
+}
+
+// ---- the current playlist
+
+void MP3DataSource::loadPlaylist(const QString& path)
+{
+    // Tree edits are saved to the .cd3 file of the selected playlist, also when
+    // an imported playlist of another kind was selected.
+    const QFileInfo selected(path);
+    const QString playlist = selected.suffix().compare(QLatin1String("cd3"), Qt::CaseInsensitive) == 0
+                                 ? path
+                                 : selected.path() + '/' + selected.completeBaseName() + ".cd3";
+    SimpleTreeNode::Ptr tree;
+    for (const QString& source : {playlist, path}) {
+        const auto contents = PropertyList::read(source);
+        if (contents && contents->typeId() == QMetaType::QVariantMap
+            && contents->toMap().value(QStringLiteral("Group")).typeId() == QMetaType::QString) {
+            tree = SimpleTreeNode::treeFromDictionary(contents->toMap());
+            break;
+        }
+    }
+    model_.setRoot(tree ? tree : SimpleTreeNode::group(kRootName));
+    currentPlaylist_ = playlist;
+    updateSizeInUI();
+}
+
+bool MP3DataSource::saveCurrentMP3CD()
+{
+    if (currentPlaylist_.isEmpty())
+        return false;
+    QString error;
+    if (!PropertyList::write(currentPlaylist_, root()->toDictionary(), &error)) {
+        qWarning("Velmora: could not save the playlist %s: %s", qPrintable(currentPlaylist_), qPrintable(error));
+        return false;
+    }
+    NotificationCenter::defaultCenter().post(VLDidChangePlaylistNotification, currentPlaylist_);
+    return true;
+}
+
+void MP3DataSource::playPlaylist()
+{
+    if (saveCurrentMP3CD())
+        NotificationCenter::defaultCenter().post(VLPlayPlaylistNotification, currentPlaylist_);
+}
+
+void MP3DataSource::exportM3U()
+{
+    if (!saveCurrentMP3CD())
+        return;
+    QVariantMap request{{QStringLiteral("path"), currentPlaylist_},
+                        {QStringLiteral("dictionary"), root()->toDictionary()}};
+    Defaults& defaults = Defaults::standard();
+    for (const char* key : {"mShuffleM3UStored", "prefsM3UPathPrefixStored", "prefsM3UExportFolderStored"}) {
+        if (defaults.hasKey(QLatin1String(key)))
+            request.insert(QLatin1String(key), defaults.objectForKey(QLatin1String(key)));
+    }
+    NotificationCenter::defaultCenter().post(VLM3UPlaylistNotification, request);
+}
+
+void MP3DataSource::burnAudioCD()
+{
+    QVariantList tracks;
+    for (const QString& path : root()->leafNames())
+        tracks.append(path);
+    NotificationCenter::defaultCenter().post(VLBurnAudioCDWithArrayNotification, tracks);
+}

@@ -1,0 +1,116 @@
+#pragma once
+#include "core/CompilationModel.h"
+#include "core/SimpleTreeNode.h"
+
+#include <QItemSelectionModel>
+#include <QObject>
+
+#include <atomic>
+#include <map>
+#include <thread>
+
+// The compilation tree behind the current playlist: the user drags files and
+// folders in, folders are searched for music files on a worker thread, the
+// tree is sized against a CD and saved as the current playlist after every
+// change. A view shows model() with selectionModel(), shows the search sheet
+// while searchSheetShown() and the size figures with their colours.
+//
+// Lives on the main thread; only the folder search runs elsewhere, on a scratch
+// tree that is handed back to the main thread.
+class MP3DataSource : public QObject {
+    Q_OBJECT
+public:
+    static const QString searchSheetTitle;    // "Searching for music files"
+    static const QString searchSheetMessage;
+    static const QString searchSheetButton;   // "Cancel"
+
+    // A compilation this size or more does not fit a CD.
+    static constexpr qint64 cdCapacityBytes = qint64(650) << 20;
+    enum class FigureColor { Blue, Red };
+
+    explicit MP3DataSource(QObject* parent = nullptr);
+    ~MP3DataSource() override;
+
+    CompilationModel* model() { return &model_; }
+    QItemSelectionModel* selectionModel() { return &selection_; }
+    SimpleTreeNode* root() const { return model_.root(); }
+
+    // Toolbar actions on the current selection.
+    void addGroup();
+    void addLeaf();
+    void deleteSelections();
+    void sortData();
+
+    // A drop on target (null: the root area) at childIndex (-1: on the node).
+    bool acceptDrop(const CompilationModel::Drop& drop, SimpleTreeNode* target, int childIndex);
+
+    // Scans folder into node: subfolders with music become groups (by full path),
+    // music files leaves; stops at once when cancel is set (*cancelled tells).
+    // Returns the number of files added. Safe on any thread for a node no view shows.
+    static int addMP3(const QString& folder, SimpleTreeNode& node, const std::atomic<bool>& cancel,
+                      bool* cancelled = nullptr);
+    static bool isScannedMusicFile(const QString& name);
+
+    // The search sheet's Cancel button.
+    void cancelSearch();
+    bool searchSheetShown() const { return sheetShown_; }
+    bool isSearching() const { return !workers_.empty(); }
+
+    // Sizing.
+    void updateSizeInUI();
+    qint64 totalBytes() const { return totalBytes_; }
+    qint64 totalMegabytes() const { return totalBytes_ >> 20; }
+    int missingFiles() const { return missingFiles_; }
+    FigureColor sizeColor() const { return totalBytes_ < cdCapacityBytes ? FigureColor::Blue : FigureColor::Red; }
+    FigureColor missingColor() const { return missingFiles_ == 0 ? FigureColor::Blue : FigureColor::Red; }
+
+    // The playlist the tree is saved to (a .cd3 file); set when a playlist is
+    // selected (VLDidSelectPlaylistNotification), which also loads it.
+    QString currentPlaylist() const { return currentPlaylist_; }
+    void loadPlaylist(const QString& path);
+    // Writes the tree to the current playlist and posts VLDidChangePlaylistNotification.
+    bool saveCurrentMP3CD();
+
+    // Hand the compilation on.
+    void playPlaylist();
+    void exportM3U();
+    void burnAudioCD();
+
+    // The scroll-speed slider.
+    void setScrollSpeed(double speed) { model_.setScrollSpeed(speed); }
+
+signals:
+    void searchSheetChanged(bool shown);
+    void searchFinished();
+    void sizeChanged();
+
+private:
+    struct ScanJob {
+        QString path;
+        std::weak_ptr<TreeNode> group;
+    };
+    void startSearch(const QList<TreeNode::Ptr>& groups);
+    struct Worker {
+        std::thread thread;
+        std::shared_ptr<std::atomic<bool>> cancel;
+    };
+    static void handleThread(MP3DataSource* self, int worker, const QList<ScanJob>& jobs,
+                             const std::shared_ptr<std::atomic<bool>>& cancel);
+    void adoptScan(const std::weak_ptr<TreeNode>& target, const SimpleTreeNode::Ptr& scratch);
+    void finishWorker(int worker);
+    void setSheetShown(bool shown);
+    void selectNodes(const QList<TreeNode::Ptr>& nodes);
+    QList<TreeNode::Ptr> selectedNodes() const;
+    void sumTree(const TreeNode& node);
+    void insertNew(const SimpleTreeNode::Ptr& node);
+
+    CompilationModel model_;
+    QItemSelectionModel selection_;
+    QString currentPlaylist_;
+    qint64 totalBytes_ = 0;
+    int missingFiles_ = 0;
+    bool sheetShown_ = false;
+    // One worker and cancel flag per drop; Cancel stops them all.
+    std::map<int, Worker> workers_;
+    int nextWorker_ = 0;
+};

@@ -1,0 +1,165 @@
+#include "core/StringUtils.h"
+
+#include "tags/TagFacade.h"
+
+#include <QCollator>
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QtEndian>
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <climits>
+#include <numeric>
+
+int intValue(const QString& text)
+{
+    qsizetype i = 0;
+    while (i < text.size() && text.at(i).isSpace())
+        ++i;
+    bool negative = false;
+    if (i < text.size() && (text.at(i) == QLatin1Char('-') || text.at(i) == QLatin1Char('+')))
+        negative = text.at(i++) == QLatin1Char('-');
+    qint64 value = 0;
+    while (i < text.size() && text.at(i) >= QLatin1Char('0') && text.at(i) <= QLatin1Char('9')) {
+        value = qMin<qint64>(value * 10 + (text.at(i++).unicode() - '0'), INT_MAX);
+    }
+    return int(negative ? -value : value);
+}
+
+int finderCompare(const QString& a, const QString& b)
+{
+    // QCollator is not safe to share between threads; secondary strength ignores
+    // case and width but keeps accents. Composition is evened out by normalising.
+    thread_local QCollator collator = [] {
+        QCollator c(QLocale(QLocale::English, QLocale::UnitedStates));
+        c.setCaseSensitivity(Qt::CaseInsensitive);
+        c.setNumericMode(true);
+        c.setIgnorePunctuation(false);
+        return c;
+    }();
+    return collator.compare(a.normalized(QString::NormalizationForm_C), b.normalized(QString::NormalizationForm_C));
+}
+
+bool mySort(const QString& a, const QString& b)
+{
+    return finderCompare(a, b) < 0;
+}
+
+const QSet<QString>& defaultAudioTypes()
+{
+    static const QSet<QString> types = {"mp3", "mp2", "wma", "m4a", "m4b", "m4r", "m4p", "aac",
+                                        "aif", "aiff", "aifc", "wav", "ogg"};
+    return types;
+}
+
+std::optional<QVariantMap> contentsOfFolder(const QString& path, const std::atomic<bool>* cancel,
+                                            const std::function<void(const QString&)>& progress,
+                                            const QSet<QString>& types)
+{
+    const QFileInfo root(path);
+    if (!root.exists())
+        return std::nullopt;
+    QStringList leaves;
+    QStringList destinations;
+    QVariantList comments;
+    auto collect = [&](const QFileInfo& file, const QString& destination) {
+        leaves.append(file.filePath());
+        destinations.append(destination);
+        comments.append(getComments(file.filePath()).value_or(QVariantMap()));
+    };
+    if (!root.isDir()) {
+        if (progress)
+            progress(root.fileName());
+        if (types.contains(root.suffix().toLower()))
+            collect(root, QString());
+    } else {
+        const QDir base(root.absoluteFilePath());
+        const QString folderName = QFileInfo(QDir::cleanPath(root.absoluteFilePath())).fileName();
+        QDirIterator walk(root.absoluteFilePath(), QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden,
+                          QDirIterator::Subdirectories);
+        while (walk.hasNext()) {
+            const QFileInfo entry(walk.next());
+            if (progress)
+                progress(entry.fileName());
+            if (entry.isFile() && types.contains(entry.suffix().toLower())) {
+                const QString sub = base.relativeFilePath(entry.absolutePath());
+                collect(entry, sub == QLatin1String(".") ? folderName : folderName + QLatin1Char('/') + sub);
+            }
+            if (cancel && cancel->load())
+                break;
+        }
+    }
+    std::vector<qsizetype> order(size_t(leaves.size()));
+    std::iota(order.begin(), order.end(), 0);
+    std::stable_sort(order.begin(), order.end(),
+                     [&](qsizetype a, qsizetype b) { return finderCompare(leaves.at(a), leaves.at(b)) < 0; });
+    QVariantList sortedLeaves, sortedComments, sortedDestinations;
+    for (qsizetype i : order) {
+        sortedLeaves.append(leaves.at(i));
+        sortedComments.append(comments.at(i));
+        sortedDestinations.append(destinations.at(i));
+    }
+    return QVariantMap{{QStringLiteral("leafarray"), sortedLeaves},
+                       {QStringLiteral("commentarray"), sortedComments},
+                       {QStringLiteral("destinationarray"), sortedDestinations}};
+}
+
+std::optional<QVariantMap> contentsOfFolder(const QString& path, const std::atomic<bool>* cancel,
+                                            const std::function<void(const QString&)>& progress)
+{
+    return contentsOfFolder(path, cancel, progress, defaultAudioTypes());
+}
+
+bool createDirectoriesAtPath(const QString& path)
+{
+    const QString clean = QDir::cleanPath(path);
+    const QStringList components = clean.split(QLatin1Char('/'));
+    QString current;
+    for (qsizetype n = 0; n < components.size(); ++n) {
+        current = n == 0 ? components.at(0) : current + QLatin1Char('/') + components.at(n);
+        if (current.isEmpty())
+            continue;  // the root of an absolute path
+        if (QFileInfo::exists(current))
+            continue;
+        const QByteArray native = QFile::encodeName(current);
+        const bool made = ::mkdir(native.constData(), 0777) == 0;
+        ::chmod(native.constData(), 0777);  // the umask must not narrow the mode
+        if (!made)
+            return false;
+    }
+    return true;
+}
+
+bool getWAVInfo(const QString& path, int* sampleBits)
+{
+    if (sampleBits)
+        *sampleBits = 0;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray header = file.read(12);
+    if (header.size() < 12 || !header.startsWith("RIFF") || header.mid(8, 4) != "WAVE")
+        return false;
+    // Walk the chunks to the format chunk; every size is checked against the file.
+    while (true) {
+        const QByteArray chunk = file.read(8);
+        if (chunk.size() < 8)
+            return true;
+        const quint32 size = qFromLittleEndian<quint32>(chunk.constData() + 4);
+        if (chunk.startsWith("fmt ")) {
+            if (size >= 16) {
+                const QByteArray format = file.read(16);
+                if (format.size() == 16 && sampleBits)
+                    *sampleBits = qFromLittleEndian<quint16>(format.constData() + 14);
+            }
+            return true;
+        }
+        const qint64 next = file.pos() + qint64(size) + (size & 1);
+        if (next > file.size() || !file.seek(next))
+            return true;
+    }
+}

@@ -1,0 +1,42 @@
+#pragma once
+#include <QSet>
+#include <QString>
+#include <QStringList>
+#include <QVariantMap>
+
+#include <atomic>
+#include <functional>
+#include <optional>
+
+// Operations on path strings shared by every tab.
+
+// The leading integer of a text: blanks, an optional sign, digits; 0 when there is none.
+int intValue(const QString& text);
+
+// Finder-like ordering: case-, width- and composition-insensitive, punctuation
+// and diacritics significant, runs of digits compared by value (a1 < A2 < a10).
+int finderCompare(const QString& a, const QString& b);  // <0, 0, >0
+// finderCompare as a strict weak ordering for std::sort.
+bool mySort(const QString& a, const QString& b);
+
+// The lower-case extensions of the audio files the library collects.
+const QSet<QString>& defaultAudioTypes();
+
+// Collects the audio files of a folder (deeply) or a single file into a folder
+// collection: {"leafarray": paths, "commentarray": track records,
+// "destinationarray": relative destination folders}, sorted by finderCompare.
+// progress (may be empty) gets each entry's name; the walk stops when *cancel
+// becomes true. Nothing when the path does not exist.
+std::optional<QVariantMap> contentsOfFolder(const QString& path, const std::atomic<bool>* cancel,
+                                            const std::function<void(const QString&)>& progress,
+                                            const QSet<QString>& types);
+std::optional<QVariantMap> contentsOfFolder(const QString& path, const std::atomic<bool>* cancel,
+                                            const std::function<void(const QString&)>& progress);
+
+// Makes every missing folder of a path, each with mode 0777; false at the first
+// level that cannot be made.
+bool createDirectoriesAtPath(const QString& path);
+
+// Whether a file is a RIFF/WAVE file; *sampleBits gets the format chunk's bits
+// per sample (0 when unknown).
+bool getWAVInfo(const QString& path, int* sampleBits);

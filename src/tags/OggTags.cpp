@@ -1,0 +1,284 @@
+#include "tags/OggTags.h"
+
+#include "core/Defaults.h"
+#include "tags/Base64.h"
+#include "tags/ID3Tables.h"
+#include "tags/ImageCoding.h"
+#include "tags/LegacyTags.h"
+#include "tags/vcedit.h"
+
+#include <QFile>
+#include <QImage>
+#include <QtEndian>
+
+#include <vorbis/vorbisfile.h>
+
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <memory>
+
+namespace {
+struct FileCloser {
+    void operator()(FILE* file) const
+    {
+        if (file)
+            std::fclose(file);
+    }
+};
+using FileHandle = std::unique_ptr<FILE, FileCloser>;
+
+struct StateCloser {
+    void operator()(vcedit_state* state) const { vcedit_clear(state); }
+};
+using EditorHandle = std::unique_ptr<vcedit_state, StateCloser>;
+
+FileHandle openFile(const QString& path, const char* mode)
+{
+    return FileHandle(std::fopen(QFile::encodeName(path).constData(), mode));
+}
+
+// The comment entries of a Vorbis file; false (with a message) when it is none.
+bool readEntries(const QString& path, QList<QByteArray>* entries)
+{
+    FileHandle file = openFile(path, "rb");
+    if (!file)
+        return false;
+    EditorHandle editor(vcedit_new_state());
+    if (vcedit_open(editor.get(), file.get()) < 0) {
+        std::fprintf(stderr, "Failed to open file as vorbis: %s\n", vcedit_error(editor.get()));
+        return false;
+    }
+    const vorbis_comment* comments = vcedit_comments(editor.get());
+    for (int i = 0; i < comments->comments; ++i)
+        entries->append(QByteArray(comments->user_comments[i], comments->comment_lengths[i]));
+    return true;
+}
+
+void appendJoined(QVariantMap& record, const QString& key, const QString& value)
+{
+    const auto existing = record.constFind(key);
+    record.insert(key, existing == record.constEnd() ? value : existing->toString() + QLatin1Char(' ') + value);
+}
+
+void appendBigEndian(QByteArray& block, quint32 value)
+{
+    char bytes[4];
+    qToBigEndian(value, bytes);
+    block.append(bytes, 4);
+}
+
+QByteArray pictureBlock(const QVariantMap& record, const QImage& image, const QByteArray& data)
+{
+    const QByteArray mimeType = record.value(QStringLiteral("Mime Type")).toString().toUtf8();
+    const QByteArray description = record.value(QStringLiteral("Description")).toString().toUtf8();
+    QByteArray block;
+    block.reserve(32 + mimeType.size() + description.size() + data.size());
+    appendBigEndian(block, quint32(encodeImageType(record.value(QStringLiteral("Picture Type")).toString())));
+    appendBigEndian(block, quint32(mimeType.size()));
+    block.append(mimeType);
+    appendBigEndian(block, quint32(description.size()));
+    block.append(description);
+    appendBigEndian(block, quint32(image.width()));
+    appendBigEndian(block, quint32(image.height()));
+    appendBigEndian(block, quint32(image.depth()));
+    appendBigEndian(block, 0);
+    appendBigEndian(block, quint32(data.size()));
+    block.append(data);
+    return block;
+}
+
+// Reads a picture block; every length is checked against the bytes left.
+bool readPictureBlock(const QByteArray& block, QVariantMap* record)
+{
+    qsizetype at = 0;
+    auto number = [&](quint32* value) {
+        if (block.size() - at < 4)
+            return false;
+        *value = qFromBigEndian<quint32>(block.constData() + at);
+        at += 4;
+        return true;
+    };
+    auto bytes = [&](quint32 length, QByteArray* out) {
+        if (quint64(block.size() - at) < length)
+            return false;
+        *out = block.mid(at, qsizetype(length));
+        at += qsizetype(length);
+        return true;
+    };
+    quint32 type = 0, mimeLength = 0, descriptionLength = 0, unused = 0, dataLength = 0;
+    QByteArray mimeType, description, data;
+    if (!number(&type) || !number(&mimeLength) || !bytes(mimeLength, &mimeType) || !number(&descriptionLength)
+        || !bytes(descriptionLength, &description))
+        return false;
+    for (int i = 0; i < 4; ++i) {  // width, height, depth, colours
+        if (!number(&unused))
+            return false;
+    }
+    if (!number(&dataLength) || !bytes(dataLength, &data))
+        return false;
+    QImage image;
+    if (!image.loadFromData(data))
+        return false;
+    *record = ImageCoding::artworkRecord(decodeImageType(int(type > 20 ? 21 : type)),
+                                         QString::fromUtf8(description), QString::fromUtf8(mimeType), image);
+    return true;
+}
+
+// An entry "KEY=value" split at its first "=", the key trimmed and lower-cased.
+bool splitEntry(const QByteArray& entry, QString* key, QString* value)
+{
+    const qsizetype equals = entry.indexOf('=');
+    if (equals < 0)
+        return false;
+    *key = QString::fromUtf8(entry.left(equals)).trimmed().toLower();
+    *value = QString::fromUtf8(entry.mid(equals + 1)).trimmed();
+    return true;
+}
+} // namespace
+
+QVariantMap getOGGComments(const QString& path)
+{
+    QVariantMap record;
+    QList<QByteArray> entries;
+    if (!readEntries(path, &entries))
+        return record;
+    for (const QByteArray& entry : entries) {
+        QString key, value;
+        if (!splitEntry(entry, &key, &value))
+            continue;
+        if (key == QLatin1String("tracknumber"))
+            key = QStringLiteral("track");
+        else if (key == QLatin1String("date"))
+            key = QStringLiteral("year");
+        appendJoined(record, key, value);
+    }
+    OggVorbis_File vorbisFile;
+    if (ov_fopen(QFile::encodeName(path).constData(), &vorbisFile) == 0) {
+        const double seconds = ov_time_total(&vorbisFile, -1);
+        if (seconds >= 0)
+            record.insert(QStringLiteral("duration"), QString::number(long(seconds)));
+        ov_clear(&vorbisFile);
+    }
+    return record;
+}
+
+bool updateOGGTags(const QString& path, const QVariantMap& tags, const QVariantList& images)
+{
+    const QString temporaryPath = path + QStringLiteral(".tmp");
+    FileHandle in = openFile(path, "rb");
+    if (!in)
+        return false;
+    FileHandle out = openFile(temporaryPath, "wb");
+    if (!out)
+        return false;
+    const QByteArray nativeTemporary = QFile::encodeName(temporaryPath);
+    auto abandon = [&] {
+        out.reset();
+        std::remove(nativeTemporary.constData());
+        return false;
+    };
+    EditorHandle editor(vcedit_new_state());
+    if (vcedit_open(editor.get(), in.get()) < 0) {
+        std::fprintf(stderr, "Failed to open file as vorbis: %s\n", vcedit_error(editor.get()));
+        return abandon();
+    }
+    vorbis_comment* comments = vcedit_comments(editor.get());
+    vorbis_comment_clear(comments);
+    vorbis_comment_init(comments);
+    auto add = [&](const QString& entry) {
+        QByteArray bytes = entry.toUtf8();
+        vorbis_comment_add(comments, bytes.data());
+    };
+    // A value missing from the record is written the way formatting a missing object prints it.
+    auto value = [&](const char* key) {
+        const auto found = tags.constFind(QLatin1String(key));
+        return found == tags.constEnd() ? QStringLiteral("(null)") : found->toString();
+    };
+    add(QStringLiteral("ALBUM=") + value("album"));
+    add(QStringLiteral("ARTIST=") + value("artist"));
+    add(QStringLiteral("TITLE=") + value("title"));
+    add(QStringLiteral("GENRE=") + value("genre"));
+    add(QStringLiteral("YEAR=") + value("year"));
+    add(QStringLiteral("TRACKNUMBER=") + value("track"));
+
+    const bool coverArtEntries = Defaults::standard().integerForKey(QStringLiteral("prefsuseCoverartStored")) == 1;
+    ImageCoding::Format format = ImageCoding::Format::Tiff;
+    for (const QVariant& entry : images) {
+        const QVariantMap record = entry.toMap();
+        const QString mimeType = record.value(QStringLiteral("Mime Type")).toString();
+        format = ImageCoding::formatForMimeType(mimeType, format);
+        const QImage image = record.value(QStringLiteral("Image")).value<QImage>();
+        const QByteArray data = ImageCoding::encode(image, format);
+        if (data.isEmpty())
+            continue;
+        if (coverArtEntries) {
+            add(QStringLiteral("COVERARTMIME=") + mimeType);
+            add(QStringLiteral("COVERART=") + Base64::base64Encoding(data));
+        } else {
+            add(QStringLiteral("METADATA_BLOCK_PICTURE=") + Base64::base64Encoding(pictureBlock(record, image, data)));
+        }
+    }
+
+    if (vcedit_write(editor.get(), out.get()) < 0) {
+        std::fprintf(stderr, "Failed to write %s: %s\n", qPrintable(path), vcedit_error(editor.get()));
+        return abandon();
+    }
+    if (std::fclose(out.release()) != 0) {
+        std::remove(nativeTemporary.constData());
+        return false;
+    }
+    // The rewritten file keeps the permissions of the one it replaces.
+    struct stat original;
+    if (::fstat(fileno(in.get()), &original) == 0)
+        ::chmod(nativeTemporary.constData(), original.st_mode & 07777);
+    in.reset();
+    if (std::rename(nativeTemporary.constData(), QFile::encodeName(path).constData()) != 0) {
+        std::remove(nativeTemporary.constData());
+        return false;
+    }
+    return true;
+}
+
+QVariantList getOGGAlbumArt(const QString& path)
+{
+    QVariantList pictures;
+    QList<QByteArray> entries;
+    if (!readEntries(path, &entries))
+        return pictures;
+    for (const QByteArray& entry : entries) {
+        QString key, value;
+        if (!splitEntry(entry, &key, &value))
+            continue;
+        if (key == QLatin1String("coverart")) {
+            const QByteArray data = Base64::decode(value.toLatin1());
+            QImage image;
+            if (!image.loadFromData(data))
+                continue;
+            pictures.append(ImageCoding::artworkRecord(
+                pictures.isEmpty() ? QStringLiteral("Cover (front)") : QStringLiteral("Other"), QString(),
+                ImageCoding::mimeTypeOfBytes(data), image));
+        } else if (key == QLatin1String("metadata_block_picture")) {
+            QVariantMap record;
+            if (readPictureBlock(Base64::decode(value.toLatin1()), &record))
+                pictures.append(record);
+        }
+    }
+    return pictures;
+}
+
+QVariantMap vorbiscomment_wrapper::getComments(const QString& path)
+{
+    QVariantMap record;
+    QList<QByteArray> entries;
+    if (readEntries(path, &entries)) {
+        for (const QByteArray& entry : entries) {
+            const QList<QByteArray> parts = entry.split('=');
+            if (parts.size() != 2)
+                continue;
+            appendJoined(record, QString::fromUtf8(parts.at(0)).toLower(), QString::fromUtf8(parts.at(1)));
+        }
+    }
+    hyphenFilenameTags(path, record);
+    return record;
+}

@@ -1,0 +1,24 @@
+#pragma once
+#include <QString>
+#include <QVariantList>
+#include <QVariantMap>
+
+// Ogg Vorbis tags, read and written through the comment-header editor (vcedit).
+
+// The track record of an Ogg Vorbis file: every comment entry under its
+// lower-case key ("tracknumber" as "track", "date" as "year"; repeated entries
+// joined with a blank) and "duration". Empty when the file is not Vorbis.
+QVariantMap getOGGComments(const QString& path);
+// Replaces all comments with the record's album, artist, title, genre, year and
+// track entries and the pictures; written beside the file and renamed over it.
+// False when nothing was changed.
+bool updateOGGTags(const QString& path, const QVariantMap& tags, const QVariantList& images);
+// The pictures of COVERART and METADATA_BLOCK_PICTURE entries as artwork records.
+QVariantList getOGGAlbumArt(const QString& path);
+
+// The older Ogg reader: keys as they stand (lower case), then guesses from the
+// file name split at "-".
+class vorbiscomment_wrapper {
+public:
+    static QVariantMap getComments(const QString& path);
+};

@@ -1,0 +1,19 @@
+#pragma once
+// Editing the comment header of an Ogg Vorbis stream: open reads the three
+// Vorbis headers and exposes the comment list; write emits the headers again
+// with the (edited) comment list and copies every following page.
+#include <vorbis/codec.h>
+
+#include <cstdio>
+
+struct vcedit_state;
+
+vcedit_state* vcedit_new_state();
+// 0 on success; negative with vcedit_error() telling why.
+int vcedit_open(vcedit_state* state, FILE* in);
+vorbis_comment* vcedit_comments(vcedit_state* state);
+// 0 on success; negative with vcedit_error() telling why.
+int vcedit_write(vcedit_state* state, FILE* out);
+// The text of the last error; null when none happened.
+const char* vcedit_error(vcedit_state* state);
+void vcedit_clear(vcedit_state* state);

@@ -1,0 +1,156 @@
+#include "PlaylistTestSupport.h"
+
+#include "common/TestSupport.h"
+#include "core/Notifications.h"
+#include "playlists/M3uManager.h"
+
+#include <QFileInfo>
+#include <QSignalSpy>
+
+#include <gtest/gtest.h>
+
+#include <deque>
+
+using namespace PlaylistFiles;
+using testsupport::readFile;
+
+namespace {
+
+class M3u : public ::testing::Test {
+protected:
+    void SetUp() override { resetPlaylistState(); }
+
+    static QString makeTone(const QString& name, const QStringList& metadata)
+    {
+        const QString folder = testsupport::homeDir() + "/tones";
+        QDir().mkpath(folder);
+        const QString path = folder + '/' + name;
+        if (QFileInfo::exists(path))
+            return path;
+        QStringList arguments{"-nostdin", "-loglevel", "error", "-f", "lavfi", "-i", "sine=frequency=440:duration=3"};
+        for (const QString& item : metadata)
+            arguments << "-metadata" << item;
+        arguments << path;
+        EXPECT_EQ(testsupport::run("ffmpeg", arguments), 0) << qPrintable(path);
+        return path;
+    }
+};
+
+TEST_F(M3u, OneTrackGivesOneEntryAndShufflingItChangesNothing)
+{
+    m3uManager manager;
+    const QString text = "#EXTM3U\n" + manager.copyPlaylistDict(makeGroup("OVRoot", {"/nowhere/Lonely Song.mp3"}),
+                                                                 "", "", 0, false);
+    EXPECT_EQ(text, "#EXTM3U\n#EXTINF:0,Lonely Song\nLonely Song.mp3\n");
+    manager.setRandomSource([] { return 0L; });
+    EXPECT_EQ(manager.shuffleM3UPlaylist(text), text);
+}
+
+TEST_F(M3u, NestedGroupsWithPreserveOrderAndTheMp3Flag)
+{
+    const QVariantMap playlist = makeGroup(
+        "OVRoot", {"/m/One.mp3", "/m/Two.flac", "/m/Three.wav",
+                   makeGroup("/Volumes/Disc 2", {"/m/Four.mp3", makeGroup("Bonus", {"/m/Five.ogg", "/m/noext"})}),
+                   "/m/Six.MP3"});
+    m3uManager manager;
+
+    // No prefix and no numbering: bare file names at the top level.
+    EXPECT_EQ(manager.copyPlaylistDict(playlist, "", "", 0, false),
+              "#EXTINF:0,One\nOne.mp3\n#EXTINF:0,Two\nTwo.flac\n#EXTINF:0,Three\nThree.wav\n"
+              "#EXTINF:0,Four\nDisc 2/Four.mp3\n#EXTINF:0,Five\nDisc 2/Bonus/Five.ogg\n"
+              "#EXTINF:0,noext\nDisc 2/Bonus/noext\n#EXTINF:0,Six\nSix.MP3\n");
+
+    Defaults::standard().setInteger("prefsPreserveOrderStored", 1);
+    EXPECT_EQ(manager.copyPlaylistDict(playlist, "07Trip", "/player/Music", 0, true),
+              "#EXTINF:0,One\n07Trip/player/Music/000One.mp3\n"
+              "#EXTINF:0,Two\n07Trip/player/Music/001Two.MP3\n"
+              "#EXTINF:0,Three\n07Trip/player/Music/002Three.MP3\n"
+              "#EXTINF:0,Four\n07Trip/player/Music/003Disc 2/000Four.mp3\n"
+              "#EXTINF:0,Five\n07Trip/player/Music/003Disc 2/001Bonus/000Five.MP3\n"
+              "#EXTINF:0,noext\n07Trip/player/Music/003Disc 2/001Bonus/001noext.MP3\n"
+              "#EXTINF:0,Six\n07Trip/player/Music/004Six.MP3\n");
+}
+
+TEST_F(M3u, LengthsAndTitlesComeFromTheTags)
+{
+    const QString titled = makeTone("titled.mp3", {"title=Morning Tune"});
+    const QString untitled = makeTone("untitled.mp3", {});
+    const QString flac = makeTone("tagged.flac", {"title=Not Used"});
+    EXPECT_EQ(m3uManager::getSongTime(titled), "3");
+    EXPECT_EQ(m3uManager::getSongTime("/no/such/file.mp3"), "0");
+    EXPECT_EQ(m3uManager::getSongName(titled), "Morning Tune");
+    EXPECT_FALSE(m3uManager::getSongName(flac).has_value());
+
+    m3uManager manager;
+    EXPECT_EQ(manager.copyPlaylistDict(makeGroup("OVRoot", {titled, untitled, flac}), "", "", 0, false),
+              "#EXTINF:3,Morning Tune\ntitled.mp3\n#EXTINF:3,untitled\nuntitled.mp3\n#EXTINF:3,tagged\ntagged.flac\n");
+}
+
+TEST_F(M3u, ShuffleExchangesWholeEntriesAndKeepsTheExtraLineFeed)
+{
+    m3uManager manager;
+    std::deque<long> draws{0, 2, 1, 0, 5, 4};
+    manager.setRandomSource([&] {
+        const long value = draws.front();
+        draws.pop_front();
+        return value;
+    });
+    EXPECT_EQ(manager.shuffleM3UPlaylist("#EXTM3U\na1\na2\nb1\nb2\nc1\nc2\n"), "#EXTM3U\nb1\nb2\na1\na2\nc1\nc2\n\n");
+    EXPECT_TRUE(draws.empty());
+
+    // With the real random source every entry survives, its two lines together.
+    m3uManager real;
+    QString text = "#EXTM3U\n";
+    for (int i = 0; i < 20; ++i)
+        text += QStringLiteral("#EXTINF:%1,t%1\n/p/%1.mp3\n").arg(i);
+    const QString shuffled = real.shuffleM3UPlaylist(text);
+    EXPECT_TRUE(shuffled.endsWith("\n\n"));
+    QStringList lines = shuffled.split('\n');
+    ASSERT_EQ(lines.size(), 43);
+    QStringList seen;
+    for (int pair = 0; pair < 20; ++pair) {
+        const QString info = lines[1 + 2 * pair];
+        const QString number = info.section(',', 1).mid(1);
+        EXPECT_EQ(lines[2 + 2 * pair], "/p/" + number + ".mp3");
+        seen.append(number);
+    }
+    seen.sort();
+    EXPECT_EQ(seen.size(), 20);
+    EXPECT_EQ(seen.removeDuplicates(), 0);
+}
+
+TEST_F(M3u, RequestWritesTheFileCopiesItAndReportsStatus)
+{
+    m3uManager manager;
+    manager.awakeFromNib();
+    EXPECT_TRUE(QFileInfo(m3uFolder()).isDir());
+    QSignalSpy status(&manager, &m3uManager::statusChanged);
+    const QString exportFolder = "~/exported";
+    const QString exported = testsupport::homeDir() + "/exported/Road Trip.m3u";
+    testsupport::writeFile(exported, "old");
+    Defaults::standard().setInteger("prefsPreserveOrderStored", 1);
+    NotificationCenter::defaultCenter().post(
+        VLM3UPlaylistNotification,
+        QVariantMap{{"path", "/p/Road Trip.cd3"},
+                    {"dictionary", makeGroup("OVRoot", {"/m/a.mp3"})},
+                    {"indexstring", "02"},
+                    {"prefsM3UPathPrefixStored", "Music"},
+                    {"prefsM3UExportFolderStored", exportFolder}});
+    const QByteArray expected = "#EXTM3U\n#EXTINF:0,a\n02Road Trip/Music/000a.mp3\n";
+    EXPECT_EQ(readFile(m3uFolder() + "/Road Trip.m3u"), expected);
+    EXPECT_EQ(readFile(exported), expected);
+    ASSERT_EQ(status.size(), 2);
+    EXPECT_EQ(status[0][0].toString(), " Create .M3U for Road Trip.cd3");
+    EXPECT_EQ(status[0][1].toInt(), 50);
+    EXPECT_EQ(status[1][0].toString(), "");
+    EXPECT_EQ(status[1][1].toInt(), 0);
+
+    // Exporting into the M3U folder itself leaves the file in place.
+    const QString written = manager.vlM3UPlaylistNotification(
+        {{"path", "/p/Road Trip.cd3"}, {"dictionary", makeGroup("OVRoot", {"/m/a.mp3"})},
+         {"prefsM3UExportFolderStored", m3uFolder()}});
+    EXPECT_EQ(written, m3uFolder() + "/Road Trip.m3u");
+    EXPECT_EQ(readFile(written), "#EXTM3U\n#EXTINF:0,a\n000a.mp3\n");
+}
+
+} // namespace

@@ -1,0 +1,458 @@
+// mqp: a small player and converter on GStreamer.
+//
+//   mqp FILE                         play FILE, driven by command lines on standard input
+//   mqp -e SOURCE -c SETTINGS DEST   convert SOURCE as the settings file says
+//
+// Player commands, one a line: "play", "pause" (toggles once playing), "volume N"
+// (0-100), "time N" (seek to N percent), "second-time N" (seek to N seconds),
+// "time" (answers the position in whole seconds on a line of its own),
+// "length" (answers the duration in whole seconds), "quit". The player starts
+// prerolled but silent; "play" starts it. End of input quits.
+//
+// MQP_AUDIO_SINK, when set, is a GStreamer bin description used as the audio sink
+// ("fakesink sync=true" plays in real time without a sound card).
+#include "Settings.h"
+
+#include <glib-unix.h>
+#include <gst/gst.h>
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+namespace {
+
+void usage()
+{
+    std::fprintf(stderr,
+                 "usage: mqp FILE\n"
+                 "       mqp -e SOURCE -c SETTINGS DEST\n");
+}
+
+// A GStreamer URI for a local path or an existing URI.
+std::string uriFor(const char* path)
+{
+    if (gst_uri_is_valid(path))
+        return path;
+    GError* error = nullptr;
+    gchar* uri = gst_filename_to_uri(path, &error);
+    if (!uri) {
+        std::fprintf(stderr, "mqp: %s: %s\n", path, error ? error->message : "bad path");
+        g_clear_error(&error);
+        return {};
+    }
+    std::string result(uri);
+    g_free(uri);
+    return result;
+}
+
+void printError(GstMessage* message)
+{
+    GError* error = nullptr;
+    gchar* debug = nullptr;
+    gst_message_parse_error(message, &error, &debug);
+    std::fprintf(stderr, "mqp: %s\n", error ? error->message : "unknown error");
+    if (debug)
+        std::fprintf(stderr, "mqp: %s\n", debug);
+    g_clear_error(&error);
+    g_free(debug);
+}
+
+GstElement* makeElement(const char* factory, const char* name = nullptr)
+{
+    GstElement* element = gst_element_factory_make(factory, name);
+    if (!element)
+        std::fprintf(stderr, "mqp: the GStreamer element \"%s\" is missing\n", factory);
+    return element;
+}
+
+// ---------------------------------------------------------------- converter
+
+struct Converter {
+    GstElement* pipeline = nullptr;
+    GstElement* firstOfChain = nullptr; // where the decoded audio goes in
+    bool audioLinked = false;
+};
+
+void onDecodedPad(GstElement* /*decoder*/, GstPad* pad, gpointer data)
+{
+    auto* converter = static_cast<Converter*>(data);
+    if (converter->audioLinked)
+        return; // only the first audio stream is converted
+    GstCaps* caps = gst_pad_get_current_caps(pad);
+    if (!caps)
+        caps = gst_pad_query_caps(pad, nullptr);
+    const bool isAudio = caps && gst_caps_get_size(caps) > 0 &&
+                         g_str_has_prefix(gst_structure_get_name(gst_caps_get_structure(caps, 0)), "audio/x-raw");
+    if (caps)
+        gst_caps_unref(caps);
+    if (!isAudio)
+        return;
+    GstPad* sink = gst_element_get_static_pad(converter->firstOfChain, "sink");
+    if (gst_pad_link(pad, sink) == GST_PAD_LINK_OK)
+        converter->audioLinked = true;
+    gst_object_unref(sink);
+}
+
+void onNoMorePads(GstElement* decoder, gpointer data)
+{
+    auto* converter = static_cast<Converter*>(data);
+    if (!converter->audioLinked)
+        GST_ELEMENT_ERROR(decoder, STREAM, WRONG_TYPE, ("The source has no audio stream"), (nullptr));
+}
+
+// The AAC encoder at hand: libav's first, else VisualOn's.
+GstElement* makeAacEncoder(int bitrateKbps)
+{
+    for (const char* factory : {"avenc_aac", "voaacenc"}) {
+        GstElementFactory* found = gst_element_factory_find(factory);
+        if (!found)
+            continue;
+        gst_object_unref(found);
+        GstElement* encoder = gst_element_factory_make(factory, nullptr);
+        if (encoder) {
+            g_object_set(encoder, "bitrate", bitrateKbps * 1000, nullptr);
+            return encoder;
+        }
+    }
+    std::fprintf(stderr, "mqp: no AAC encoder (avenc_aac or voaacenc) is installed\n");
+    return nullptr;
+}
+
+int convert(const char* source, const char* settingsPath, const char* destination)
+{
+    std::string settingsError;
+    const auto settings = readConversionSettings(settingsPath, &settingsError);
+    if (!settings) {
+        std::fprintf(stderr, "mqp: %s\n", settingsError.c_str());
+        return 2;
+    }
+    const std::string uri = uriFor(source);
+    if (uri.empty())
+        return 1;
+
+    Converter converter;
+    converter.pipeline = gst_pipeline_new("converter");
+    GstElement* decoder = makeElement("uridecodebin");
+    GstElement* convert = makeElement("audioconvert");
+    GstElement* resample = makeElement("audioresample");
+    GstElement* filter = makeElement("capsfilter");
+    GstElement* sink = makeElement("filesink");
+    const bool aac = settings->format == ConversionSettings::Format::Aac;
+    GstElement* encoder = aac ? makeAacEncoder(settings->bitrateKbps) : makeElement("wavenc");
+    GstElement* muxer = aac ? makeElement("mp4mux") : nullptr;
+    GstElement* all[] = {decoder, convert, resample, filter, encoder, sink};
+    bool complete = !aac || muxer;
+    for (GstElement* element : all)
+        complete = complete && element;
+    if (!complete) {
+        for (GstElement* element : all)
+            if (element)
+                gst_object_unref(element);
+        if (muxer)
+            gst_object_unref(muxer);
+        gst_object_unref(converter.pipeline);
+        return 1;
+    }
+
+    // Only decoded audio is exposed; video and data streams are left alone.
+    GstCaps* rawAudio = gst_caps_from_string("audio/x-raw");
+    g_object_set(decoder, "uri", uri.c_str(), "caps", rawAudio, "expose-all-streams", FALSE, nullptr);
+    gst_caps_unref(rawAudio);
+
+    GstCaps* wanted = gst_caps_new_empty_simple("audio/x-raw");
+    if (!aac)
+        gst_caps_set_simple(wanted, "format", G_TYPE_STRING, "S16LE", nullptr);
+    if (settings->sampleRate > 0)
+        gst_caps_set_simple(wanted, "rate", G_TYPE_INT, settings->sampleRate, nullptr);
+    if (settings->channels > 0)
+        gst_caps_set_simple(wanted, "channels", G_TYPE_INT, settings->channels, nullptr);
+    g_object_set(filter, "caps", wanted, nullptr);
+    gst_caps_unref(wanted);
+    g_object_set(sink, "location", destination, nullptr);
+
+    gst_bin_add_many(GST_BIN(converter.pipeline), decoder, convert, resample, filter, encoder, sink, nullptr);
+    bool linked = gst_element_link_many(convert, resample, filter, encoder, nullptr);
+    if (muxer) {
+        gst_bin_add(GST_BIN(converter.pipeline), muxer);
+        linked = linked && gst_element_link_many(encoder, muxer, sink, nullptr);
+    } else {
+        linked = linked && gst_element_link(encoder, sink);
+    }
+    converter.firstOfChain = convert;
+    g_signal_connect(decoder, "pad-added", G_CALLBACK(onDecodedPad), &converter);
+    g_signal_connect(decoder, "no-more-pads", G_CALLBACK(onNoMorePads), &converter);
+
+    int status = 1;
+    if (!linked) {
+        std::fprintf(stderr, "mqp: cannot build the conversion pipeline\n");
+    } else if (gst_element_set_state(converter.pipeline, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
+        // The error message on the bus says why.
+        GstBus* bus = gst_element_get_bus(converter.pipeline);
+        if (GstMessage* message = gst_bus_pop_filtered(bus, GST_MESSAGE_ERROR)) {
+            printError(message);
+            gst_message_unref(message);
+        } else {
+            std::fprintf(stderr, "mqp: cannot start converting \"%s\"\n", source);
+        }
+        gst_object_unref(bus);
+    } else {
+        GstBus* bus = gst_element_get_bus(converter.pipeline);
+        GstMessage* message = gst_bus_timed_pop_filtered(
+            bus, GST_CLOCK_TIME_NONE, static_cast<GstMessageType>(GST_MESSAGE_ERROR | GST_MESSAGE_EOS));
+        if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS)
+            status = 0;
+        else
+            printError(message);
+        gst_message_unref(message);
+        gst_object_unref(bus);
+    }
+    gst_element_set_state(converter.pipeline, GST_STATE_NULL);
+    gst_object_unref(converter.pipeline);
+    // A half-written file would pass for a result.
+    if (status != 0)
+        std::remove(destination);
+    return status;
+}
+
+// ---------------------------------------------------------------- player
+
+enum class PlayState { NotStarted, Playing, Paused };
+
+struct Player {
+    GstElement* playbin = nullptr;
+    GMainLoop* loop = nullptr;
+    PlayState state = PlayState::NotStarted;
+    bool ended = false;
+    int exitStatus = 0;
+    std::string pendingInput;
+};
+
+gint64 durationOf(Player* player)
+{
+    gint64 duration = 0;
+    if (!gst_element_query_duration(player->playbin, GST_FORMAT_TIME, &duration) || duration < 0)
+        return 0;
+    return duration;
+}
+
+gint64 positionOf(Player* player)
+{
+    if (player->ended)
+        return durationOf(player);
+    gint64 position = 0;
+    if (!gst_element_query_position(player->playbin, GST_FORMAT_TIME, &position) || position < 0)
+        return 0;
+    return position;
+}
+
+void answer(gint64 nanoseconds)
+{
+    std::printf("%lld\n", static_cast<long long>(nanoseconds / GST_SECOND));
+    std::fflush(stdout);
+}
+
+void seekTo(Player* player, gint64 position)
+{
+    const gint64 duration = durationOf(player);
+    if (duration > 0 && position > duration)
+        position = duration;
+    if (position < 0)
+        position = 0;
+    if (gst_element_seek_simple(player->playbin, GST_FORMAT_TIME,
+                                static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE), position)) {
+        player->ended = false;
+        // Let the pipeline settle so that the next "time" answers the new position.
+        gst_element_get_state(player->playbin, nullptr, nullptr, 2 * GST_SECOND);
+    }
+}
+
+void setPlaying(Player* player, bool playing)
+{
+    gst_element_set_state(player->playbin, playing ? GST_STATE_PLAYING : GST_STATE_PAUSED);
+    player->state = playing ? PlayState::Playing : PlayState::Paused;
+}
+
+// Reads the integer argument after a command word; false when there is none.
+bool argumentOf(const std::string& line, size_t commandLength, long* value)
+{
+    const std::string rest = line.substr(commandLength);
+    char* end = nullptr;
+    errno = 0;
+    const long number = std::strtol(rest.c_str(), &end, 10);
+    if (end == rest.c_str() || errno != 0)
+        return false;
+    while (*end == ' ' || *end == '\t' || *end == '\r')
+        ++end;
+    if (*end != '\0')
+        return false;
+    *value = number;
+    return true;
+}
+
+void runCommand(Player* player, std::string line)
+{
+    while (!line.empty() && (line.back() == '\r' || line.back() == ' ' || line.back() == '\t'))
+        line.pop_back();
+    long value = 0;
+    if (line == "play") {
+        if (player->ended)
+            seekTo(player, 0);
+        setPlaying(player, true);
+    } else if (line == "pause") {
+        if (player->state == PlayState::Playing)
+            setPlaying(player, false);
+        else if (player->state == PlayState::Paused)
+            setPlaying(player, true);
+    } else if (line == "time") {
+        answer(positionOf(player));
+    } else if (line == "length") {
+        answer(durationOf(player));
+    } else if (line == "quit") {
+        g_main_loop_quit(player->loop);
+    } else if (line.rfind("volume ", 0) == 0 && argumentOf(line, 7, &value)) {
+        const long percent = value < 0 ? 0 : value > 100 ? 100 : value;
+        g_object_set(player->playbin, "volume", percent / 100.0, nullptr);
+    } else if (line.rfind("second-time ", 0) == 0 && argumentOf(line, 12, &value)) {
+        seekTo(player, static_cast<gint64>(value) * GST_SECOND);
+    } else if (line.rfind("time ", 0) == 0 && argumentOf(line, 5, &value)) {
+        const long percent = value < 0 ? 0 : value > 100 ? 100 : value;
+        seekTo(player, durationOf(player) / 100 * percent);
+    } else if (!line.empty()) {
+        std::fprintf(stderr, "mqp: unknown command \"%s\"\n", line.c_str());
+    }
+}
+
+gboolean onInput(gint fd, GIOCondition /*condition*/, gpointer data)
+{
+    auto* player = static_cast<Player*>(data);
+    char buffer[1024];
+    const ssize_t got = read(fd, buffer, sizeof buffer);
+    if (got < 0 && (errno == EINTR || errno == EAGAIN))
+        return G_SOURCE_CONTINUE;
+    if (got <= 0) {
+        // The controlling process went away: stop playing.
+        if (!player->pendingInput.empty())
+            runCommand(player, player->pendingInput);
+        g_main_loop_quit(player->loop);
+        return G_SOURCE_REMOVE;
+    }
+    player->pendingInput.append(buffer, static_cast<size_t>(got));
+    size_t newline;
+    while ((newline = player->pendingInput.find('\n')) != std::string::npos) {
+        const std::string line = player->pendingInput.substr(0, newline);
+        player->pendingInput.erase(0, newline + 1);
+        runCommand(player, line);
+    }
+    return G_SOURCE_CONTINUE;
+}
+
+gboolean onBusMessage(GstBus* /*bus*/, GstMessage* message, gpointer data)
+{
+    auto* player = static_cast<Player*>(data);
+    switch (GST_MESSAGE_TYPE(message)) {
+    case GST_MESSAGE_EOS:
+        player->ended = true;
+        break;
+    case GST_MESSAGE_ERROR:
+        printError(message);
+        player->exitStatus = 1;
+        g_main_loop_quit(player->loop);
+        break;
+    default:
+        break;
+    }
+    return G_SOURCE_CONTINUE;
+}
+
+GstElement* makeAudioSink()
+{
+    const char* description = std::getenv("MQP_AUDIO_SINK");
+    if (!description || !*description)
+        return nullptr; // playbin picks the desktop's sink
+    GError* error = nullptr;
+    GstElement* sink = gst_parse_bin_from_description(description, TRUE, &error);
+    if (!sink)
+        std::fprintf(stderr, "mqp: MQP_AUDIO_SINK \"%s\": %s\n", description,
+                     error ? error->message : "cannot be made");
+    g_clear_error(&error);
+    return sink;
+}
+
+int play(const char* path)
+{
+    const std::string uri = uriFor(path);
+    if (uri.empty())
+        return 1;
+    Player player;
+    player.playbin = makeElement("playbin");
+    if (!player.playbin)
+        return 1;
+    // Audio only: cover pictures and video tracks are not shown.
+    const guint audioFlag = 1u << 1, softVolumeFlag = 1u << 4;
+    g_object_set(player.playbin, "uri", uri.c_str(), "flags", audioFlag | softVolumeFlag, nullptr);
+    if (std::getenv("MQP_AUDIO_SINK")) {
+        GstElement* sink = makeAudioSink();
+        if (!sink) {
+            gst_object_unref(player.playbin);
+            return 1;
+        }
+        g_object_set(player.playbin, "audio-sink", sink, nullptr);
+    }
+
+    // Preroll now, so that a file that cannot be played ends the program at once.
+    int status = 0;
+    GstBus* bus = gst_element_get_bus(player.playbin);
+    if (gst_element_set_state(player.playbin, GST_STATE_PAUSED) == GST_STATE_CHANGE_FAILURE)
+        status = 1;
+    GstMessage* message = gst_bus_timed_pop_filtered(
+        bus, 30 * GST_SECOND, static_cast<GstMessageType>(GST_MESSAGE_ERROR | GST_MESSAGE_ASYNC_DONE));
+    if (!message) {
+        std::fprintf(stderr, "mqp: \"%s\" cannot be opened\n", path);
+        status = 1;
+    } else {
+        if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
+            printError(message);
+            status = 1;
+        }
+        gst_message_unref(message);
+    }
+
+    if (status == 0) {
+        player.loop = g_main_loop_new(nullptr, FALSE);
+        const guint busWatch = gst_bus_add_watch(bus, onBusMessage, &player);
+        const guint inputWatch = g_unix_fd_add(STDIN_FILENO, static_cast<GIOCondition>(G_IO_IN | G_IO_HUP | G_IO_ERR),
+                                               onInput, &player);
+        g_main_loop_run(player.loop);
+        g_source_remove(busWatch);
+        if (GSource* source = g_main_context_find_source_by_id(nullptr, inputWatch))
+            g_source_destroy(source);
+        g_main_loop_unref(player.loop);
+        status = player.exitStatus;
+    }
+    gst_object_unref(bus);
+    gst_element_set_state(player.playbin, GST_STATE_NULL);
+    gst_object_unref(player.playbin);
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    gst_init(&argc, &argv);
+    int status = 2;
+    if (argc == 2 && argv[1][0] != '-') {
+        status = play(argv[1]);
+    } else if (argc == 6 && std::strcmp(argv[1], "-e") == 0 && std::strcmp(argv[3], "-c") == 0) {
+        status = convert(argv[2], argv[4], argv[5]);
+    } else {
+        usage();
+    }
+    gst_deinit();
+    return status;
+}
