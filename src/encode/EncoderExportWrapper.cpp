@@ -3,7 +3,7 @@
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "core/TaskManager.h"
-#include "encode/WavInfo.h"
+#include "core/StringUtils.h"
 #include "platform/ChildProcess.h"
 #include "tags/TagFacade.h"
 

@@ -211,8 +211,9 @@ bool aacexportwrapper::encode(const EncodeRequest& job, const QString& output)
         return false;
     }
     ChildProcess child(mqp, mqpConvertArguments(job.wavPath, settings, output));
+    // mqp's result file decides, as for every converter run: an empty one is deleted.
     const int code = runEncoderChild(child, !job.inBackground);
-    if (!finishedCleanly(code, child) || QFileInfo(output).size() == 0) {
+    if (child.wasTerminated() || QFileInfo(output).size() == 0) {
         QFile::remove(output);
         failure_.set(failedTool(QStringLiteral("mqp"), job.wavPath, code));
         return false;
