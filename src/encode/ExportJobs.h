@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -120,7 +121,9 @@ protected:
 
 private:
     void makeFile(const EncodeRequest& encode);
-    void workerBody(const EncodeRequest& encode, quint64 generation);
+    void workerBody(const EncodeRequest& encode, quint64 generation, quint64 ticket);
+    // Waits for a task slot in the order the requests came; false when cancelled first.
+    bool takeTaskSlot(const EncodeRequest& encode, quint64 generation, quint64 ticket);
     QString clipFileName(const QVariantMap& request) const;
 
     const QString cleanupKey_;
@@ -136,6 +139,10 @@ private:
     std::mutex workersMutex_;
     std::condition_variable workersDone_;
     int workers_ = 0;
+    // Background encoders waiting for a slot, oldest first; only the oldest polls.
+    std::condition_variable queueMoved_;
+    std::deque<quint64> waiting_;
+    quint64 nextTicket_ = 0;
 };
 
 class mp3exportwrapper : public EncoderExportWrapper {

@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <thread>
@@ -216,6 +217,34 @@ TEST_F(ExportJobsTest, CancelInABackgroundBatchFreesEverySlot)
     }
     EXPECT_GE(made, 1);
     EXPECT_LT(made, 6);
+    for (const QString& name : leftovers({}))
+        EXPECT_TRUE(name.endsWith(".wav") || name.endsWith(".mp3")) << qPrintable(name);
+}
+
+TEST_F(ExportJobsTest, BackgroundBatchStaysWithinTheSlotLimit)
+{
+    taskManager::sharedInstance().setMaxTasks(2);
+    for (int i = 0; i < 5; ++i)
+        ASSERT_TRUE(makeTone(path(QStringLiteral("s%1.wav").arg(i)), 10));
+    std::atomic<bool> done {false};
+    std::atomic<int> most {0};
+    std::thread watcher([&] {
+        while (!done) {
+            most = std::max(most.load(), taskManager::sharedInstance().count());
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+    });
+    for (int i = 0; i < 5; ++i)
+        post(VLMP3ExportNotification, QVariantMap {{"sourcepath", path(QStringLiteral("s%1.wav").arg(i))},
+                                                   {"destinationpath", path(QStringLiteral("o%1.mp3").arg(i))},
+                                                   {"ripinbackground", true}});
+    jobs_->waitForBackgroundWork();
+    done = true;
+    watcher.join();
+    EXPECT_EQ(most.load(), 2);
+    EXPECT_EQ(taskManager::sharedInstance().count(), 0);
+    for (int i = 0; i < 5; ++i)
+        EXPECT_NEAR(probe(path(QStringLiteral("o%1.mp3").arg(i))).duration, 10.0, 0.1) << i;
     for (const QString& name : leftovers({}))
         EXPECT_TRUE(name.endsWith(".wav") || name.endsWith(".mp3")) << qPrintable(name);
 }
