@@ -74,6 +74,31 @@ TEST_F(ExportJobsTest, WavStageDecodesAndResamplesThroughTheLink)
     EXPECT_EQ(probe(path("b.wav")).sampleRate, 44100);
 }
 
+TEST_F(ExportJobsTest, WavStageFallsBackToMqpWhenFfmpegFails)
+{
+    // A stand-in ffmpeg that logs its arguments and fails.
+    const QString bin = path("bin");
+    QDir().mkpath(bin);
+    testsupport::writeFile(bin + "/ffmpeg", QStringLiteral("#!/bin/sh\necho \"$@\" >> '%1'\nexit 1\n")
+                                                .arg(path("ffmpeg.log")).toUtf8());
+    QFile::setPermissions(bin + "/ffmpeg", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    const QByteArray oldPath = qgetenv("PATH");
+    qputenv("PATH", bin.toUtf8() + ':' + oldPath);
+    ASSERT_TRUE(makeTone(path("tone.flac"), 1, 22050, 2));
+    Defaults::standard().setInteger("mTSPResampleStored", 1);
+    post(VLWAVExportNotification, QVariantMap {{"sourcepath", path("tone.flac")}, {"destinationpath", path("out.wav")}});
+    Defaults::standard().setInteger("mTSPResampleStored", 0);
+    qputenv("PATH", oldPath);
+
+    // ffmpeg was told to write through the link, which is gone again.
+    EXPECT_EQ(testsupport::readFile(path("ffmpeg.log")),
+              QStringLiteral("-i %1 -ar 48000 %2\n").arg(path("tone.flac"), AppPaths::wavLinkPath()).toUtf8());
+    EXPECT_FALSE(QFileInfo(AppPaths::wavLinkPath()).isSymLink());
+    const auto result = probe(path("out.wav"));
+    EXPECT_EQ(result.codec, "pcm_s16le");
+    EXPECT_EQ(result.sampleRate, 48000);
+}
+
 TEST_F(ExportJobsTest, Mp3FromFlacCarriesTagsAndCleansUp)
 {
     ASSERT_TRUE(makeTone(path("song.flac"), 2, 44100, 2));
