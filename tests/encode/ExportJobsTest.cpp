@@ -226,7 +226,8 @@ TEST_F(ExportJobsTest, CancelInABackgroundBatchFreesEverySlot)
         post(VLMP3ExportNotification, QVariantMap {{"sourcepath", path(QStringLiteral("b%1.wav").arg(i))},
                                                    {"destinationpath", outputs[i]},
                                                    {"ripinbackground", true}});
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    for (int waited = 0; waited < 500 && taskManager::sharedInstance().count() == 0; ++waited)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_EQ(taskManager::sharedInstance().count(), 1);
     post(VLMP3ExportCancelNotification);
     jobs_->waitForBackgroundWork();
