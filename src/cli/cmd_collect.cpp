@@ -51,7 +51,7 @@ int run(const QStringList& arguments)
 }
 
 CliRegistration reg({"collect", "[--json] FOLDER",
-                     "list the audio files of a folder (deeply) in Finder order with their destination folder "
-                     "and track record (one JSON object per line with --json)",
+                     "List the audio files of a folder (deeply) in Finder order with their destination folder "
+                     "and track record (one JSON object per line with --json).",
                      run});
 } // namespace

@@ -173,9 +173,9 @@ int run(const QStringList& arguments)
 
 CliRegistration reg({"tags",
                      "[--json] FILE... | --set KEY=VALUE [--set ...] [--artwork IMAGE ...] [--no-artwork] FILE...",
-                     "print the track record and artwork of files (one JSON object per line with --json), or "
+                     "Print the track record and artwork of files (one JSON object per line with --json), or "
                      "write tags (KEY: title, artist, album, year, track, genre) and pictures (the "
                      "first --artwork is the front cover; without --artwork or --no-artwork the pictures stay) into "
-                     "MP3, Ogg and MP4/AAC files; WMA and other types are read only",
+                     "MP3, Ogg and MP4/AAC files; WMA and other types are read only.",
                      run});
 } // namespace

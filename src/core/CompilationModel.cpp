@@ -286,6 +286,8 @@ bool CompilationModel::canDropMimeData(const QMimeData* data, Qt::DropAction, in
 bool CompilationModel::dropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,
                                     const QModelIndex& parent)
 {
+    if (action == Qt::IgnoreAction)
+        return true;
     if (!dropHandler_ || !canDropMimeData(data, action, row, column, parent))
         return false;
     Drop drop;

@@ -98,7 +98,10 @@ void FileSystemItem::addToRootItem(const QString& path)
 void FileSystemItem::removeFromRootItem(const QString& path)
 {
     editStoredRoots([&](QVariantList& roots) {
-        roots.removeIf([&](const QVariant& value) { return value.toString() == path; });
+        // A root shows its path with "~" expanded; removing it by that path works too.
+        roots.removeIf([&](const QVariant& value) {
+            return value.toString() == path || AppPaths::expandTilde(value.toString()) == path;
+        });
     });
 }
 

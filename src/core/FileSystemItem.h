@@ -32,8 +32,8 @@ public:
     static QList<Ptr> rootItem();
     // The stored root paths with "~" expanded, in order (duplicates kept).
     static QStringList rootPaths();
-    // Append or remove (every equal entry) a root path in the defaults and
-    // synchronise them. Nothing happens when the key holds something other than
+    // Append or remove (every entry equal to it, as stored or with "~"
+    // expanded) a root path in the defaults and synchronise them. Nothing happens when the key holds something other than
     // an array.
     static void addToRootItem(const QString& path);
     static void removeFromRootItem(const QString& path);

@@ -9,7 +9,9 @@
 // The library column of a tab: the library roots and, below them, the audio
 // files and folders of the disk. A folder is read only when a view expands it
 // (canFetchMore/fetchMore); refresh() brings an open folder up to date in place,
-// keeping what is open below it. Items drag out as file URLs.
+// keeping what is open below it. A view calls refresh() whenever it expands a
+// folder again, so that the column always shows a folder's present contents.
+// Items drag out as file URLs.
 //
 // Each model keeps its own items, so one tab re-reading a folder never pulls
 // items out from under another tab's view. The roots are read again when the

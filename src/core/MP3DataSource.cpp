@@ -35,7 +35,9 @@ MP3DataSource::MP3DataSource(QObject* parent) : QObject(parent), selection_(&mod
     NotificationCenter::defaultCenter().addObserver(
         this, VLDidSelectPlaylistNotification, [this](const Notification& notification) {
             const QString path = notification.object.toString();
-            QMetaObject::invokeMethod(this, [this, path] { loadPlaylist(path); }, Qt::AutoConnection);
+            // Queued: other observers (the iTunes import) may first write the
+            // .cd3 file of the selected playlist.
+            QMetaObject::invokeMethod(this, [this, path] { loadPlaylist(path); }, Qt::QueuedConnection);
         });
 }
 
@@ -101,9 +103,13 @@ void MP3DataSource::sortData()
 
 QList<TreeNode::Ptr> MP3DataSource::selectedNodes() const
 {
+    // By node, whether a view selects whole rows or single cells.
     QList<TreeNode::Ptr> nodes;
-    for (const QModelIndex& index : selection_.selectedRows(CompilationModel::NameColumn))
-        nodes.append(model_.nodeForIndex(index)->sharedNode());
+    for (const QModelIndex& index : selection_.selectedIndexes()) {
+        const TreeNode::Ptr node = model_.nodeForIndex(index)->sharedNode();
+        if (!nodes.contains(node))
+            nodes.append(node);
+    }
     return nodes;
 }
 
@@ -124,6 +130,10 @@ void MP3DataSource::selectNodes(const QList<TreeNode::Ptr>& nodes)
 
 bool MP3DataSource::acceptDrop(const CompilationModel::Drop& drop, SimpleTreeNode* target, int childIndex)
 {
+    const QList<TreeNode::Ptr> cover = TreeNode::minimumNodeCoverFromNodesInArray(drop.nodes);
+    // Nodes never go into themselves or below themselves.
+    if ((target ? target : root())->isDescendantOfNodeInArray(cover))
+        return false;
     SimpleTreeNode* parent = root();
     int index = childIndex < 0 ? 0 : childIndex;
     if (target && target->data().isLeaf()) {
@@ -141,10 +151,7 @@ bool MP3DataSource::acceptDrop(const CompilationModel::Drop& drop, SimpleTreeNod
     index = std::clamp(index, 0, parent->numberOfChildren());
 
     QList<TreeNode::Ptr> added;
-    if (!drop.nodes.isEmpty()) {
-        const QList<TreeNode::Ptr> cover = TreeNode::minimumNodeCoverFromNodesInArray(drop.nodes);
-        if (parent->isDescendantOfNodeInArray(cover))
-            return false;
+    if (!cover.isEmpty()) {
         for (const TreeNode::Ptr& node : cover) {
             if (node->nodeParent() == parent && parent->indexOfChildIdenticalTo(node.get()) < index)
                 --index;

@@ -65,7 +65,9 @@ public:
     FigureColor missingColor() const { return missingFiles_ == 0 ? FigureColor::Blue : FigureColor::Red; }
 
     // The playlist the tree is saved to (a .cd3 file); set when a playlist is
-    // selected (VLDidSelectPlaylistNotification), which also loads it.
+    // selected (VLDidSelectPlaylistNotification, loaded from the event loop
+    // right after), and by loadPlaylist. For an imported playlist (.xml) the
+    // .cd3 file beside it is read when it exists, and written.
     QString currentPlaylist() const { return currentPlaylist_; }
     void loadPlaylist(const QString& path);
     // Writes the tree to the current playlist and posts VLDidChangePlaylistNotification.

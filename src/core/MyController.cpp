@@ -1,11 +1,13 @@
 #include "core/MyController.h"
 
 #include "core/Defaults.h"
+#include "core/FileSystemItem.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "core/Preferences.h"
 #include "core/TaskManager.h"
 #include "platform/AppPaths.h"
+#include "platform/Desktop.h"
 
 #include <QDir>
 #include <QFile>
@@ -173,10 +175,23 @@ void MyController::applicationWillTerminate()
                                              QVariant::fromValue<QObject*>(this));
 }
 
-void MyController::addToLibraryDidEnd(bool, const QString&)
+void MyController::addToLibraryDidEnd(bool confirmed, const QString& folder)
 {
+    if (confirmed && !folder.isEmpty()) {
+        FileSystemItem::addToRootItem(folder);
+        emit libraryRootsChanged();
+    }
+    // Every tab reloads, also when the sheet was cancelled.
+    NotificationCenter::defaultCenter().post(VLReloadLibraryNotification);
 }
 
-void MyController::removeFromLibrary(const QString&, int)
+void MyController::removeFromLibrary(const QString& relativePath, int level)
 {
+    if (relativePath.isEmpty() || level != 0) {
+        Desktop::beep();
+        return;
+    }
+    FileSystemItem::removeFromRootItem(relativePath);
+    emit libraryRootsChanged();
+    NotificationCenter::defaultCenter().post(VLReloadLibraryNotification);
 }

@@ -38,8 +38,53 @@ FileHandle openFile(const QString& path, const char* mode)
     return FileHandle(std::fopen(QFile::encodeName(path).constData(), mode));
 }
 
-// The comment entries of a Vorbis file; false (with a message) when it is none.
-bool readEntries(const QString& path, QList<QByteArray>* entries)
+// The granule position of the stream's last page, found in the last bytes of
+// the file; -1 when no page of the stream is there.
+ogg_int64_t lastGranule(FILE* file, long serial)
+{
+    constexpr long kTail = 65536;
+    if (std::fseek(file, 0, SEEK_END) != 0)
+        return -1;
+    const long size = std::ftell(file);
+    const long start = size > kTail ? size - kTail : 0;
+    if (size <= 0 || std::fseek(file, start, SEEK_SET) != 0)
+        return -1;
+    ogg_sync_state sync;
+    ogg_sync_init(&sync);
+    char* buffer = ogg_sync_buffer(&sync, size - start);
+    const size_t read = std::fread(buffer, 1, size_t(size - start), file);
+    ogg_sync_wrote(&sync, long(read));
+    ogg_int64_t granule = -1;
+    ogg_page page;
+    int result = 0;
+    while ((result = ogg_sync_pageout(&sync, &page)) != 0) {
+        if (result > 0 && ogg_page_serialno(&page) == serial && ogg_page_granulepos(&page) >= 0)
+            granule = ogg_page_granulepos(&page);
+    }
+    ogg_sync_clear(&sync);
+    return granule;
+}
+
+// The play time in whole seconds: the last granule position over the sample
+// rate, as the Vorbis file decoder counts it for a stream that starts at zero;
+// the decoder itself when the end of the file holds no page of the stream.
+long playSeconds(const QString& path, FILE* file, vcedit_state* editor)
+{
+    const vorbis_info* info = vcedit_info(editor);
+    const ogg_int64_t granule = lastGranule(file, vcedit_serial(editor));
+    if (granule >= 0 && info && info->rate > 0)
+        return long(granule / info->rate);
+    OggVorbis_File vorbisFile;
+    if (ov_fopen(QFile::encodeName(path).constData(), &vorbisFile) != 0)
+        return -1;
+    const double seconds = ov_time_total(&vorbisFile, -1);
+    ov_clear(&vorbisFile);
+    return seconds >= 0 ? long(seconds) : -1;
+}
+
+// The comment entries of a Vorbis file and, when asked, its play time; false
+// (with a message) when it is not one.
+bool readEntries(const QString& path, QList<QByteArray>* entries, long* seconds = nullptr)
 {
     FileHandle file = openFile(path, "rb");
     if (!file)
@@ -52,6 +97,8 @@ bool readEntries(const QString& path, QList<QByteArray>* entries)
     const vorbis_comment* comments = vcedit_comments(editor.get());
     for (int i = 0; i < comments->comments; ++i)
         entries->append(QByteArray(comments->user_comments[i], comments->comment_lengths[i]));
+    if (seconds)
+        *seconds = playSeconds(path, file.get(), editor.get());
     return true;
 }
 
@@ -141,7 +188,8 @@ QVariantMap getOGGComments(const QString& path)
 {
     QVariantMap record;
     QList<QByteArray> entries;
-    if (!readEntries(path, &entries))
+    long seconds = -1;
+    if (!readEntries(path, &entries, &seconds))
         return record;
     for (const QByteArray& entry : entries) {
         QString key, value;
@@ -153,13 +201,8 @@ QVariantMap getOGGComments(const QString& path)
             key = QStringLiteral("year");
         appendJoined(record, key, value);
     }
-    OggVorbis_File vorbisFile;
-    if (ov_fopen(QFile::encodeName(path).constData(), &vorbisFile) == 0) {
-        const double seconds = ov_time_total(&vorbisFile, -1);
-        if (seconds >= 0)
-            record.insert(QStringLiteral("duration"), QString::number(long(seconds)));
-        ov_clear(&vorbisFile);
-    }
+    if (seconds >= 0)
+        record.insert(QStringLiteral("duration"), QString::number(seconds));
     return record;
 }
 

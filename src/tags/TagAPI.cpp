@@ -68,6 +68,11 @@ bool TagAPI::examineFile(const QString& path)
     return true;
 }
 
+void TagAPI::releaseFile()
+{
+    file_.reset();
+}
+
 QString TagAPI::getTitle() const
 {
     return file_ && file_->tag() ? nonEmpty(file_->tag()->title()) : QString();

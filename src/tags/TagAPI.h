@@ -29,6 +29,8 @@ public:
 
     // Loads the tags of the MP3 file at path; false when it cannot be opened.
     bool examineFile(const QString& path);
+    // Lets go of the examined file (it is not kept open between uses).
+    void releaseFile();
 
     QString getTitle() const;   // null when absent
     QString getArtist() const;

@@ -25,6 +25,24 @@ bool isMp4Extension(const QString& extension)
         || extension == QLatin1String("m4r") || extension == QLatin1String("aac");
 }
 
+// The thread's tag object, let go of its file when the operation ends.
+class ExaminedFile {
+public:
+    explicit ExaminedFile(const QString& path)
+        : tags_(TagAPI::forThisThread()), open_(tags_.examineFile(path))
+    {
+    }
+    ~ExaminedFile() { tags_.releaseFile(); }
+    ExaminedFile(const ExaminedFile&) = delete;
+    ExaminedFile& operator=(const ExaminedFile&) = delete;
+    bool isOpen() const { return open_; }
+    TagAPI* operator->() const { return &tags_; }
+
+private:
+    TagAPI& tags_;
+    bool open_;
+};
+
 void setIfAbsent(QVariantMap& record, const char* key, const QString& value)
 {
     const QString key16 = QLatin1String(key);
@@ -137,8 +155,8 @@ void filenameTags(const QString& path, QVariantMap& record)
 QVariantMap getMP3Comments(const QString& path)
 {
     QVariantMap record;
-    TagAPI& tags = TagAPI::forThisThread();
-    if (!tags.examineFile(path))
+    const ExaminedFile tags(path);
+    if (!tags.isOpen())
         return record;
     auto putText = [&](const char* key, const QString& value) {
         if (!value.isEmpty())
@@ -148,43 +166,41 @@ QVariantMap getMP3Comments(const QString& path)
         if (value != 0)
             record.insert(QLatin1String(key), QString::number(value));
     };
-    putText("title", tags.getTitle());
-    putText("artist", tags.getArtist());
-    putText("album", tags.getAlbum());
-    putNumber("track", tags.getTrack());
-    putNumber("year", tags.getYear());
-    const QStringList genres = tags.getGenreNames();
+    putText("title", tags->getTitle());
+    putText("artist", tags->getArtist());
+    putText("album", tags->getAlbum());
+    putNumber("track", tags->getTrack());
+    putNumber("year", tags->getYear());
+    const QStringList genres = tags->getGenreNames();
     if (!genres.isEmpty())
         record.insert(QStringLiteral("genre"), genres.first());
-    putNumber("duration", tags.getDuration());
+    putNumber("duration", tags->getDuration());
     return record;
 }
 
 bool updateMP3Tags(const QString& path, const QVariantMap& record, const QVariantList* images)
 {
-    TagAPI& tags = TagAPI::forThisThread();
-    if (!tags.examineFile(path))
+    const ExaminedFile tags(path);
+    if (!tags.isOpen())
         return false;
     auto text = [&](const char* key) { return record.value(QLatin1String(key)).toString(); };
     if (record.contains(QStringLiteral("album")))
-        tags.setAlbum(text("album"));
+        tags->setAlbum(text("album"));
     if (record.contains(QStringLiteral("artist")))
-        tags.setArtist(text("artist"));
+        tags->setArtist(text("artist"));
     if (record.contains(QStringLiteral("title")))
-        tags.setTitle(text("title"));
+        tags->setTitle(text("title"));
     if (record.contains(QStringLiteral("genre")))
-        tags.setGenreName({text("genre")});
-    tags.setYear(intValue(text("year")));
-    tags.setTrack(intValue(text("track")), tags.getTotalNumberTracks());
+        tags->setGenreName({text("genre")});
+    tags->setYear(intValue(text("year")));
+    tags->setTrack(intValue(text("track")), tags->getTotalNumberTracks());
     if (images)
-        tags.setImages(*images);
-    return tags.updateFile();
+        tags->setImages(*images);
+    return tags->updateFile();
 }
 
 QVariantList getMP3AlbumArt(const QString& path)
 {
-    TagAPI& tags = TagAPI::forThisThread();
-    if (!tags.examineFile(path))
-        return {};
-    return tags.getImage();
+    const ExaminedFile tags(path);
+    return tags.isOpen() ? tags->getImage() : QVariantList();
 }

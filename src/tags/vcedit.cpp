@@ -95,6 +95,11 @@ bool flushStream(ogg_stream_state* stream, FILE* out)
     return true;
 }
 
+bool isSetupHeader(const ogg_packet& packet)
+{
+    return packet.bytes > 7 && packet.packet[0] == 5 && std::memcmp(packet.packet + 1, "vorbis", 6) == 0;
+}
+
 void setPageSequence(ogg_page* page, long sequence)
 {
     for (int i = 0; i < 4; ++i)
@@ -113,6 +118,16 @@ vcedit_state* vcedit_new_state()
 vorbis_comment* vcedit_comments(vcedit_state* state)
 {
     return state && state->vorbisOpen ? &state->comments : nullptr;
+}
+
+const vorbis_info* vcedit_info(vcedit_state* state)
+{
+    return state && state->vorbisOpen ? &state->info : nullptr;
+}
+
+long vcedit_serial(vcedit_state* state)
+{
+    return state ? state->serial : 0;
 }
 
 const char* vcedit_error(vcedit_state* state)
@@ -182,7 +197,12 @@ int vcedit_open(vcedit_state* state, FILE* in)
                 result = ogg_stream_packetout(&state->stream, &packet);
                 if (result == 0)
                     break;
-                if (result < 0 || vorbis_synthesis_headerin(&state->info, &state->comments, &packet) < 0) {
+                // The setup header is copied, not decoded: unpacking its codebooks
+                // costs more than everything else here and nothing needs them.
+                const bool valid = result > 0
+                    && (headers == 0 ? vorbis_synthesis_headerin(&state->info, &state->comments, &packet) == 0
+                                     : isSetupHeader(packet));
+                if (!valid) {
                     state->lastError = kCorruptSecondary;
                     return -1;
                 }

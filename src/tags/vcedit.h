@@ -12,6 +12,9 @@ vcedit_state* vcedit_new_state();
 // 0 on success; negative with vcedit_error() telling why.
 int vcedit_open(vcedit_state* state, FILE* in);
 vorbis_comment* vcedit_comments(vcedit_state* state);
+// The identification header (channels, rate) and serial number of an opened stream.
+const vorbis_info* vcedit_info(vcedit_state* state);
+long vcedit_serial(vcedit_state* state);
 // 0 on success; negative with vcedit_error() telling why.
 int vcedit_write(vcedit_state* state, FILE* out);
 // The text of the last error; null when none happened.

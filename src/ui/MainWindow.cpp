@@ -1,5 +1,6 @@
 #include "ui/MainWindow.h"
 
+#include "core/LibraryModel.h"
 #include "core/MyController.h"
 #include "ui/PreferencesDialog.h"
 #include "ui/StoresTab.h"
@@ -80,6 +81,7 @@ MainWindow::MainWindow(MyController& controller, QWidget* parent)
 QTreeView* MainWindow::makeLibraryOutline()
 {
     auto* outline = new QTreeView;
+    outline->setModel(new LibraryModel(outline));
     outline->setHeaderHidden(true);
     outline->setSelectionMode(QAbstractItemView::ExtendedSelection);
     outline->setDragEnabled(true);
@@ -133,11 +135,12 @@ void MainWindow::removeFromLibrary()
 {
     QTreeView* outline = outlines_.value(tabs_->currentIndex());
     const QModelIndex current = outline ? outline->currentIndex() : QModelIndex();
+    const auto* model = outline ? qobject_cast<LibraryModel*>(outline->model()) : nullptr;
+    const FileSystemItem* item = model ? model->itemForIndex(current) : nullptr;
     int level = 0;
     for (QModelIndex up = current.parent(); up.isValid(); up = up.parent())
         ++level;
-    controller_.removeFromLibrary(current.isValid() ? current.data(Qt::UserRole).toString() : QString(),
-                                  current.isValid() ? level : -1);
+    controller_.removeFromLibrary(item ? item->relativePath() : QString(), level);
 }
 
 void MainWindow::showPreferences()

@@ -126,6 +126,10 @@ TEST(FileSystemItem, AddAndRemoveRoots)
     Defaults::standard().reload();
     EXPECT_EQ(Defaults::standard().arrayForKey("rootItem"), (QVariantList{"~/Songs", "/more"}));
 
+    // A root is removed by the path it shows as well.
+    FileSystemItem::removeFromRootItem(AppPaths::homeDir() + "/Songs");
+    EXPECT_EQ(FileSystemItem::rootPaths(), QStringList{"/more"});
+
     // A key that holds no array is left alone.
     Defaults::standard().setObject("rootItem", "not a list");
     FileSystemItem::addToRootItem("/x");

@@ -6,6 +6,7 @@
 #include "platform/Desktop.h"
 
 #include <QAbstractItemModelTester>
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QMimeData>
@@ -188,6 +189,11 @@ TEST_F(MP3DataSourceTest, NodesMoveWithinTheTreeButNotIntoThemselves)
     EXPECT_EQ(names(*source.root()), (QStringList{"a", "b", "d", "G"}));
     EXPECT_EQ(names(*source.root()->child(3)), QStringList{"c"});
 
+    // Refused before anything changes: a leaf dropped into itself stays a leaf.
+    const TreeNode::Ptr leafA = source.root()->childAtIndex(0);
+    EXPECT_FALSE(source.acceptDrop({{leafA}, {}}, static_cast<SimpleTreeNode*>(leafA.get()), 0));
+    EXPECT_TRUE(static_cast<SimpleTreeNode&>(*leafA).data().isLeaf());
+
     // Old drag data no longer refers to anything.
     EXPECT_FALSE(model->canDropMimeData(drag.get(), Qt::MoveAction, 0, 0, {}));
 }
@@ -231,6 +237,7 @@ TEST_F(MP3DataSourceTest, DroppedFolderIsSearchedOnAWorkerAndSaved)
     NotificationCenter::defaultCenter().addObserver(this, VLDidChangePlaylistNotification,
                                                     [&](const Notification& n) { changed << n.object.toString(); });
     NotificationCenter::defaultCenter().post(VLDidSelectPlaylistNotification, playlist);
+    QCoreApplication::processEvents();
     EXPECT_EQ(source.currentPlaylist(), playlist);
     EXPECT_EQ(names(*source.root()), QStringList{"/gone.mp3"});
     EXPECT_EQ(source.missingFiles(), 1);
@@ -311,6 +318,9 @@ TEST_F(MP3DataSourceTest, ToolbarActionsEditAndSave)
     ASSERT_EQ(source.selectionModel()->selectedRows().size(), 1);
     EXPECT_EQ(source.selectionModel()->selectedRows().first().row(), 0);  // follows the node
 
+    // A view that selects single cells works alike.
+    source.selectionModel()->select(source.model()->index(0, CompilationModel::NameColumn),
+                                    QItemSelectionModel::ClearAndSelect);
     source.deleteSelections();
     EXPECT_EQ(names(*source.root()), QStringList{"Zed"});
     const auto saved = PropertyList::read(playlist);
@@ -323,4 +333,28 @@ TEST_F(MP3DataSourceTest, ToolbarActionsEditAndSave)
     source.burnAudioCD();
     NotificationCenter::defaultCenter().removeObserver(this);
     EXPECT_EQ(burned, (QVariantList{"New Leaf", "New Leaf"}));
+}
+
+TEST_F(MP3DataSourceTest, ImportedPlaylistIsEditedAsItsCd3File)
+{
+    const QString xml = base + "/iTunes/Mix.xml";
+    const QString cd3 = base + "/iTunes/Mix.cd3";
+    writeFile(xml, "<plist version=\"1.0\"><array/></plist>");
+    MP3DataSource source;
+    source.loadPlaylist(xml);  // no .cd3 yet, and the .xml is no group record
+    EXPECT_EQ(source.currentPlaylist(), cd3);
+    EXPECT_EQ(source.root()->numberOfChildren(), 0);
+
+    PropertyList::write(cd3, QVariantMap{{"Group", "OVRoot"}, {"Entries", QVariantList{"/a.mp3", "/b.mp3"}}});
+    source.loadPlaylist(xml);
+    EXPECT_EQ(names(*source.root()), (QStringList{"/a.mp3", "/b.mp3"}));
+
+    QVariantMap request;
+    NotificationCenter::defaultCenter().addObserver(this, VLM3UPlaylistNotification,
+                                                    [&](const Notification& n) { request = n.object.toMap(); });
+    source.exportM3U();
+    NotificationCenter::defaultCenter().removeObserver(this);
+    EXPECT_EQ(request["path"].toString(), cd3);
+    EXPECT_EQ(request["dictionary"].toMap()["Entries"].toList(), (QVariantList{"/a.mp3", "/b.mp3"}));
+    EXPECT_EQ(testsupport::readFile(xml), "<plist version=\"1.0\"><array/></plist>");  // left alone
 }

@@ -1,4 +1,6 @@
 #include "core/Defaults.h"
+#include "core/FileSystemItem.h"
+#include "platform/Desktop.h"
 #include "core/MyController.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
@@ -149,4 +151,32 @@ TEST(MyController, QuitAtOnceDoesNotWaitForTasks)
     EXPECT_TRUE(terminate.wait(2000));
     EXPECT_EQ(taskManager::sharedInstance().count(), 1);  // the shell does not stop running children
     taskManager::sharedInstance().removeTask(&job);
+}
+
+TEST(MyController, LibraryFoldersAreAddedAndRemovedAndEveryTabReloads)
+{
+    int beeps = 0;
+    Desktop::setBeepHandler([&] { ++beeps; });
+    int reloads = 0, owner = 0;
+    NotificationCenter::defaultCenter().addObserver(&owner, VLReloadLibraryNotification,
+                                                    [&](const Notification&) { ++reloads; });
+    Defaults::standard().setObject("rootItem", QVariantList{"/"});
+    MyController controller;
+
+    controller.addToLibraryDidEnd(false, QString());  // cancelled: still reloads
+    EXPECT_EQ(reloads, 1);
+    controller.addToLibraryDidEnd(true, "/srv/music");
+    EXPECT_EQ(reloads, 2);
+    EXPECT_EQ(FileSystemItem::rootPaths(), (QStringList{"/", "/srv/music"}));
+
+    controller.removeFromLibrary("Jazz", 1);  // inside a root: beep only
+    controller.removeFromLibrary(QString(), -1);  // nothing selected
+    EXPECT_EQ(beeps, 2);
+    EXPECT_EQ(reloads, 2);
+    controller.removeFromLibrary("/srv/music", 0);
+    EXPECT_EQ(FileSystemItem::rootPaths(), QStringList{"/"});
+    EXPECT_EQ(reloads, 3);
+
+    NotificationCenter::defaultCenter().removeObserver(&owner);
+    Desktop::setBeepHandler(nullptr);
 }

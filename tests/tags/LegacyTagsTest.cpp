@@ -5,7 +5,11 @@
 #include "TagFixtures.h"
 #include "common/TestSupport.h"
 
+#include <QFile>
 #include <QTemporaryDir>
+
+#include <taglib/id3v2tag.h>
+#include <taglib/mpegfile.h>
 
 #include <gtest/gtest.h>
 
@@ -167,4 +171,28 @@ TEST_F(LegacyTagsTest, OlderReadersTakeTheSixFrames)
     EXPECT_EQ(all.value("comment"), "Velmora Converted");
     EXPECT_EQ(all.value("track"), "0");
     EXPECT_EQ(all.value("genre"), "8");
+}
+
+TEST_F(LegacyTagsTest, Id3v24TagsWrittenByTagLibListAndConvertToLatin1)
+{
+    const QString file = withTag("v24.mp3", {});
+    {
+        TagLib::MPEG::File mpeg(QFile::encodeName(file).constData());
+        TagLib::ID3v2::Tag* tag = mpeg.ID3v2Tag(true);
+        tag->setTitle(TagLib::String("Caf\xc3\xa9 \xe2\x82\xac", TagLib::String::UTF8));
+        tag->setArtist("Plain");
+        tag->setTrack(9);
+        ASSERT_TRUE(mpeg.save(TagLib::MPEG::File::ID3v2, TagLib::File::StripOthers, TagLib::ID3v2::v4));
+    }
+    ASSERT_EQ(testsupport::readFile(file).at(3), 4);
+    const QStringList lines = fixtures::frameLines(id3infoOutput(file));
+    EXPECT_TRUE(lines.contains(QString::fromUtf8("=== TIT2 (Title/songname/content description): Caf\xc3\xa9 \xe2\x82\xac")))
+        << qPrintable(lines.join('\n'));
+    EXPECT_TRUE(lines.contains("=== TRCK (Track number/Position in set): 9"));
+    EXPECT_EQ(getComments(file).value().value("title"), QString::fromUtf8("Caf\xc3\xa9 \xe2\x82\xac"));
+
+    MP3Utils utils;
+    utils.makeID3v1(file);
+    EXPECT_EQ(QByteArray(reinterpret_cast<const char*>(utils.id3v1().data()) + 3, 7), QByteArray("Caf\xe9 ?\0", 7));
+    EXPECT_EQ(utils.id3v1()[126], 9);
 }

@@ -68,6 +68,12 @@ TEST_F(OggTagsTest, ReadsEntriesUnderLowerCaseKeys)
     EXPECT_EQ(tags.value("duration"), "1");
     EXPECT_EQ(getComments(ogg).value(), tags);
 
+    // The play time is truncated to whole seconds.
+    const QString wav = path("long.wav");
+    ASSERT_EQ(testsupport::run("sox", {"-n", "-r", "22050", "-c", "1", "-b", "16", wav, "synth", "2.7", "sine", "300"}), 0);
+    ASSERT_EQ(testsupport::run("oggenc", {"-Q", "-o", path("long.ogg"), wav}), 0);
+    EXPECT_EQ(getOGGComments(path("long.ogg")).value("duration"), "2");
+
     // The older reader keeps keys as they are and drops entries with two "=".
     const QVariantMap old = vorbiscomment_wrapper::getComments(ogg);
     EXPECT_EQ(old.value("tracknumber"), "5");

@@ -239,6 +239,28 @@ TEST(MqpConverter, EveryAacSettingTheJobsNameMakesAacInMp4)
     }
 }
 
+TEST(MqpConverter, DecodesCompressedSourcesToWav)
+{
+    // What the WAV stage hands over when ffmpeg has failed: MP3, AAC in MP4, Ogg.
+    QTemporaryDir dir;
+    const QString wav = makeSignal(dir, "in.wav", 2, 48000, 1);
+    const QString mp3 = dir.filePath("in.mp3"), m4a = dir.filePath("in.m4a"), ogg = dir.filePath("in.ogg");
+    ASSERT_EQ(run("lame", {"--quiet", "-b", "128", wav, mp3}), 0);
+    ASSERT_EQ(convert(wav, ResourceLocator::pathForResource("AACSettings/AAC128BESTSTEREO"), m4a), 0);
+    ASSERT_EQ(run("oggenc", {"-Q", "-o", ogg, wav}), 0);
+    for (const QString& source : {mp3, m4a, ogg}) {
+        const QString out = dir.filePath("out.wav");
+        QFile::remove(out);
+        ASSERT_EQ(convert(source, ResourceLocator::pathForResource("Audio44.1k"), out), 0) << source.toStdString();
+        const StreamInfo info = probe(out);
+        EXPECT_EQ(info.codec, "pcm_s16le");
+        EXPECT_EQ(info.rate, 44100);
+        EXPECT_EQ(info.channels, 2);
+        // Two seconds, give or take the encoders' padding.
+        EXPECT_NEAR(double(QFileInfo(out).size()), 2.0 * 44100 * 4, 44100 * 4 * 0.1) << source.toStdString();
+    }
+}
+
 TEST(MqpConverter, FailuresLeaveNoDestination)
 {
     QTemporaryDir dir;
