@@ -201,6 +201,19 @@ protected:
     bool encode(const EncodeRequest& encode, const QString& output) override;
 };
 
+// Ogg Vorbis, encoded in-process by oggenc_main().
+class oggexportwrapper : public EncoderExportWrapper {
+public:
+    oggexportwrapper();
+    ~oggexportwrapper() override;
+
+protected:
+    QStringList exportParams(const ExportArguments::TspSettings& settings, int sampleBits) const override;
+    QStringList ripParams(const QVariantMap& ripSettings) const override;
+    QStringList flashParams(const QVariantMap& flashSettings) const override;
+    bool encode(const EncodeRequest& encode, const QString& output) override;
+};
+
 // AIFF copies of WAV, AAC and MIDI sources.
 class aifexportwrapper {
 public:
@@ -226,7 +239,6 @@ private:
     FailureNote failure_;
 };
 
-class oggexportwrapper;
 
 // Every export job of the family, each listening on its notifications for as
 // long as this object lives. The application and velmora-cli make one.
@@ -250,4 +262,5 @@ private:
     std::unique_ptr<mp2exportwrapper> mp2_;
     std::unique_ptr<aacexportwrapper> aac_;
     std::unique_ptr<wmaexportwrapper> wma_;
+    std::unique_ptr<oggexportwrapper> ogg_;
 };

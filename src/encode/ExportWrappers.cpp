@@ -2,6 +2,7 @@
 
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
+#include "encode/OggEnc.h"
 #include "platform/ChildProcess.h"
 #include "platform/ResourceLocator.h"
 #include "tags/TagFacade.h"
@@ -273,6 +274,58 @@ bool wmaexportwrapper::encode(const EncodeRequest& job, const QString& output)
     return true;
 }
 
+// --- Ogg Vorbis -------------------------------------------------------------
+
+oggexportwrapper::oggexportwrapper()
+    : EncoderExportWrapper(QStringLiteral("OGG"), QStringLiteral("ogg"), {VLOGGExportNotification},
+                           VLOGGExportCancelNotification)
+{
+    subscribe();
+}
+
+oggexportwrapper::~oggexportwrapper()
+{
+    stopListening();
+}
+
+QStringList oggexportwrapper::exportParams(const TspSettings& settings, int) const
+{
+    return oggParams(settings.bitrate, settings.mono == 1);
+}
+
+QStringList oggexportwrapper::ripParams(const QVariantMap& ripSettings) const
+{
+    return oggParams(ripSettings.value(QStringLiteral("bitrate")).toLongLong(),
+                     ripSettings.value(QStringLiteral("mono")).toLongLong() == 1);
+}
+
+QStringList oggexportwrapper::flashParams(const QVariantMap& flashSettings) const
+{
+    if (!flashSettings.value(QStringLiteral("whenpossible")).toBool())
+        return {};
+    return oggParams(flashSettings.value(QStringLiteral("quality")).toLongLong(),
+                     flashSettings.value(QStringLiteral("mono")).toLongLong() == 1);
+}
+
+bool oggexportwrapper::encode(const EncodeRequest& job, const QString& output)
+{
+    const QStringList params = job.params.isEmpty() ? oggParams(0, false) : job.params;
+    const QStringList arguments = oggEncoderArguments(params, job.comments, job.wavPath, output);
+    std::vector<QByteArray> storage;
+    for (const QString& argument : arguments)
+        storage.push_back(argument.toLocal8Bit());
+    std::vector<char*> argv;
+    for (QByteArray& bytes : storage)
+        argv.push_back(bytes.data());
+    argv.push_back(nullptr);
+    // In-process: a cancel cannot stop a file once it is being encoded.
+    if (oggenc_main(int(storage.size()), argv.data()) != 0) {
+        failure_.set(QStringLiteral("The Ogg Vorbis encoder failed on %1.").arg(job.wavPath));
+        return false;
+    }
+    return true;
+}
+
 // --- AIFF -----------------------------------------------------------------
 
 aifexportwrapper::aifexportwrapper()
@@ -365,7 +418,7 @@ ExportJobs::ExportJobs()
     : wav_(std::make_unique<wavexportwrapper>()), aif_(std::make_unique<aifexportwrapper>()),
       copy_(std::make_unique<copyexportwrapper>()), mp3_(std::make_unique<mp3exportwrapper>()),
       mp2_(std::make_unique<mp2exportwrapper>()), aac_(std::make_unique<aacexportwrapper>()),
-      wma_(std::make_unique<wmaexportwrapper>())
+      wma_(std::make_unique<wmaexportwrapper>()), ogg_(std::make_unique<oggexportwrapper>())
 {
 }
 
@@ -384,6 +437,8 @@ QString ExportJobs::lastFailure(const QString& formatKey) const
         own = aac_->lastFailure();
     else if (key == QLatin1String("WMA"))
         own = wma_->lastFailure();
+    else if (key == QLatin1String("OGG"))
+        own = ogg_->lastFailure();
     else if (key == QLatin1String("AIFF") || key == QLatin1String("AIF"))
         own = aif_->lastFailure();
     else if (key == QLatin1String("COPY"))
@@ -397,6 +452,6 @@ QString ExportJobs::lastFailure(const QString& formatKey) const
 
 void ExportJobs::waitForBackgroundWork()
 {
-    for (EncoderExportWrapper* job : std::initializer_list<EncoderExportWrapper*> {mp3_.get(), mp2_.get(), aac_.get(), wma_.get()})
+    for (EncoderExportWrapper* job : std::initializer_list<EncoderExportWrapper*> {mp3_.get(), mp2_.get(), aac_.get(), wma_.get(), ogg_.get()})
         job->waitForBackgroundWork();
 }

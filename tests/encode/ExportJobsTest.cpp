@@ -179,10 +179,36 @@ TEST_F(ExportJobsTest, WmaAiffAndCopyMembers)
     EXPECT_EQ(testsupport::readFile(path("flash/t.WAV")), QByteArray("other"));
 }
 
+TEST_F(ExportJobsTest, OggFilesAreEncodedInProcessSideBySide)
+{
+    ASSERT_TRUE(makeTone(path("song.flac"), 2));
+    const QVariantMap tags {{"title", "Ogg Song"}, {"track", "9"}, {"genre", "Weird Folk"}, {"year", "2011"}};
+    const QVariantMap rip {{"ogg", QVariantMap {{"bitrate", 3}, {"mono", 1}}}};
+    for (int i = 0; i < 3; ++i)
+        post(VLOGGExportNotification, QVariantMap {{"sourcepath", path("song.flac")},
+                                                   {"destinationpath", path(QStringLiteral("song%1.ogg").arg(i))},
+                                                   {"wavpath", path(QStringLiteral("w%1.wav").arg(i))},
+                                                   {"ripinbackground", true}, {"riptags", tags},
+                                                   {"rippanelsettings", rip}});
+    jobs_->waitForBackgroundWork();
+    for (int i = 0; i < 3; ++i) {
+        const auto result = probe(path(QStringLiteral("song%1.ogg").arg(i)));
+        EXPECT_EQ(result.codec, "vorbis");
+        EXPECT_EQ(result.channels, 1);
+        EXPECT_NEAR(result.duration, 2.0, 0.1);
+        EXPECT_EQ(result.tags.value("title").toString(), "Ogg Song");
+        EXPECT_EQ(result.tags.value("track").toString(), "9");
+        EXPECT_EQ(result.tags.value("genre").toString(), "Weird Folk");  // Ogg genres are free text
+    }
+    EXPECT_EQ(leftovers({"song.flac", "song0.ogg", "song1.ogg", "song2.ogg"}), QStringList());
+    EXPECT_EQ(taskManager::sharedInstance().count(), 0);
+}
+
 TEST_F(ExportJobsTest, UndecodableSourceLeavesNothingBehind)
 {
     testsupport::writeFile(path("noise.xyz"), QByteArray(5000, '\x5a'));
-    for (const char* name : {VLMP3ExportNotification, VLWMAExportNotification, VLMP2ExportNotification}) {
+    for (const char* name : {VLMP3ExportNotification, VLWMAExportNotification, VLMP2ExportNotification,
+                             VLOGGExportNotification, VLM4AExportNotification}) {
         post(name, QVariantMap {{"sourcepath", path("noise.xyz")}, {"destinationpath", path("noise.out")},
                                 {"wavpath", path("noise.WAV")}});
         EXPECT_EQ(leftovers({"noise.xyz"}), QStringList()) << name;
