@@ -239,6 +239,19 @@ TEST_F(ExportJobsTest, ForegroundCancelStopsTheEncoderWithoutPartialOutput)
     EXPECT_EQ(leftovers({"long.wav"}), QStringList());
 }
 
+TEST_F(ExportJobsTest, CancelWhileDecodingLeavesNoIntermediate)
+{
+    ASSERT_TRUE(makeTone(path("long.flac"), 300));
+    std::thread canceller([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(80));
+        NotificationCenter::defaultCenter().post(VLMP3ExportCancelNotification);
+    });
+    post(VLMP3ExportNotification, QVariantMap {{"sourcepath", path("long.flac")}, {"destinationpath", path("long.mp3")},
+                                               {"wavpath", path("cache.WAV")}, {"wavcleanup", "MP3"}});
+    canceller.join();
+    EXPECT_EQ(leftovers({"long.flac"}), QStringList());
+}
+
 TEST_F(ExportJobsTest, CancelInABackgroundBatchFreesEverySlot)
 {
     taskManager::sharedInstance().setMaxTasks(1);
