@@ -158,7 +158,9 @@ void EncoderExportWrapper::exportFile(const QVariantMap& request)
 
     EncodeRequest encode {source, wavPath, destination, params, comments, background, false};
 
-    if (QFileInfo(source).suffix().toLower() == QLatin1String("wav") && isWav && !cancelled_) {
+    // A WAV the sender prepared (the Clip tab's cut) wins over a WAV source.
+    const bool preparedWav = !wavPath.isEmpty() && QFileInfo::exists(wavPath);
+    if (QFileInfo(source).suffix().toLower() == QLatin1String("wav") && isWav && !preparedWav && !cancelled_) {
         // Already uncompressed: encode the source itself, with no intermediate.
         encode.wavPath = source;
         makeFile(encode);

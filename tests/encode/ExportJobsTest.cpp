@@ -367,6 +367,17 @@ TEST_F(ExportJobsTest, ClipsAreCutWithSoxAndEncodedBesideTheTrack)
     EXPECT_NEAR(probe(path("song.mp3")).duration, 3.0, 0.15);
     EXPECT_NEAR(probe(path("song.clp.mp3")).duration, 1.5, 0.15);
     EXPECT_EQ(leftovers({"song.flac", "song.mp3", "song.clp.mp3"}), QStringList());
+
+    // The Clip tab's way: the cut WAV is prepared first and stands in for a WAV song.
+    ASSERT_TRUE(makeTone(path("whole.wav"), 3));
+    post(VLCLPWAVExportNotification, QVariantMap {{"wavpath", path("whole.wav")}, {"clpwavpath", path("cut.wav")},
+                                                  {"clipstart", "0.5"}, {"cliplength", "1"}});
+    post(VLM4RExportNotification, QVariantMap {{"sourcepath", path("whole.wav")}, {"destinationpath", path("ring.M4R")},
+                                               {"wavpath", path("cut.wav")}, {"riptags", QVariantMap()}});
+    const auto ring = probe(path("ring.M4R"));
+    EXPECT_EQ(ring.codec, "aac");
+    EXPECT_NEAR(ring.duration, 1.0, 0.15);
+    EXPECT_FALSE(QFileInfo::exists(path("cut.wav")));
 }
 
 } // namespace
