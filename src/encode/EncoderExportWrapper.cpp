@@ -3,7 +3,7 @@
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "core/TaskManager.h"
-#include "encode/WavInfo.h"
+#include "core/StringUtils.h"
 #include "platform/ChildProcess.h"
 #include "tags/TagFacade.h"
 
@@ -12,6 +12,7 @@
 #include <QFileInfo>
 #include <QTemporaryFile>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -42,11 +43,17 @@ EncoderExportWrapper::EncoderExportWrapper(QString cleanupKey, QString ripKey, Q
 {
 }
 
-EncoderExportWrapper::~EncoderExportWrapper()
+EncoderExportWrapper::~EncoderExportWrapper() = default;
+
+void EncoderExportWrapper::stopListening()
 {
     NotificationCenter::defaultCenter().removeObserver(this);
     // Waiting workers give up; running encoders are allowed to finish.
-    ++cancelGeneration_;
+    {
+        std::lock_guard lock(workersMutex_);
+        ++cancelGeneration_;
+        queueMoved_.notify_all();
+    }
     waitForBackgroundWork();
 }
 
@@ -71,7 +78,11 @@ QString EncoderExportWrapper::refusal(const QString&) const
 void EncoderExportWrapper::cancel()
 {
     cancelled_ = true;
-    ++cancelGeneration_;
+    {
+        std::lock_guard lock(workersMutex_);
+        ++cancelGeneration_;
+        queueMoved_.notify_all();
+    }
     {
         std::lock_guard lock(foregroundMutex_);
         if (foregroundChild_) {
@@ -147,7 +158,9 @@ void EncoderExportWrapper::exportFile(const QVariantMap& request)
 
     EncodeRequest encode {source, wavPath, destination, params, comments, background, false};
 
-    if (QFileInfo(source).suffix().toLower() == QLatin1String("wav") && isWav && !cancelled_) {
+    // A WAV the sender prepared (the Clip tab's cut) wins over a WAV source.
+    const bool preparedWav = !wavPath.isEmpty() && QFileInfo::exists(wavPath);
+    if (QFileInfo(source).suffix().toLower() == QLatin1String("wav") && isWav && !preparedWav && !cancelled_) {
         // Already uncompressed: encode the source itself, with no intermediate.
         encode.wavPath = source;
         makeFile(encode);
@@ -205,35 +218,58 @@ void EncoderExportWrapper::exportFile(const QVariantMap& request)
 void EncoderExportWrapper::makeFile(const EncodeRequest& encode)
 {
     if (!encode.inBackground) {
-        workerBody(encode, cancelGeneration_);
+        workerBody(encode, cancelGeneration_, 0);
         return;
     }
+    quint64 ticket;
     {
         std::lock_guard lock(workersMutex_);
         ++workers_;
+        ticket = nextTicket_++;
+        waiting_.push_back(ticket);
     }
-    std::thread([this, encode, generation = quint64(cancelGeneration_)] {
-        workerBody(encode, generation);
+    std::thread([this, encode, ticket, generation = quint64(cancelGeneration_)] {
+        workerBody(encode, generation, ticket);
         std::lock_guard lock(workersMutex_);
         if (--workers_ == 0)
             workersDone_.notify_all();
     }).detach();
 }
 
-void EncoderExportWrapper::workerBody(const EncodeRequest& job, quint64 generation)
+bool EncoderExportWrapper::takeTaskSlot(const EncodeRequest& job, quint64 generation, quint64 ticket)
 {
-    const void* slot = &job;
-    if (job.inBackground) {
-        auto& tasks = taskManager::sharedInstance();
-        while (!tasks.addTask(slot, job.sourcePath, typeForSave(job.savePath))) {
-            if (cancelGeneration_ != generation) {
-                // Cancelled before this encoder got a slot: it never starts.
-                if (job.deleteWav)
-                    QFile::remove(job.wavPath);
-                return;
-            }
-            std::this_thread::sleep_for(std::chrono::microseconds(100));
+    auto leaveQueue = [&] {
+        std::lock_guard lock(workersMutex_);
+        waiting_.erase(std::find(waiting_.begin(), waiting_.end(), ticket));
+        queueMoved_.notify_all();
+    };
+    {
+        // The later requests sleep until they are next, so that a long batch does
+        // not keep every waiting thread polling the task manager.
+        std::unique_lock lock(workersMutex_);
+        queueMoved_.wait(lock, [&] { return waiting_.front() == ticket || cancelGeneration_ != generation; });
+    }
+    auto& tasks = taskManager::sharedInstance();
+    for (;;) {
+        if (cancelGeneration_ != generation) {
+            leaveQueue();
+            return false;
         }
+        if (tasks.addTask(&job, job.sourcePath, typeForSave(job.savePath)))
+            break;
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+    leaveQueue();
+    return true;
+}
+
+void EncoderExportWrapper::workerBody(const EncodeRequest& job, quint64 generation, quint64 ticket)
+{
+    if (job.inBackground && !takeTaskSlot(job, generation, ticket)) {
+        // Cancelled before this encoder got a slot: it never starts.
+        if (job.deleteWav)
+            QFile::remove(job.wavPath);
+        return;
     }
 
     QDir().mkpath(QFileInfo(job.savePath).absolutePath());
@@ -250,7 +286,7 @@ void EncoderExportWrapper::workerBody(const EncodeRequest& job, quint64 generati
     if (job.deleteWav)
         QFile::remove(job.wavPath);
     if (job.inBackground)
-        taskManager::sharedInstance().removeTask(slot);
+        taskManager::sharedInstance().removeTask(&job);
 }
 
 int EncoderExportWrapper::runEncoderChild(ChildProcess& child, bool foreground)

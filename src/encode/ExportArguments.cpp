@@ -1,37 +1,13 @@
 #include "encode/ExportArguments.h"
 
 #include "core/Defaults.h"
+#include "tags/ID3Tables.h"
 
 #include <algorithm>
-#include <array>
 
 namespace ExportArguments {
 
 namespace {
-
-// ID3v1 genre names by number, spelled exactly as lame and old players know them
-// (the trailing blank of "Christian Rock " and "Psychadelic" included).
-constexpr std::array<const char*, 148> kGenres = {
-    "Blues", "Classic Rock", "Country", "Dance", "Disco", "Funk", "Grunge", "Hip-Hop", "Jazz",
-    "Metal", "New Age", "Oldies", "Other", "Pop", "R&B", "Rap", "Reggae", "Rock", "Techno",
-    "Industrial", "Alternative", "Ska", "Death Metal", "Pranks", "Soundtrack", "Euro-Techno",
-    "Ambient", "Trip-Hop", "Vocal", "Jazz+Funk", "Fusion", "Trance", "Classical", "Instrumental",
-    "Acid", "House", "Game", "Sound Clip", "Gospel", "Noise", "AlternRock", "Bass", "Soul", "Punk",
-    "Space", "Meditative", "Instrumental Pop", "Instrumental Rock", "Ethnic", "Gothic",
-    "Darkwave", "Techno-Industrial", "Electronic", "Pop-Folk", "Eurodance", "Dream",
-    "Southern Rock", "Comedy", "Cult", "Gangsta", "Top 40", "Christian Rap", "Pop/Funk", "Jungle",
-    "Native American", "Cabaret", "New Wave", "Psychadelic", "Rave", "Showtunes", "Trailer",
-    "Lo-Fi", "Tribal", "Acid Punk", "Acid Jazz", "Polka", "Retro", "Musical", "Rock & Roll",
-    "Hard Rock", "Folk", "Folk-Rock", "National Folk", "Swing", "Fast Fusion", "Bebob", "Latin",
-    "Revival", "Celtic", "Bluegrass", "Avantgarde", "Gothic Rock", "Progressive Rock",
-    "Psychedelic Rock", "Symphonic Rock", "Slow Rock", "Big Band", "Chorus", "Easy Listening",
-    "Acoustic", "Humour", "Speech", "Chanson", "Opera", "Chamber Music", "Sonata", "Symphony",
-    "Booty Bass", "Primus", "Porn Groove", "Satire", "Slow Jam", "Club", "Tango", "Samba",
-    "Folklore", "Ballad", "Power Ballad", "Rhythmic Soul", "Freestyle", "Duet", "Punk Rock",
-    "Drum Solo", "A capella", "Euro-House", "Dance Hall", "Goa", "Drum & Bass", "Club-House",
-    "Hardcore", "Terror", "Indie", "Britpop", "Negerpunk", "Polsk Punk", "Beat",
-    "Christian Gangsta Rap", "Heavy Metal", "Black Metal", "Crossover", "Contemporary Christian",
-    "Christian Rock ", "Merengue", "Salsa", "Trash Metal", "Anime", "JPop", "Synthpop"};
 
 bool isMono(const QVariant& value)
 {
@@ -116,11 +92,11 @@ QString matchGenre(const QString& genre)
     const QString wanted = genre.toLower().trimmed();
     if (wanted.isEmpty())
         return {};
-    for (const char* name : kGenres) {
+    for (const char* name : ID3_v1_genre_description) {
         if (QString::fromLatin1(name).compare(wanted, Qt::CaseInsensitive) == 0)
             return QString::fromLatin1(name);
     }
-    for (const char* name : kGenres) {
+    for (const char* name : ID3_v1_genre_description) {
         if (wanted.startsWith(QString::fromLatin1(name), Qt::CaseInsensitive))
             return QString::fromLatin1(name);
     }

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -97,6 +98,9 @@ protected:
     EncoderExportWrapper(QString cleanupKey, QString ripKey, QStringList requestNames, QString cancelName);
     // Subscribes to the request and cancel names; called by the member's constructor.
     void subscribe();
+    // Stops listening and waits for the background encoders; called by the member's
+    // destructor, while the member's encode() can still run.
+    void stopListening();
 
     // The member's encoder settings from the defaults, rip and flash dictionaries.
     virtual QStringList exportParams(const ExportArguments::TspSettings& settings, int sampleBits) const = 0;
@@ -117,7 +121,9 @@ protected:
 
 private:
     void makeFile(const EncodeRequest& encode);
-    void workerBody(const EncodeRequest& encode, quint64 generation);
+    void workerBody(const EncodeRequest& encode, quint64 generation, quint64 ticket);
+    // Waits for a task slot in the order the requests came; false when cancelled first.
+    bool takeTaskSlot(const EncodeRequest& encode, quint64 generation, quint64 ticket);
     QString clipFileName(const QVariantMap& request) const;
 
     const QString cleanupKey_;
@@ -133,6 +139,10 @@ private:
     std::mutex workersMutex_;
     std::condition_variable workersDone_;
     int workers_ = 0;
+    // Background encoders waiting for a slot, oldest first; only the oldest polls.
+    std::condition_variable queueMoved_;
+    std::deque<quint64> waiting_;
+    quint64 nextTicket_ = 0;
 };
 
 class mp3exportwrapper : public EncoderExportWrapper {
@@ -155,6 +165,7 @@ private:
 class mp2exportwrapper : public EncoderExportWrapper {
 public:
     mp2exportwrapper();
+    ~mp2exportwrapper() override;
 
 protected:
     QStringList exportParams(const ExportArguments::TspSettings& settings, int sampleBits) const override;
@@ -167,6 +178,7 @@ protected:
 class aacexportwrapper : public EncoderExportWrapper {
 public:
     aacexportwrapper();
+    ~aacexportwrapper() override;
 
 protected:
     QStringList exportParams(const ExportArguments::TspSettings& settings, int sampleBits) const override;
@@ -180,6 +192,20 @@ protected:
 class wmaexportwrapper : public EncoderExportWrapper {
 public:
     wmaexportwrapper();
+    ~wmaexportwrapper() override;
+
+protected:
+    QStringList exportParams(const ExportArguments::TspSettings& settings, int sampleBits) const override;
+    QStringList ripParams(const QVariantMap& ripSettings) const override;
+    QStringList flashParams(const QVariantMap& flashSettings) const override;
+    bool encode(const EncodeRequest& encode, const QString& output) override;
+};
+
+// Ogg Vorbis, encoded in-process by oggenc_main().
+class oggexportwrapper : public EncoderExportWrapper {
+public:
+    oggexportwrapper();
+    ~oggexportwrapper() override;
 
 protected:
     QStringList exportParams(const ExportArguments::TspSettings& settings, int sampleBits) const override;
@@ -213,7 +239,6 @@ private:
     FailureNote failure_;
 };
 
-class oggexportwrapper;
 
 // Every export job of the family, each listening on its notifications for as
 // long as this object lives. The application and velmora-cli make one.
@@ -237,4 +262,5 @@ private:
     std::unique_ptr<mp2exportwrapper> mp2_;
     std::unique_ptr<aacexportwrapper> aac_;
     std::unique_ptr<wmaexportwrapper> wma_;
+    std::unique_ptr<oggexportwrapper> ogg_;
 };

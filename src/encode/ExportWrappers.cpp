@@ -2,6 +2,7 @@
 
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
+#include "encode/OggEnc.h"
 #include "platform/ChildProcess.h"
 #include "platform/ResourceLocator.h"
 #include "tags/TagFacade.h"
@@ -62,7 +63,10 @@ mp3exportwrapper::mp3exportwrapper()
     });
 }
 
-mp3exportwrapper::~mp3exportwrapper() = default;
+mp3exportwrapper::~mp3exportwrapper()
+{
+    stopListening();
+}
 
 QString mp3exportwrapper::lamePath() const
 {
@@ -110,6 +114,11 @@ mp2exportwrapper::mp2exportwrapper()
     subscribe();
 }
 
+mp2exportwrapper::~mp2exportwrapper()
+{
+    stopListening();
+}
+
 QStringList mp2exportwrapper::exportParams(const TspSettings& settings, int sampleBits) const
 {
     return mp2ExportParams(settings, sampleBits);
@@ -151,6 +160,11 @@ aacexportwrapper::aacexportwrapper()
                            VLAACExportCancelNotification)
 {
     subscribe();
+}
+
+aacexportwrapper::~aacexportwrapper()
+{
+    stopListening();
 }
 
 QStringList aacexportwrapper::exportParams(const TspSettings& settings, int) const
@@ -198,8 +212,9 @@ bool aacexportwrapper::encode(const EncodeRequest& job, const QString& output)
         return false;
     }
     ChildProcess child(mqp, mqpConvertArguments(job.wavPath, settings, output));
+    // mqp's result file decides, as for every converter run: an empty one is deleted.
     const int code = runEncoderChild(child, !job.inBackground);
-    if (!finishedCleanly(code, child) || QFileInfo(output).size() == 0) {
+    if (child.wasTerminated() || QFileInfo(output).size() == 0) {
         QFile::remove(output);
         failure_.set(failedTool(QStringLiteral("mqp"), job.wavPath, code));
         return false;
@@ -216,6 +231,11 @@ wmaexportwrapper::wmaexportwrapper()
                            VLWMAExportCancelNotification)
 {
     subscribe();
+}
+
+wmaexportwrapper::~wmaexportwrapper()
+{
+    stopListening();
 }
 
 QStringList wmaexportwrapper::exportParams(const TspSettings& settings, int) const
@@ -251,6 +271,58 @@ bool wmaexportwrapper::encode(const EncodeRequest& job, const QString& output)
     }
     if (!job.comments.isEmpty())
         updateTags(output, job.comments, {});
+    return true;
+}
+
+// --- Ogg Vorbis -------------------------------------------------------------
+
+oggexportwrapper::oggexportwrapper()
+    : EncoderExportWrapper(QStringLiteral("OGG"), QStringLiteral("ogg"), {VLOGGExportNotification},
+                           VLOGGExportCancelNotification)
+{
+    subscribe();
+}
+
+oggexportwrapper::~oggexportwrapper()
+{
+    stopListening();
+}
+
+QStringList oggexportwrapper::exportParams(const TspSettings& settings, int) const
+{
+    return oggParams(settings.bitrate, settings.mono == 1);
+}
+
+QStringList oggexportwrapper::ripParams(const QVariantMap& ripSettings) const
+{
+    return oggParams(ripSettings.value(QStringLiteral("bitrate")).toLongLong(),
+                     ripSettings.value(QStringLiteral("mono")).toLongLong() == 1);
+}
+
+QStringList oggexportwrapper::flashParams(const QVariantMap& flashSettings) const
+{
+    if (!flashSettings.value(QStringLiteral("whenpossible")).toBool())
+        return {};
+    return oggParams(flashSettings.value(QStringLiteral("quality")).toLongLong(),
+                     flashSettings.value(QStringLiteral("mono")).toLongLong() == 1);
+}
+
+bool oggexportwrapper::encode(const EncodeRequest& job, const QString& output)
+{
+    const QStringList params = job.params.isEmpty() ? oggParams(0, false) : job.params;
+    const QStringList arguments = oggEncoderArguments(params, job.comments, job.wavPath, output);
+    std::vector<QByteArray> storage;
+    for (const QString& argument : arguments)
+        storage.push_back(argument.toLocal8Bit());
+    std::vector<char*> argv;
+    for (QByteArray& bytes : storage)
+        argv.push_back(bytes.data());
+    argv.push_back(nullptr);
+    // In-process: a cancel cannot stop a file once it is being encoded.
+    if (oggenc_main(int(storage.size()), argv.data()) != 0) {
+        failure_.set(QStringLiteral("The Ogg Vorbis encoder failed on %1.").arg(job.wavPath));
+        return false;
+    }
     return true;
 }
 
@@ -346,7 +418,7 @@ ExportJobs::ExportJobs()
     : wav_(std::make_unique<wavexportwrapper>()), aif_(std::make_unique<aifexportwrapper>()),
       copy_(std::make_unique<copyexportwrapper>()), mp3_(std::make_unique<mp3exportwrapper>()),
       mp2_(std::make_unique<mp2exportwrapper>()), aac_(std::make_unique<aacexportwrapper>()),
-      wma_(std::make_unique<wmaexportwrapper>())
+      wma_(std::make_unique<wmaexportwrapper>()), ogg_(std::make_unique<oggexportwrapper>())
 {
 }
 
@@ -365,6 +437,8 @@ QString ExportJobs::lastFailure(const QString& formatKey) const
         own = aac_->lastFailure();
     else if (key == QLatin1String("WMA"))
         own = wma_->lastFailure();
+    else if (key == QLatin1String("OGG"))
+        own = ogg_->lastFailure();
     else if (key == QLatin1String("AIFF") || key == QLatin1String("AIF"))
         own = aif_->lastFailure();
     else if (key == QLatin1String("COPY"))
@@ -378,6 +452,6 @@ QString ExportJobs::lastFailure(const QString& formatKey) const
 
 void ExportJobs::waitForBackgroundWork()
 {
-    for (EncoderExportWrapper* job : std::initializer_list<EncoderExportWrapper*> {mp3_.get(), mp2_.get(), aac_.get(), wma_.get()})
+    for (EncoderExportWrapper* job : std::initializer_list<EncoderExportWrapper*> {mp3_.get(), mp2_.get(), aac_.get(), wma_.get(), ogg_.get()})
         job->waitForBackgroundWork();
 }

@@ -14,10 +14,10 @@ protected:
     void SetUp() override
     {
         ASSERT_TRUE(dir_.isValid());
-        // A tagged two-second stereo source at 22,050 Hz.
-        source_ = dir_.filePath("source song.flac");
+        // A tagged two-second stereo Ogg Vorbis source at 22,050 Hz.
+        source_ = dir_.filePath("source song.ogg");
         ASSERT_EQ(testsupport::run("ffmpeg", {"-v", "error", "-f", "lavfi", "-i", "sine=frequency=440:duration=2:sample_rate=22050",
-                                              "-ac", "2", "-metadata", "title=Tone Title", "-metadata", "artist=The Band",
+                                              "-ac", "2", "-c:a", "libvorbis", "-metadata", "title=Tone Title", "-metadata", "artist=The Band",
                                               "-metadata", "album=Tones", "-metadata", "genre=Jazz", "-metadata", "track=3",
                                               "-metadata", "date=2004", source_}),
                   0);
@@ -31,6 +31,7 @@ protected:
     QString source_;
 };
 
+// WMA files carry no tags: the tag facade writes nothing into them.
 struct Expectation {
     const char* type;
     const char* codec;
@@ -39,8 +40,9 @@ struct Expectation {
 
 TEST_F(ExportCliTest, EveryChildProcessTypeMakesTheRightFile)
 {
-    const Expectation rows[] = {{"MP3", "mp3", true}, {"MP2", "mp2", false}, {"WMA", "wmav2", true},
-                                {"WAV", "pcm_s16le", false}};
+    const Expectation rows[] = {{"MP3", "mp3", true},  {"MP2", "mp2", false}, {"WMA", "wmav2", false},
+                                {"WAV", "pcm_s16le", false}, {"AAC", "aac", true}, {"M4A", "aac", true},
+                                {"M4B", "aac", true},  {"M4R", "aac", true}, {"OGG", "vorbis", true}};
     for (const Expectation& row : rows) {
         const QString destination = dir_.filePath(QStringLiteral("out.%1").arg(row.type));
         QByteArray output;
@@ -48,7 +50,8 @@ TEST_F(ExportCliTest, EveryChildProcessTypeMakesTheRightFile)
                            &output),
                   0)
             << row.type << output.constData();
-        EXPECT_EQ(output.trimmed(), destination.toUtf8());
+        // Standard output ends with the destination (the Ogg encoder may warn first).
+        EXPECT_TRUE(output.trimmed().endsWith(destination.toUtf8())) << output.constData();
         const auto result = encodetest::probe(destination);
         EXPECT_EQ(result.codec, row.codec) << row.type;
         EXPECT_EQ(result.sampleRate, 48000) << row.type;
@@ -70,8 +73,8 @@ TEST_F(ExportCliTest, EveryChildProcessTypeMakesTheRightFile)
     const auto aiff = encodetest::probe(dir_.filePath("out.aiff"));
     EXPECT_EQ(aiff.codec, "pcm_s16be");
     EXPECT_EQ(aiff.sampleRate, 44100);
-    ASSERT_EQ(exportTo({"--to", "COPY", source_, dir_.filePath("flash/copy.FLAC")}, &output), 0);
-    EXPECT_EQ(testsupport::readFile(dir_.filePath("flash/copy.FLAC")), testsupport::readFile(source_));
+    ASSERT_EQ(exportTo({"--to", "COPY", source_, dir_.filePath("flash/copy.OGG")}, &output), 0);
+    EXPECT_EQ(testsupport::readFile(dir_.filePath("flash/copy.OGG")), testsupport::readFile(source_));
     // Nothing is left in the cache.
     EXPECT_FALSE(QFileInfo::exists(testsupport::homeDir() + "/.cache/Velmora/musiccache.WAV"));
 }

@@ -44,6 +44,10 @@ inline Probe probe(const QString& path)
         result.codec = s.value("codec_name").toString();
         result.sampleRate = s.value("sample_rate").toString().toInt();
         result.channels = s.value("channels").toInt();
+        // Ogg keeps its comments with the stream, the other containers with the file.
+        const QJsonObject tags = s.value("tags").toObject();
+        for (auto it = tags.begin(); it != tags.end(); ++it)
+            result.tags.insert(it.key().toLower(), it.value());
         break;
     }
     const QJsonObject format = root.value("format").toObject();

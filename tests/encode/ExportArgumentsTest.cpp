@@ -1,9 +1,4 @@
 #include "encode/ExportArguments.h"
-#include "encode/WavInfo.h"
-
-#include "common/TestSupport.h"
-
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -167,26 +162,4 @@ TEST(ExportArguments, ClipSettingsAndSoxCommandLine)
     clip = ClipSettings::fromRequest({});
     EXPECT_EQ(soxClipArguments("i.wav", "o.wav", clip),
               list({"i.wav", "o.wav", "trim", "0", "0", "fade", "t", "0", "0", "0"}));
-}
-
-TEST(WavInfo, ProbesHeadersAndBitsPerSample)
-{
-    QTemporaryDir dir;
-    const QString wav24 = dir.filePath("tone24.wav");
-    ASSERT_EQ(testsupport::run("sox", {"-n", "-b", "24", "-r", "44100", wav24, "synth", "0.1", "sine", "440"}), 0);
-    int bits = -1;
-    EXPECT_TRUE(getWAVInfo(wav24, &bits));
-    EXPECT_EQ(bits, 24);
-
-    const QString notWav = dir.filePath("fake.wav");
-    testsupport::writeFile(notWav, "RIFF\x10\0\0\0AVI LIST");
-    EXPECT_FALSE(getWAVInfo(notWav, &bits));
-    EXPECT_EQ(bits, 0);
-
-    // A chunk length that runs past the end stops the walk without reading beyond.
-    QByteArray cut("RIFF\0\0\0\0WAVEjunk\xff\xff\xff\x7f", 20);
-    testsupport::writeFile(dir.filePath("cut.wav"), cut);
-    EXPECT_TRUE(getWAVInfo(dir.filePath("cut.wav"), &bits));
-    EXPECT_EQ(bits, 0);
-    EXPECT_FALSE(getWAVInfo(dir.filePath("missing.wav"), &bits));
 }

@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <thread>
@@ -71,6 +72,31 @@ TEST_F(ExportJobsTest, WavStageDecodesAndResamplesThroughTheLink)
     Defaults::standard().setInteger("mTSPResampleStored", 0);
     post(VLWAVExportNotification, QVariantMap {{"sourcepath", path("tone.flac")}, {"destinationpath", path("b.wav")}});
     EXPECT_EQ(probe(path("b.wav")).sampleRate, 44100);
+}
+
+TEST_F(ExportJobsTest, WavStageFallsBackToMqpWhenFfmpegFails)
+{
+    // A stand-in ffmpeg that logs its arguments and fails.
+    const QString bin = path("bin");
+    QDir().mkpath(bin);
+    testsupport::writeFile(bin + "/ffmpeg", QStringLiteral("#!/bin/sh\necho \"$@\" >> '%1'\nexit 1\n")
+                                                .arg(path("ffmpeg.log")).toUtf8());
+    QFile::setPermissions(bin + "/ffmpeg", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    const QByteArray oldPath = qgetenv("PATH");
+    qputenv("PATH", bin.toUtf8() + ':' + oldPath);
+    ASSERT_TRUE(makeTone(path("tone.flac"), 1, 22050, 2));
+    Defaults::standard().setInteger("mTSPResampleStored", 1);
+    post(VLWAVExportNotification, QVariantMap {{"sourcepath", path("tone.flac")}, {"destinationpath", path("out.wav")}});
+    Defaults::standard().setInteger("mTSPResampleStored", 0);
+    qputenv("PATH", oldPath);
+
+    // ffmpeg was told to write through the link, which is gone again.
+    EXPECT_EQ(testsupport::readFile(path("ffmpeg.log")),
+              QStringLiteral("-i %1 -ar 48000 %2\n").arg(path("tone.flac"), AppPaths::wavLinkPath()).toUtf8());
+    EXPECT_FALSE(QFileInfo(AppPaths::wavLinkPath()).isSymLink());
+    const auto result = probe(path("out.wav"));
+    EXPECT_EQ(result.codec, "pcm_s16le");
+    EXPECT_EQ(result.sampleRate, 48000);
 }
 
 TEST_F(ExportJobsTest, Mp3FromFlacCarriesTagsAndCleansUp)
@@ -153,10 +179,36 @@ TEST_F(ExportJobsTest, WmaAiffAndCopyMembers)
     EXPECT_EQ(testsupport::readFile(path("flash/t.WAV")), QByteArray("other"));
 }
 
+TEST_F(ExportJobsTest, OggFilesAreEncodedInProcessSideBySide)
+{
+    ASSERT_TRUE(makeTone(path("song.flac"), 2));
+    const QVariantMap tags {{"title", "Ogg Song"}, {"track", "9"}, {"genre", "Weird Folk"}, {"year", "2011"}};
+    const QVariantMap rip {{"ogg", QVariantMap {{"bitrate", 3}, {"mono", 1}}}};
+    for (int i = 0; i < 3; ++i)
+        post(VLOGGExportNotification, QVariantMap {{"sourcepath", path("song.flac")},
+                                                   {"destinationpath", path(QStringLiteral("song%1.ogg").arg(i))},
+                                                   {"wavpath", path(QStringLiteral("w%1.wav").arg(i))},
+                                                   {"ripinbackground", true}, {"riptags", tags},
+                                                   {"rippanelsettings", rip}});
+    jobs_->waitForBackgroundWork();
+    for (int i = 0; i < 3; ++i) {
+        const auto result = probe(path(QStringLiteral("song%1.ogg").arg(i)));
+        EXPECT_EQ(result.codec, "vorbis");
+        EXPECT_EQ(result.channels, 1);
+        EXPECT_NEAR(result.duration, 2.0, 0.1);
+        EXPECT_EQ(result.tags.value("title").toString(), "Ogg Song");
+        EXPECT_EQ(result.tags.value("track").toString(), "9");
+        EXPECT_EQ(result.tags.value("genre").toString(), "Weird Folk");  // Ogg genres are free text
+    }
+    EXPECT_EQ(leftovers({"song.flac", "song0.ogg", "song1.ogg", "song2.ogg"}), QStringList());
+    EXPECT_EQ(taskManager::sharedInstance().count(), 0);
+}
+
 TEST_F(ExportJobsTest, UndecodableSourceLeavesNothingBehind)
 {
     testsupport::writeFile(path("noise.xyz"), QByteArray(5000, '\x5a'));
-    for (const char* name : {VLMP3ExportNotification, VLWMAExportNotification, VLMP2ExportNotification}) {
+    for (const char* name : {VLMP3ExportNotification, VLWMAExportNotification, VLMP2ExportNotification,
+                             VLOGGExportNotification, VLM4AExportNotification}) {
         post(name, QVariantMap {{"sourcepath", path("noise.xyz")}, {"destinationpath", path("noise.out")},
                                 {"wavpath", path("noise.WAV")}});
         EXPECT_EQ(leftovers({"noise.xyz"}), QStringList()) << name;
@@ -187,6 +239,19 @@ TEST_F(ExportJobsTest, ForegroundCancelStopsTheEncoderWithoutPartialOutput)
     EXPECT_EQ(leftovers({"long.wav"}), QStringList());
 }
 
+TEST_F(ExportJobsTest, CancelWhileDecodingLeavesNoIntermediate)
+{
+    ASSERT_TRUE(makeTone(path("long.flac"), 300));
+    std::thread canceller([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(80));
+        NotificationCenter::defaultCenter().post(VLMP3ExportCancelNotification);
+    });
+    post(VLMP3ExportNotification, QVariantMap {{"sourcepath", path("long.flac")}, {"destinationpath", path("long.mp3")},
+                                               {"wavpath", path("cache.WAV")}, {"wavcleanup", "MP3"}});
+    canceller.join();
+    EXPECT_EQ(leftovers({"long.flac"}), QStringList());
+}
+
 TEST_F(ExportJobsTest, CancelInABackgroundBatchFreesEverySlot)
 {
     taskManager::sharedInstance().setMaxTasks(1);
@@ -200,7 +265,8 @@ TEST_F(ExportJobsTest, CancelInABackgroundBatchFreesEverySlot)
         post(VLMP3ExportNotification, QVariantMap {{"sourcepath", path(QStringLiteral("b%1.wav").arg(i))},
                                                    {"destinationpath", outputs[i]},
                                                    {"ripinbackground", true}});
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    for (int waited = 0; waited < 500 && taskManager::sharedInstance().count() == 0; ++waited)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_EQ(taskManager::sharedInstance().count(), 1);
     post(VLMP3ExportCancelNotification);
     jobs_->waitForBackgroundWork();
@@ -216,6 +282,34 @@ TEST_F(ExportJobsTest, CancelInABackgroundBatchFreesEverySlot)
     }
     EXPECT_GE(made, 1);
     EXPECT_LT(made, 6);
+    for (const QString& name : leftovers({}))
+        EXPECT_TRUE(name.endsWith(".wav") || name.endsWith(".mp3")) << qPrintable(name);
+}
+
+TEST_F(ExportJobsTest, BackgroundBatchStaysWithinTheSlotLimit)
+{
+    taskManager::sharedInstance().setMaxTasks(2);
+    for (int i = 0; i < 5; ++i)
+        ASSERT_TRUE(makeTone(path(QStringLiteral("s%1.wav").arg(i)), 10));
+    std::atomic<bool> done {false};
+    std::atomic<int> most {0};
+    std::thread watcher([&] {
+        while (!done) {
+            most = std::max(most.load(), taskManager::sharedInstance().count());
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+    });
+    for (int i = 0; i < 5; ++i)
+        post(VLMP3ExportNotification, QVariantMap {{"sourcepath", path(QStringLiteral("s%1.wav").arg(i))},
+                                                   {"destinationpath", path(QStringLiteral("o%1.mp3").arg(i))},
+                                                   {"ripinbackground", true}});
+    jobs_->waitForBackgroundWork();
+    done = true;
+    watcher.join();
+    EXPECT_EQ(most.load(), 2);
+    EXPECT_EQ(taskManager::sharedInstance().count(), 0);
+    for (int i = 0; i < 5; ++i)
+        EXPECT_NEAR(probe(path(QStringLiteral("o%1.mp3").arg(i))).duration, 10.0, 0.1) << i;
     for (const QString& name : leftovers({}))
         EXPECT_TRUE(name.endsWith(".wav") || name.endsWith(".mp3")) << qPrintable(name);
 }
@@ -273,6 +367,17 @@ TEST_F(ExportJobsTest, ClipsAreCutWithSoxAndEncodedBesideTheTrack)
     EXPECT_NEAR(probe(path("song.mp3")).duration, 3.0, 0.15);
     EXPECT_NEAR(probe(path("song.clp.mp3")).duration, 1.5, 0.15);
     EXPECT_EQ(leftovers({"song.flac", "song.mp3", "song.clp.mp3"}), QStringList());
+
+    // The Clip tab's way: the cut WAV is prepared first and stands in for a WAV song.
+    ASSERT_TRUE(makeTone(path("whole.wav"), 3));
+    post(VLCLPWAVExportNotification, QVariantMap {{"wavpath", path("whole.wav")}, {"clpwavpath", path("cut.wav")},
+                                                  {"clipstart", "0.5"}, {"cliplength", "1"}});
+    post(VLM4RExportNotification, QVariantMap {{"sourcepath", path("whole.wav")}, {"destinationpath", path("ring.M4R")},
+                                               {"wavpath", path("cut.wav")}, {"riptags", QVariantMap()}});
+    const auto ring = probe(path("ring.M4R"));
+    EXPECT_EQ(ring.codec, "aac");
+    EXPECT_NEAR(ring.duration, 1.0, 0.15);
+    EXPECT_FALSE(QFileInfo::exists(path("cut.wav")));
 }
 
 } // namespace

@@ -150,4 +150,21 @@ TEST_F(LameWrapperTest, DownloadUnpacksIntoTheUserFolderWhenTheSystemFolderIsMis
     EXPECT_EQ(lame_.versionText(), "LAME downloaded");
 }
 
+TEST_F(LameWrapperTest, DownloadGoesToTheSystemFolderWhenItCanBeWritten)
+{
+    tool("staging/lame", "LAME system-wide");
+    ASSERT_EQ(testsupport::run("zip", {"-j", dir_.filePath("lame.zip"), dir_.filePath("staging/lame")}), 0);
+    QDir().mkpath(dir_.filePath("system"));
+    lame_.setDownloadUrl(QUrl::fromLocalFile(dir_.filePath("lame.zip")));
+    QSignalSpy done(&lame_, &LameWrapper::downloadFinished);
+    lame_.downloadLame();
+    ASSERT_TRUE(done.wait(30000));
+    EXPECT_FALSE(QFileInfo::exists(lame_.userLamePath()));
+    EXPECT_FALSE(QFileInfo::exists(dir_.filePath("system/lame.zip")));
+    EXPECT_EQ(lame_.pathText(), dir_.filePath("system/lame"));
+    EXPECT_EQ(lame_.versionText(), "LAME system-wide");
+    ASSERT_FALSE(news_.isEmpty());
+    EXPECT_EQ(news_.last().value("lamepath").toString(), dir_.filePath("system/lame"));
+}
+
 } // namespace
