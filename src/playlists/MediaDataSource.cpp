@@ -197,6 +197,17 @@ void MediaDataSource::vlDidAddMediaNotification(const QString& path)
 
 void MediaDataSource::deleteMedia()
 {
+    removeSelectedMedia(VLDidSelectMediaNotification);
+}
+
+void MediaDataSource::deletePlaylist()
+{
+    // The same removal, announced as a playlist selection of the row then selected.
+    removeSelectedMedia(VLDidSelectPlaylistNotification);
+}
+
+void MediaDataSource::removeSelectedMedia(const char* selectionNotification)
+{
     const int row = selectedRow();
     if (row < 0)
         return;
@@ -211,7 +222,7 @@ void MediaDataSource::deleteMedia()
     // The table keeps the row selected, which now shows the next set.
     selectedPath_ = pathAt(row);
     selectedDictionary_ = readMediaSet(selectedPath_);
-    NotificationCenter::defaultCenter().post(VLDidSelectMediaNotification, selectedPath_);
+    NotificationCenter::defaultCenter().post(selectionNotification, selectedPath_);
     postGroupInfo();
     updateSelectedMediaSizeInUI();
 }

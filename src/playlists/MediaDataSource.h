@@ -55,6 +55,7 @@ public:
     // Actions. addMedia() takes the path chosen in the save sheet.
     void addMedia(const QString& chosenPath);
     void deleteMedia();
+    void deletePlaylist();
     void playMedia();
     // The selected set's playlists followed by the set's own path without its
     // extension, which is how the burner learns the set; none without a set.
@@ -79,6 +80,7 @@ signals:
     void copyFinished();
 
 private:
+    void removeSelectedMedia(const char* selectionNotification);
     void runSelectionHandling();
     void postGroupInfo();
     void writeSelected();

@@ -130,6 +130,7 @@ void MainWindow::addToLibrary()
     auto* chooser = new QFileDialog(this, tr("Add Folder to Library"));
     chooser->setFileMode(QFileDialog::Directory);
     chooser->setOption(QFileDialog::ShowDirsOnly);
+    chooser->setOption(QFileDialog::DontUseNativeDialog);  // so the explanation shows
     chooser->setLabelText(QFileDialog::LookIn, MyController::addToLibraryMessage());
     chooser->setWindowModality(Qt::WindowModal);
     chooser->setAttribute(Qt::WA_DeleteOnClose);

@@ -273,6 +273,7 @@ void MusicTab::chooseSaveFolder(const QString& formatKey)
     auto* chooser = new QFileDialog(this, tr("Export %1").arg(formatKey), MusicSourcesWrapper::startingFolderFor(formatKey));
     chooser->setFileMode(QFileDialog::Directory);
     chooser->setOption(QFileDialog::ShowDirsOnly);
+    chooser->setOption(QFileDialog::DontUseNativeDialog);  // so the explanation shows
     chooser->setLabelText(QFileDialog::LookIn, MusicSourcesWrapper::chooseFolderMessage(formatKey));
     chooser->setWindowModality(Qt::WindowModal);
     chooser->setAttribute(Qt::WA_DeleteOnClose);

@@ -130,6 +130,16 @@ TEST_F(MediaSets, AddRenameDeleteAndTheBurnList)
     EXPECT_FALSE(QFileInfo::exists(setPath("Dance.xml")));
     EXPECT_EQ(media.rowCount(), before - 1);
 
+    // Removing through the playlist action announces the row then selected as a playlist.
+    NotificationRecorder selections({VLDidSelectPlaylistNotification, VLDidSelectMediaNotification});
+    media.selectRow(0);
+    selections.clear();
+    const QString removed = media.selectedPath();
+    media.deletePlaylist();
+    EXPECT_FALSE(QFileInfo::exists(removed));
+    ASSERT_EQ(selections.names(), QStringList{VLDidSelectPlaylistNotification});
+    EXPECT_EQ(selections.posted.back().second.toString(), media.selectedPath());
+
     MediaDataSource none;
     none.selectRow(-1);
     EXPECT_FALSE(none.getBurnArray().has_value());
