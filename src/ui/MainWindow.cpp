@@ -3,6 +3,7 @@
 #include "core/LibraryModel.h"
 #include "core/MyController.h"
 #include "core/AppControllers.h"
+#include "encode/LameWrapper.h"
 #include "ui/LamePreferencesPage.h"
 #include "ui/MusicTab.h"
 #include "ui/PreferencesDialog.h"
@@ -80,6 +81,8 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
         quitting_ = true;
         QApplication::quit();
     });
+    connect(&controllers_.lame(), &LameWrapper::downloadOfferRequested, this,
+            [this] { LamePreferencesPage::offerDownload(&controllers_.lame(), this); });
     connect(&controller_, &MyController::playPlaylistRequested, this,
             [this] { tabs_->setCurrentIndex(PlayTab); });
 }
