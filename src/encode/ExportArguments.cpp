@@ -120,7 +120,11 @@ QStringList mp3ExportParams(const TspSettings& settings, int sampleBits)
     return arguments;
 }
 
-QStringList mp3RipParams(const QVariantMap& ripSettings)
+namespace {
+
+// Rip settings of the LAME-like encoders: a variable rate with a maximum, or a
+// fixed or average rate under the encoder's own option name.
+QStringList rateParams(const QVariantMap& ripSettings, const QString& fixedRateOption)
 {
     if (ripSettings.isEmpty())
         return {};
@@ -130,21 +134,33 @@ QStringList mp3RipParams(const QVariantMap& ripSettings)
         arguments << QStringLiteral("-v") << QStringLiteral("-B")
                   << QString::number(bitrateForIndex(bitrate));
     } else {
-        arguments << QStringLiteral("--abr") << QString::number(bitrateForIndexOrPercent(bitrate));
+        arguments << fixedRateOption << QString::number(bitrateForIndexOrPercent(bitrate));
     }
     if (isMono(ripSettings.value(QStringLiteral("mono"))))
         arguments << QStringLiteral("-a");
     return arguments;
 }
 
-QStringList mp3FlashParams(const QVariantMap& flashSettings)
+QStringList flashRateParams(const QVariantMap& flashSettings, const QString& rateOption)
 {
     if (!flashSettings.value(QStringLiteral("whenpossible")).toBool())
         return {};
-    QStringList arguments {QStringLiteral("--abr"), flashAbrRate(flashSettings.value(QStringLiteral("quality")))};
+    QStringList arguments {rateOption, flashAbrRate(flashSettings.value(QStringLiteral("quality")))};
     if (isMono(flashSettings.value(QStringLiteral("mono"))))
         arguments << QStringLiteral("-a");
     return arguments;
+}
+
+} // namespace
+
+QStringList mp3RipParams(const QVariantMap& ripSettings)
+{
+    return rateParams(ripSettings, QStringLiteral("--abr"));
+}
+
+QStringList mp3FlashParams(const QVariantMap& flashSettings)
+{
+    return flashRateParams(flashSettings, QStringLiteral("--abr"));
 }
 
 QStringList lameParamsFromComments(const QVariantMap& tags)
@@ -170,30 +186,12 @@ QStringList mp2ExportParams(const TspSettings& settings, int sampleBits)
 
 QStringList mp2RipParams(const QVariantMap& ripSettings)
 {
-    if (ripSettings.isEmpty())
-        return {};
-    const qint64 bitrate = ripSettings.value(QStringLiteral("bitrate")).toLongLong();
-    QStringList arguments;
-    if (ripSettings.value(QStringLiteral("vbr")).toLongLong() != 0) {
-        arguments << QStringLiteral("-v") << QStringLiteral("-B")
-                  << QString::number(bitrateForIndex(bitrate));
-    } else {
-        arguments << QStringLiteral("--bitrate") << QString::number(bitrateForIndexOrPercent(bitrate));
-    }
-    if (isMono(ripSettings.value(QStringLiteral("mono"))))
-        arguments << QStringLiteral("-a");
-    return arguments;
+    return rateParams(ripSettings, QStringLiteral("--bitrate"));
 }
 
 QStringList mp2FlashParams(const QVariantMap& flashSettings)
 {
-    if (!flashSettings.value(QStringLiteral("whenpossible")).toBool())
-        return {};
-    QStringList arguments {QStringLiteral("--bitrate"),
-                           flashAbrRate(flashSettings.value(QStringLiteral("quality")))};
-    if (isMono(flashSettings.value(QStringLiteral("mono"))))
-        arguments << QStringLiteral("-a");
-    return arguments;
+    return flashRateParams(flashSettings, QStringLiteral("--bitrate"));
 }
 
 QString aacRateText(qint64 value)
