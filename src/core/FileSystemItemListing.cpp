@@ -44,6 +44,27 @@ void appendIndent(QByteArray& out, int depth)
     out.append(qsizetype(depth) * 2, ' ');
 }
 
+void textChildren(FileSystemItem& folder, int depth, int maxDepth, Walk& walk, QByteArray& out);
+
+// Ends a folder's line with why it is not entered, or lists what is in it.
+void textFolder(FileSystemItem& folder, int depth, int maxDepth, Walk& walk, QByteArray& out)
+{
+    switch (walk.enter(folder, depth, maxDepth)) {
+    case Stop::DepthLimit:
+        out.append("  (depth limit)\n");
+        break;
+    case Stop::AlreadyListed:
+        out.append("  (already listed)\n");
+        break;
+    case Stop::None:
+        out.append('\n');
+        textChildren(folder, depth, maxDepth, walk, out);
+        // Free each folder once written: the output, not the tree, is kept.
+        folder.releaseChildren();
+        break;
+    }
+}
+
 void textChildren(FileSystemItem& folder, int depth, int maxDepth, Walk& walk, QByteArray& out)
 {
     const auto* children = folder.children();
@@ -57,20 +78,26 @@ void textChildren(FileSystemItem& folder, int depth, int maxDepth, Walk& walk, Q
             continue;
         }
         out.append('/');
-        switch (walk.enter(*child, depth + 1, maxDepth)) {
-        case Stop::DepthLimit:
-            out.append("  (depth limit)\n");
-            break;
-        case Stop::AlreadyListed:
-            out.append("  (already listed)\n");
-            break;
-        case Stop::None:
-            out.append('\n');
-            textChildren(*child, depth + 1, maxDepth, walk, out);
-            // Free each folder once written: the output, not the tree, is kept.
-            child->releaseChildren();
-            break;
-        }
+        textFolder(*child, depth + 1, maxDepth, walk, out);
+    }
+}
+
+QJsonArray jsonChildren(FileSystemItem& folder, int depth, int maxDepth, Walk& walk);
+
+// Marks why a folder is not entered, or adds what is in it.
+void jsonFolder(FileSystemItem& folder, int depth, int maxDepth, Walk& walk, QJsonObject& entry)
+{
+    switch (walk.enter(folder, depth, maxDepth)) {
+    case Stop::DepthLimit:
+        entry.insert("truncated", true);
+        break;
+    case Stop::AlreadyListed:
+        entry.insert("alreadyListed", true);
+        break;
+    case Stop::None:
+        entry.insert("children", jsonChildren(folder, depth, maxDepth, walk));
+        folder.releaseChildren();
+        break;
     }
 }
 
@@ -84,20 +111,8 @@ QJsonArray jsonChildren(FileSystemItem& folder, int depth, int maxDepth, Walk& w
         QJsonObject entry{{"name", child->relativePath()},
                           {"path", child->fullPath()},
                           {"folder", child->isFolder()}};
-        if (child->isFolder()) {
-            switch (walk.enter(*child, depth + 1, maxDepth)) {
-            case Stop::DepthLimit:
-                entry.insert("truncated", true);
-                break;
-            case Stop::AlreadyListed:
-                entry.insert("alreadyListed", true);
-                break;
-            case Stop::None:
-                entry.insert("children", jsonChildren(*child, depth + 1, maxDepth, walk));
-                child->releaseChildren();
-                break;
-            }
-        }
+        if (child->isFolder())
+            jsonFolder(*child, depth + 1, maxDepth, walk, entry);
         array.append(entry);
     }
     return array;
@@ -120,18 +135,7 @@ QByteArray toText(const QList<Root>& roots)
             out.append('\n');
             continue;
         }
-        switch (walk.enter(item, 0, root.maxDepth)) {
-        case Stop::DepthLimit:
-            out.append("  (depth limit)\n");
-            break;
-        case Stop::AlreadyListed:
-            out.append("  (already listed)\n");
-            break;
-        case Stop::None:
-            out.append('\n');
-            textChildren(item, 0, root.maxDepth, walk, out);
-            break;
-        }
+        textFolder(item, 0, root.maxDepth, walk, out);
     }
     return out;
 }
@@ -144,19 +148,8 @@ QByteArray toJson(const QList<Root>& roots)
         FileSystemItem item(root.path, nullptr);
         const bool exists = QFileInfo::exists(root.path);
         QJsonObject entry{{"path", root.path}, {"exists", exists}, {"folder", exists && item.isFolder()}};
-        if (exists && item.isFolder()) {
-            switch (walk.enter(item, 0, root.maxDepth)) {
-            case Stop::DepthLimit:
-                entry.insert("truncated", true);
-                break;
-            case Stop::AlreadyListed:
-                entry.insert("alreadyListed", true);
-                break;
-            case Stop::None:
-                entry.insert("children", jsonChildren(item, 0, root.maxDepth, walk));
-                break;
-            }
-        }
+        if (exists && item.isFolder())
+            jsonFolder(item, 0, root.maxDepth, walk, entry);
         array.append(entry);
     }
     return QJsonDocument(QJsonObject{{"roots", array}}).toJson(QJsonDocument::Indented);

@@ -240,18 +240,12 @@ Cursor::Token Cursor::next()
     }
 }
 
-bool Cursor::enterRoot()
+bool Cursor::skipMisc()
 {
-    if (size_ >= 3 && QByteArrayView(data_, 3) == QByteArrayView("\xEF\xBB\xBF"))
-        pos_ = 3;
     for (;;) {
         while (pos_ < size_ && isSpace(data_[pos_]))
             ++pos_;
         const QByteArrayView rest(data_ + pos_, size_ - pos_);
-        if (rest.isEmpty()) {
-            fail(QStringLiteral("no <plist> element"));
-            return false;
-        }
         if (rest.startsWith("<?")) {
             pos_ += 2;
             if (!skipPast("?>"))
@@ -260,7 +254,25 @@ bool Cursor::enterRoot()
             pos_ += 4;
             if (!skipPast("-->"))
                 return false;
-        } else if (rest.startsWith("<!DOCTYPE")) {
+        } else {
+            return true;
+        }
+    }
+}
+
+bool Cursor::enterRoot()
+{
+    if (size_ >= 3 && QByteArrayView(data_, 3) == QByteArrayView("\xEF\xBB\xBF"))
+        pos_ = 3;
+    for (;;) {
+        if (!skipMisc())
+            return false;
+        const QByteArrayView rest(data_ + pos_, size_ - pos_);
+        if (rest.isEmpty()) {
+            fail(QStringLiteral("no <plist> element"));
+            return false;
+        }
+        if (rest.startsWith("<!DOCTYPE")) {
             pos_ += 9;
             if (!skipDocumentType())
                 return false;
@@ -293,25 +305,13 @@ bool Cursor::finish()
         fail(QStringLiteral("the property list is not closed"));
         return false;
     }
-    for (;;) {
-        while (pos_ < size_ && isSpace(data_[pos_]))
-            ++pos_;
-        const QByteArrayView rest(data_ + pos_, size_ - pos_);
-        if (rest.isEmpty())
-            return true;
-        if (rest.startsWith("<!--")) {
-            pos_ += 4;
-            if (!skipPast("-->"))
-                return false;
-        } else if (rest.startsWith("<?")) {
-            pos_ += 2;
-            if (!skipPast("?>"))
-                return false;
-        } else {
-            fail(QStringLiteral("content after the property list"));
-            return false;
-        }
+    if (!skipMisc())
+        return false;
+    if (pos_ < size_) {
+        fail(QStringLiteral("content after the property list"));
+        return false;
     }
+    return true;
 }
 
 bool Cursor::nextStart()

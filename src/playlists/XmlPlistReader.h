@@ -64,6 +64,8 @@ private:
     bool appendDecoded(QByteArrayView raw, QByteArray* out);
     bool skipPast(QByteArrayView terminator);
     bool skipDocumentType();
+    // Skips blanks, comments and processing instructions; false when one is not closed.
+    bool skipMisc();
     void fail(const QString& message);
 
     const char* data_;
