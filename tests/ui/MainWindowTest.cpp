@@ -2,6 +2,7 @@
 #include "core/Defaults.h"
 #include "core/MyController.h"
 #include "core/Preferences.h"
+#include "ui/AwakeApplication.h"
 #include "ui/MainWindow.h"
 #include "ui/MusicTab.h"
 #include "ui/PreferencesDialog.h"
@@ -17,11 +18,8 @@
 
 TEST(MainWindow, ShowsSixTabsInOrderWithHonestNotices)
 {
-    AppControllers controllers;
-    MyController controller;
-    controllers.awakeFromNib();
-    controller.awakeFromNib();
-    MainWindow window(controller, controllers);
+    AwakeApplication app;
+    MainWindow& window = app.window();
     window.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
     QTabWidget* tabs = window.tabs();
@@ -40,11 +38,8 @@ TEST(MainWindow, ShowsSixTabsInOrderWithHonestNotices)
 
 TEST(MainWindow, QuitRemembersTheSelectedTab)
 {
-    AppControllers controllers;
-    MyController controller;
-    controllers.awakeFromNib();
-    controller.awakeFromNib();
-    MainWindow window(controller, controllers);
+    AwakeApplication app;
+    MainWindow& window = app.window();
     window.tabs()->setCurrentIndex(MainWindow::StoresTabIndex);
     window.close();  // no task runs: quits at once and stores the tab
     Defaults::standard().reload();

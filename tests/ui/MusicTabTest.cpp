@@ -5,6 +5,7 @@
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "encode/ExportJobs.h"
+#include "ui/AwakeApplication.h"
 #include "ui/MainWindow.h"
 #include "ui/MusicTab.h"
 
@@ -44,11 +45,8 @@ TEST(MusicTab, ConvertsASelectedLibraryFolderToWav)
     ASSERT_EQ(testsupport::run("lame", {"--quiet", music + "/Album/one.wav", music + "/Album/three.mp3"}), 0);
     Defaults::standard().setObject("rootItem", QVariantList{music});
 
-    AppControllers controllers;
-    MyController controller;
-    controllers.awakeFromNib();
-    controller.awakeFromNib();
-    MainWindow window(controller, controllers);
+    AwakeApplication app;
+    MainWindow& window = app.window();
     window.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
     MusicTab* tab = window.musicTab();
@@ -61,7 +59,7 @@ TEST(MusicTab, ConvertsASelectedLibraryFolderToWav)
     const QString out = dir.path() + "/out";
     tab->convertInto("WAV", out);
     ASSERT_TRUE(ended.wait(60000));
-    controllers.exportJobs().waitForBackgroundWork();
+    app.controllers.exportJobs().waitForBackgroundWork();
     for (const char* name : {"one.WAV", "two.WAV", "three.WAV"}) {
         const QFileInfo made(out + "/Tunes/Album/" + name);
         EXPECT_TRUE(made.isFile()) << name;
@@ -74,11 +72,8 @@ TEST(MusicTab, ADropBecomesTheSelectionOfTheNextConvert)
     QTemporaryDir dir;
     testsupport::writeFile(dir.path() + "/a.ogg", "x");
     testsupport::writeFile(dir.path() + "/b.ogg", "y");
-    AppControllers controllers;
-    MyController controller;
-    controllers.awakeFromNib();
-    controller.awakeFromNib();
-    MainWindow window(controller, controllers);
+    AwakeApplication app;
+    MainWindow& window = app.window();
     MusicTab* tab = window.musicTab();
     NotificationCenter::defaultCenter().post(VLMSWFileDropNotification,
                                              QVariantMap{{"filearray", QStringList{dir.path() + "/b.ogg"}}});
