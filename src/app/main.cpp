@@ -1,4 +1,4 @@
-#include "core/AppControllers.h"
+#include "tabs/AppControllers.h"
 #include "core/MyController.h"
 #include "platform/Desktop.h"
 #include "platform/SingleInstance.h"

@@ -1,6 +1,6 @@
 // velmora-cli collect: the audio files of a folder with destinations and tags.
 #include "cli/CliCommand.h"
-#include "core/StringUtils.h"
+#include "tabs/FolderCollector.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>

@@ -1,7 +1,7 @@
 // velmora-cli convert: the Music tab's save path without the window.
 #include "cli/CliCommand.h"
 
-#include "core/MusicSourcesWrapper.h"
+#include "tabs/MusicSourcesWrapper.h"
 #include "core/StringUtils.h"
 #include "encode/ExportJobs.h"
 #include "encode/LameWrapper.h"

@@ -4,9 +4,6 @@
 #include <QStringList>
 #include <QVariantMap>
 
-#include <atomic>
-#include <functional>
-#include <optional>
 
 // Operations on path strings shared by every tab.
 
@@ -21,17 +18,6 @@ bool mySort(const QString& a, const QString& b);
 
 // The lower-case extensions of the audio files the library collects.
 const QSet<QString>& defaultAudioTypes();
-
-// Collects the audio files of a folder (deeply) or a single file into a folder
-// collection: {"leafarray": paths, "commentarray": track records,
-// "destinationarray": relative destination folders}, sorted by finderCompare.
-// progress (may be empty) gets each entry's name; the walk stops when *cancel
-// becomes true. Nothing when the path does not exist.
-std::optional<QVariantMap> contentsOfFolder(const QString& path, const std::atomic<bool>* cancel,
-                                            const std::function<void(const QString&)>& progress,
-                                            const QSet<QString>& types);
-std::optional<QVariantMap> contentsOfFolder(const QString& path, const std::atomic<bool>* cancel,
-                                            const std::function<void(const QString&)>& progress);
 
 // Makes every missing folder of a path, each with mode 0777; false at the first
 // level that cannot be made.

@@ -2,7 +2,7 @@
 
 #include "core/LibraryModel.h"
 #include "core/MyController.h"
-#include "core/AppControllers.h"
+#include "tabs/AppControllers.h"
 #include "encode/LameWrapper.h"
 #include "ui/LamePreferencesPage.h"
 #include "ui/MusicTab.h"
@@ -51,10 +51,9 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
     setCentralWidget(tabs_);
 
     QMenu* app = menuBar()->addMenu(tr("&Velmora"));
-    app->addAction(tr("&Preferences…"), this, &MainWindow::showPreferences, QKeySequence::Preferences);
+    app->addAction(tr("&Preferences…"), QKeySequence::Preferences, this, &MainWindow::showPreferences);
     app->addSeparator();
-    app->addAction(tr("&Quit"), this, [this] { controller_.reallyQuit(tabs_->currentIndex()); },
-                   QKeySequence::Quit);
+    app->addAction(tr("&Quit"), QKeySequence::Quit, this, [this] { controller_.reallyQuit(tabs_->currentIndex()); });
     QMenu* library = menuBar()->addMenu(tr("&Library"));
     library->addAction(tr("&Add Folder to Library…"), this, &MainWindow::addToLibrary);
     library->addAction(tr("&Remove Folder from Library"), this, &MainWindow::removeFromLibrary);

@@ -1,9 +1,9 @@
 #include "ui/MusicTab.h"
 
-#include "core/AppControllers.h"
-#include "core/CompilationModel.h"
+#include "tabs/AppControllers.h"
+#include "tabs/CompilationModel.h"
 #include "core/LibraryModel.h"
-#include "core/MP3DataSource.h"
+#include "tabs/MP3DataSource.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "core/TaskManager.h"

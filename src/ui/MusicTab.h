@@ -1,5 +1,5 @@
 #pragma once
-#include "core/MusicSourcesWrapper.h"
+#include "tabs/MusicSourcesWrapper.h"
 
 #include <QWidget>
 

@@ -1,5 +1,5 @@
 #pragma once
-#include "core/StoresList.h"
+#include "tabs/StoresList.h"
 
 #include <QWidget>
 

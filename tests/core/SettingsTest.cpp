@@ -38,8 +38,9 @@ TEST(Settings, FirstLaunchInstallsExactlyTheDefaultsAndMarksThemInited)
     for (const auto& [key, value] : expected) {
         EXPECT_TRUE(stored.hasKey(key)) << qPrintable(key);
         EXPECT_EQ(stored.integerForKey(key), value) << qPrintable(key);
-        if (key.startsWith("prefs"))
+        if (key.startsWith("prefs")) {
             EXPECT_EQ(prefs.prefsIntForKey(key), value) << qPrintable(key);
+        }
     }
     EXPECT_EQ(stored.stringForKey(PrefKeys::M3UPathPrefix), "");
     EXPECT_EQ(stored.stringForKey(PrefKeys::M3UExportFolder), Preferences::defaultM3UExportFolder());

@@ -1,5 +1,5 @@
 #pragma once
-#include "core/AppControllers.h"
+#include "tabs/AppControllers.h"
 #include "core/MyController.h"
 #include "ui/MainWindow.h"
 

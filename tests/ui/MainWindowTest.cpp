@@ -1,4 +1,4 @@
-#include "core/AppControllers.h"
+#include "tabs/AppControllers.h"
 #include "core/Defaults.h"
 #include "core/MyController.h"
 #include "core/Preferences.h"

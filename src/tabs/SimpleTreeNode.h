@@ -1,6 +1,6 @@
 #pragma once
-#include "core/SimpleNodeData.h"
-#include "core/TreeNode.h"
+#include "tabs/SimpleNodeData.h"
+#include "tabs/TreeNode.h"
 
 #include <QVariantMap>
 

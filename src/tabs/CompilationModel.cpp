@@ -1,4 +1,4 @@
-#include "core/CompilationModel.h"
+#include "tabs/CompilationModel.h"
 
 #include <QDir>
 #include <QMimeData>

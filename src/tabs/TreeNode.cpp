@@ -1,4 +1,4 @@
-#include "core/TreeNode.h"
+#include "tabs/TreeNode.h"
 
 #include <algorithm>
 

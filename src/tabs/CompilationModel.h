@@ -1,5 +1,5 @@
 #pragma once
-#include "core/SimpleTreeNode.h"
+#include "tabs/SimpleTreeNode.h"
 
 #include <QAbstractItemModel>
 #include <QStringList>

@@ -1,5 +1,5 @@
 #include "common/TestSupport.h"
-#include "core/MP3DataSource.h"
+#include "tabs/MP3DataSource.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "core/PropertyList.h"

@@ -1,9 +1,10 @@
-#include "core/MusicSourcesWrapper.h"
+#include "tabs/MusicSourcesWrapper.h"
 
 #include "core/Defaults.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "core/StringUtils.h"
+#include "tabs/FolderCollector.h"
 #include "platform/AppPaths.h"
 #include "playlists/PlaylistFiles.h"
 

@@ -1,4 +1,4 @@
-#include "core/AppControllers.h"
+#include "tabs/AppControllers.h"
 
 #include "encode/ExportJobs.h"
 #include "encode/LameWrapper.h"

@@ -1,6 +1,6 @@
 #pragma once
-#include "core/CompilationModel.h"
-#include "core/SimpleTreeNode.h"
+#include "tabs/CompilationModel.h"
+#include "tabs/SimpleTreeNode.h"
 
 #include <QItemSelectionModel>
 #include <QObject>

@@ -1,5 +1,5 @@
 #include "core/Defaults.h"
-#include "core/MusicSourcesWrapper.h"
+#include "tabs/MusicSourcesWrapper.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "encode/ExportJobs.h"

@@ -1,4 +1,4 @@
-#include "core/SimpleTreeNode.h"
+#include "tabs/SimpleTreeNode.h"
 
 #include <QStringList>
 

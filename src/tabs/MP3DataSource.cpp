@@ -1,4 +1,4 @@
-#include "core/MP3DataSource.h"
+#include "tabs/MP3DataSource.h"
 
 #include "core/Defaults.h"
 #include "core/NotificationCenter.h"

@@ -1,4 +1,4 @@
-#include "core/StoresList.h"
+#include "tabs/StoresList.h"
 
 #include "core/Defaults.h"
 #include "platform/Desktop.h"

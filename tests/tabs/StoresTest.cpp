@@ -1,5 +1,5 @@
 #include "core/Defaults.h"
-#include "core/StoresList.h"
+#include "tabs/StoresList.h"
 #include "platform/Desktop.h"
 
 #include <gtest/gtest.h>

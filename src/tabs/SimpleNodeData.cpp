@@ -1,4 +1,4 @@
-#include "core/SimpleNodeData.h"
+#include "tabs/SimpleNodeData.h"
 
 SimpleNodeData::SimpleNodeData(const QString& name, bool isLeaf)
     : name_(name), isLeaf_(isLeaf), isExpandable_(!isLeaf)

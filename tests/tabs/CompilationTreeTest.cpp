@@ -1,5 +1,5 @@
 #include "core/DictionaryTree.h"
-#include "core/SimpleTreeNode.h"
+#include "tabs/SimpleTreeNode.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 #pragma once
-#include "core/TreeNode.h"
+#include "tabs/TreeNode.h"
 
 #include <QIcon>
 #include <QString>
