@@ -5,5 +5,6 @@ cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 export CCACHE_BASEDIR="$PWD"
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELMORA_BUILD_TESTS=OFF >/dev/null
-cmake --build build --target velmora velmora-cli
+# Everything the program runs: velmora, velmora-cli and the helper tools under tools/.
+cmake --build build
 exec build/bin/velmora "$@"
