@@ -1,8 +1,11 @@
 #include "cli/CliCommand.h"
 
+#include "platform/FileNames.h"
+
 #include <QCoreApplication>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 
 namespace {
@@ -38,9 +41,25 @@ CliRegistration::CliRegistration(const CliCommand& command)
 
 int main(int argc, char** argv)
 {
+    // Writes to a closed pipe and past the file size limit fail with an error we
+    // report, instead of ending the program half-way through a file.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("Velmora"));
     QCoreApplication::setApplicationVersion(QStringLiteral(VELMORA_VERSION));
+    // Text is UTF-8 everywhere in Velmora; a name in another encoding cannot be
+    // opened again once it has been read as text, so it is refused by name.
+    bool unreadable = false;
+    for (int i = 1; i < argc; ++i) {
+        if (!FileNames::isValidUtf8(QByteArray(argv[i]))) {
+            std::fprintf(stderr, "velmora-cli: %s\n",
+                         qPrintable(FileNames::unreadableNameMessage(FileNames::escaped(QByteArray(argv[i])))));
+            unreadable = true;
+        }
+    }
+    if (unreadable)
+        return 1;
     QStringList arguments = app.arguments().mid(1);
     if (arguments.isEmpty()) {
         printHelp(stderr);
@@ -56,8 +75,13 @@ int main(int argc, char** argv)
         return 0;
     }
     for (const CliCommand& command : registry()) {
-        if (first == QLatin1String(command.name))
-            return command.run(arguments);
+        if (first != QLatin1String(command.name))
+            continue;
+        if (!arguments.isEmpty() && (arguments.first() == QLatin1String("--help") || arguments.first() == QLatin1String("-h"))) {
+            std::printf("Usage: velmora-cli %s %s\n\n%s\n", command.name, command.usage, command.summary);
+            return 0;
+        }
+        return command.run(arguments);
     }
     std::fprintf(stderr, "velmora-cli: unknown command \"%s\" (see velmora-cli --help)\n", qPrintable(first));
     return 2;

@@ -60,13 +60,11 @@ void MyController::applicationDidFinishLaunching()
 {
     // A child that has gone away must not kill us when we write to its pipe.
     std::signal(SIGPIPE, SIG_IGN);
+    // A file grown past the size limit fails its write (reported like a full disk)
+    // instead of ending the program.
+    std::signal(SIGXFSZ, SIG_IGN);
 
-    const QString working = AppPaths::workingFolder();
-    QDir().mkpath(working);
-    // The private runtime folder already keeps others out; the /tmp fallback must itself.
-    QFile::setPermissions(working, AppPaths::workingFolderIsShared()
-                                       ? QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner
-                                       : QFile::Permissions(0x7777));
+    AppPaths::makePrivateFolder(AppPaths::workingFolder());
 
     mLaunched = true;
     NotificationCenter::defaultCenter().post(VLDidLaunchNotification, QVariant::fromValue<QObject*>(this));

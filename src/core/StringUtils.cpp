@@ -6,6 +6,7 @@
 #include <QFileInfo>
 #include <QtEndian>
 
+#include <cerrno>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -64,9 +65,9 @@ bool createDirectoriesAtPath(const QString& path)
         if (QFileInfo::exists(current))
             continue;
         const QByteArray native = QFile::encodeName(current);
-        const bool made = ::mkdir(native.constData(), 0777) == 0;
-        ::chmod(native.constData(), 0777);  // the umask must not narrow the mode
-        if (!made)
+        // 0777 as the user's umask allows: nothing Velmora makes is world-writable
+        // unless the user asked for that.
+        if (::mkdir(native.constData(), 0777) != 0 && errno != EEXIST)
             return false;
     }
     return true;

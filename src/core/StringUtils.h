@@ -19,8 +19,8 @@ bool mySort(const QString& a, const QString& b);
 // The lower-case extensions of the audio files the library collects.
 const QSet<QString>& defaultAudioTypes();
 
-// Makes every missing folder of a path, each with mode 0777; false at the first
-// level that cannot be made.
+// Makes every missing folder of a path, each with mode 0777 under the umask;
+// false at the first level that cannot be made.
 bool createDirectoriesAtPath(const QString& path);
 
 // Whether a file is a RIFF/WAVE file; *sampleBits gets the format chunk's bits

@@ -10,9 +10,6 @@
 #include <QFile>
 #include <QFileInfo>
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 using namespace ExportArguments;
 
@@ -79,29 +76,6 @@ QString cdTrackDevice(const QString& trackFile)
     return {};
 }
 
-// Holds the per-user lock on the decoders' output link for one run, across
-// threads and processes alike.
-class LinkLock {
-public:
-    LinkLock()
-    {
-        const QString lockPath = AppPaths::wavLinkPath() + QStringLiteral(".lock");
-        QDir().mkpath(QFileInfo(lockPath).path());
-        fd_ = ::open(QFile::encodeName(lockPath).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-        if (fd_ >= 0)
-            while (::flock(fd_, LOCK_EX) != 0 && errno == EINTR) {
-            }
-    }
-    ~LinkLock()
-    {
-        if (fd_ >= 0)
-            ::close(fd_);  // releases the lock
-    }
-
-private:
-    int fd_ = -1;
-};
-
 } // namespace
 
 wavexportwrapper::wavexportwrapper()
@@ -147,10 +121,10 @@ int wavexportwrapper::runThroughLink(const QString& program, const QString& dest
                                      const std::function<QStringList(const QString&)>& arguments)
 {
     // Decoders write through a link of a plain name so that no file name ever has
-    // to survive a tool's own option syntax (mplayer's "pcm:file=").
-    LinkLock lock;
+    // to survive a tool's own option syntax (mplayer's "pcm:file="). Each run has
+    // a link of its own in the private working folder.
+    AppPaths::makePrivateFolder(AppPaths::workingFolder());
     const QString link = AppPaths::wavLinkPath();
-    QFile::remove(link);
     QString output = destination;
     if (!QFileInfo::exists(destination) && QFile::link(QFileInfo(destination).absoluteFilePath(), link))
         output = link;

@@ -3,6 +3,13 @@
 #include <QDir>
 #include <QStandardPaths>
 
+#include <QFile>
+#include <QFileInfo>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -57,16 +64,48 @@ bool workingFolderIsShared()
 
 QString workingFolder()
 {
-    if (workingFolderIsShared())
-        return QStringLiteral("/tmp/com.dorvane.velmora-%1").arg(getuid());
-    return runtimeDir() + "/com.dorvane.velmora";
+    if (!workingFolderIsShared())
+        return runtimeDir() + "/com.dorvane.velmora";
+    // Made once per process: a name in the temporary folder that another user
+    // could have guessed (and planted a link at) is never used.
+    static const QString folder = [] {
+        QByteArray pattern = QFile::encodeName(QDir::tempPath() + "/com.dorvane.velmora-XXXXXX");
+        if (!::mkdtemp(pattern.data()))
+            return QString();
+        struct stat info {};
+        if (::lstat(pattern.constData(), &info) != 0 || !S_ISDIR(info.st_mode) || info.st_uid != ::getuid() ||
+            (info.st_mode & 0077) != 0)
+            return QString();
+        return QFile::decodeName(pattern);
+    }();
+    return folder;
 }
 
 QString wavLinkPath()
 {
-    if (workingFolderIsShared())
-        return QStringLiteral("/tmp/com.dorvane.velmora-%1.wav").arg(getuid());
-    return runtimeDir() + "/com.dorvane.velmora.wav";
+    // The extension stays last: decoders choose their output format by it.
+    return uniqueIntermediate(workingFolder(), QStringLiteral("com.dorvane.velmora"), QStringLiteral("wav"));
+}
+
+bool makePrivateFolder(const QString& path)
+{
+    const QString clean = QDir::cleanPath(path);
+    struct stat info {};
+    if (::lstat(QFile::encodeName(clean).constData(), &info) == 0)
+        return S_ISDIR(info.st_mode) && info.st_uid == ::getuid();
+    const QString parent = QFileInfo(clean).path();
+    if (parent != clean && !QFileInfo(parent).isDir() && !QDir().mkpath(parent))
+        return false;
+    return ::mkdir(QFile::encodeName(clean).constData(), 0700) == 0 || errno == EEXIST;
+}
+
+QString uniqueIntermediate(const QString& folder, const QString& prefix, const QString& extension)
+{
+    static std::atomic<quint64> counter {0};
+    QString name = QStringLiteral("%1/%2-%3-%4").arg(folder, prefix).arg(::getpid()).arg(counter++);
+    if (!extension.isEmpty())
+        name += QLatin1Char('.') + extension;
+    return name;
 }
 
 QString musicFolder()

@@ -2,7 +2,11 @@
 
 #include <QFile>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <poll.h>
+#include <sys/syscall.h>
 #include <csignal>
 #include <fcntl.h>
 #include <spawn.h>
@@ -41,8 +45,11 @@ bool ChildProcess::start()
     argv.push_back(nullptr);
 
     int pipeFds[2] = {-1, -1};
-    if (captureOutput_ && ::pipe2(pipeFds, O_CLOEXEC) != 0)
-        return false;
+    if (captureOutput_) {
+        if (::pipe2(pipeFds, O_CLOEXEC) != 0)
+            return false;
+        ::fcntl(pipeFds[0], F_SETFL, O_NONBLOCK);  // our end only; the child writes as usual
+    }
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -77,6 +84,7 @@ bool ChildProcess::start()
     pid_ = pid;
     reaped_ = false;
     terminated_ = false;
+    timedOut_ = false;
     outputFd_ = captureOutput_ ? pipeFds[0] : -1;
     return true;
 }
@@ -90,28 +98,98 @@ int ChildProcess::waitForExit()
             return -1;
         pid = pid_;
     }
-    if (outputFd_ >= 0) {
-        char buffer[16384];
-        for (;;) {
-            const ssize_t got = ::read(outputFd_, buffer, sizeof buffer);
-            if (got > 0)
-                output_.append(buffer, got);
-            else if (got == 0 || errno != EINTR)
-                break;
-        }
-        ::close(outputFd_);
-        outputFd_ = -1;
-    }
-    // Wait without reaping, so terminate() cannot hit a recycled process id.
-    siginfo_t info {};
-    while (::waitid(P_PID, id_t(pid), &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
-    }
+    waitWithinLimit(pid);
     int status = 0;
     std::lock_guard lock(mutex_);
     while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
     reaped_ = true;
+    if (timedOut_)
+        return -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+void ChildProcess::waitWithinLimit(pid_t pid)
+{
+    using Clock = std::chrono::steady_clock;
+    const auto started = Clock::now();
+    auto deadline = timeLimitMs_ > 0 ? started + std::chrono::milliseconds(timeLimitMs_) : Clock::time_point::max();
+    bool killed = false;
+    // A process descriptor becomes readable when the child ends; without one
+    // (an old kernel) we look every 50 ms.
+    const int processFd = int(::syscall(SYS_pidfd_open, pid, 0));
+    bool exited = false;
+    for (;;) {
+        // Wait without reaping, so terminate() cannot hit a recycled process id.
+        siginfo_t info {};
+        exited = exited ||
+                 (::waitid(P_PID, id_t(pid), &info, WEXITED | WNOWAIT | WNOHANG) == 0 && info.si_pid == pid);
+        if (exited) {
+            // What the child wrote is in the pipe now; a grandchild that kept
+            // the pipe open is not waited for.
+            while (outputFd_ >= 0) {
+                char buffer[16384];
+                const ssize_t got = ::read(outputFd_, buffer, sizeof buffer);
+                if (got > 0)
+                    output_.append(buffer, got);
+                else if (got == 0 || errno != EINTR)
+                    break;
+            }
+            break;
+        }
+        int timeout = -1;
+        if (deadline != Clock::time_point::max())
+            timeout = int(std::max<long long>(
+                0, std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count()));
+        if (processFd < 0)
+            timeout = timeout < 0 ? 50 : std::min(timeout, 50);
+        pollfd watched[2];
+        nfds_t count = 0;
+        if (processFd >= 0)
+            watched[count++] = {processFd, POLLIN, 0};
+        if (outputFd_ >= 0)
+            watched[count++] = {outputFd_, POLLIN, 0};
+        const int ready = ::poll(watched, count, timeout);
+        if (ready < 0 && errno != EINTR)
+            break;
+        if (outputFd_ >= 0) {
+            char buffer[16384];
+            const ssize_t got = ::read(outputFd_, buffer, sizeof buffer);
+            if (got > 0) {
+                output_.append(buffer, got);
+            } else if (got == 0 || (errno != EINTR && errno != EAGAIN)) {
+                ::close(outputFd_);
+                outputFd_ = -1;
+            }
+        }
+        if (Clock::now() >= deadline) {
+            if (!killed) {
+                {
+                    std::lock_guard lock(mutex_);
+                    timedOut_ = true;
+                }
+                signal(SIGTERM);
+                killed = true;
+                deadline = Clock::now() + std::chrono::seconds(2);
+            } else {
+                signal(SIGKILL);
+                deadline = Clock::time_point::max();
+            }
+        }
+    }
+    if (processFd >= 0)
+        ::close(processFd);
+    if (outputFd_ >= 0) {
+        ::close(outputFd_);
+        outputFd_ = -1;
+    }
+}
+
+void ChildProcess::signal(int number)
+{
+    std::lock_guard lock(mutex_);
+    if (!reaped_ && pid_ > 0)
+        ::kill(pid_, number);
 }
 
 void ChildProcess::terminate()
@@ -123,15 +201,22 @@ void ChildProcess::terminate()
     ::kill(pid_, SIGTERM);
 }
 
+bool ChildProcess::timedOut() const
+{
+    std::lock_guard lock(mutex_);
+    return timedOut_;
+}
+
 bool ChildProcess::wasTerminated() const
 {
     std::lock_guard lock(mutex_);
     return terminated_;
 }
 
-int ChildProcess::execute(const QString& program, const QStringList& arguments)
+int ChildProcess::execute(const QString& program, const QStringList& arguments, int timeLimitMs)
 {
     ChildProcess child(program, arguments);
+    child.setTimeLimit(timeLimitMs);
     if (!child.start())
         return -1;
     return child.waitForExit();

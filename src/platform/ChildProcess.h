@@ -18,22 +18,32 @@ public:
     ChildProcess& operator=(const ChildProcess&) = delete;
 
     void setCaptureOutput(bool capture) { captureOutput_ = capture; }
+    // A child still running after this many milliseconds is stopped (SIGTERM, then
+    // SIGKILL two seconds later) and its work counts as failed. 0: no limit.
+    void setTimeLimit(int milliseconds) { timeLimitMs_ = milliseconds; }
 
     bool start();      // false when the program cannot be started
     int waitForExit(); // exit code; -1 when not started or ended by a signal
     void terminate();  // SIGTERM to a running child
 
     bool wasTerminated() const;
+    bool timedOut() const;
     QByteArray output() const { return output_; }  // captured standard output
     const QString& program() const { return program_; }
 
     // start() + waitForExit() in one call.
-    static int execute(const QString& program, const QStringList& arguments);
+    static int execute(const QString& program, const QStringList& arguments, int timeLimitMs = 0);
 
 private:
+    // Reads captured output and waits for the child to end, within the time limit.
+    void waitWithinLimit(pid_t pid);
+    void signal(int number);
+
     QString program_;
     QStringList arguments_;
     bool captureOutput_ = false;
+    int timeLimitMs_ = 0;
+    bool timedOut_ = false;
     QByteArray output_;
     mutable std::mutex mutex_;
     pid_t pid_ = -1;

@@ -75,7 +75,7 @@ protected:
     QString path(const QString& name) const { return dir_.filePath(name); }
 };
 
-TEST_F(FolderTest, CreatesEveryMissingLevelWithFullMode)
+TEST_F(FolderTest, CreatesEveryMissingLevelWithFullModeUnderTheUmask)
 {
     const mode_t old = umask(022);
     const QString deep = path("one/two/three");
@@ -84,7 +84,7 @@ TEST_F(FolderTest, CreatesEveryMissingLevelWithFullMode)
     for (const char* level : {"one", "one/two", "one/two/three"}) {
         struct stat info;
         ASSERT_EQ(stat(qPrintable(path(level)), &info), 0) << level;
-        EXPECT_EQ(info.st_mode & 0777, 0777u) << level;
+        EXPECT_EQ(info.st_mode & 0777, 0755u) << level;  // never world-writable past the umask
     }
     EXPECT_TRUE(createDirectoriesAtPath(deep));  // nothing missing
     testsupport::writeFile(path("file"), "x");

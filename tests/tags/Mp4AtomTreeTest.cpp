@@ -117,8 +117,9 @@ TEST(Mp4AtomTree, MatchesAtomicParsleysTreeOfARealFile)
         EXPECT_EQ(int(atom.level), indent == 0 ? 1 : (indent - 1) / 4 + 1) << text.toStdString();
         EXPECT_EQ(atom.start, match.captured(3).toUInt()) << text.toStdString();
         EXPECT_EQ(atom.length, match.captured(4).toUInt()) << text.toStdString();
-        if (!match.captured(2).startsWith("uuid"))
+        if (!match.captured(2).startsWith("uuid")) {
             EXPECT_EQ(QString::fromLatin1(atom.name, 4), match.captured(2)) << text.toStdString();
+        }
     }
     EXPECT_EQ(index, tree.atoms().size());
 

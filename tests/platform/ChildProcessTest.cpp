@@ -39,3 +39,26 @@ TEST(ChildProcess, TerminateFromAnotherThread)
     sleeper.terminate();  // already reaped: nothing is signalled
     EXPECT_EQ(sleeper.waitForExit(), -1);
 }
+
+TEST(ChildProcess, AToolThatHangsIsStoppedAtItsTimeLimit)
+{
+    const auto started = std::chrono::steady_clock::now();
+    // It ignores the polite signal, so the limit must end it the hard way.
+    ChildProcess stubborn("/bin/sh", {"-c", "trap '' TERM; echo started; sleep 30"});
+    stubborn.setCaptureOutput(true);
+    stubborn.setTimeLimit(300);
+    ASSERT_TRUE(stubborn.start());
+    EXPECT_EQ(stubborn.waitForExit(), -1);
+    EXPECT_TRUE(stubborn.timedOut());
+    EXPECT_EQ(stubborn.output(), QByteArray("started\n"));
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(10));
+
+    // Within its limit a tool's exit code and output are its own.
+    ChildProcess quick("/bin/sh", {"-c", "printf done; exit 4"});
+    quick.setCaptureOutput(true);
+    quick.setTimeLimit(20000);
+    ASSERT_TRUE(quick.start());
+    EXPECT_EQ(quick.waitForExit(), 4);
+    EXPECT_FALSE(quick.timedOut());
+    EXPECT_EQ(quick.output(), QByteArray("done"));
+}
