@@ -1,5 +1,6 @@
 #include "core/Defaults.h"
 
+#include "core/Job.h"
 #include "core/PropertyList.h"
 #include "platform/AppPaths.h"
 
@@ -7,7 +8,9 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 Defaults& Defaults::standard()
 {
@@ -32,10 +35,15 @@ void Defaults::loadLocked() const
     }
     if (root)
         error = QStringLiteral("the top level is not a dictionary");
-    // Keep the unreadable file for the user and start from the defaults.
+    // Keep the unreadable file for the user and start from the defaults. One
+    // rename, so the settings file is either still there or set aside.
     const QString broken = path + ".broken";
-    QFile::remove(broken);
-    QFile::rename(path, broken);
+    if (std::rename(QFile::encodeName(path).constData(), QFile::encodeName(broken).constData()) != 0) {
+        std::fprintf(
+            stderr, "Velmora: the settings file %s could not be read (%s) nor set aside (%s); the defaults are used.\n",
+            qPrintable(path), qPrintable(error), std::strerror(errno));
+        return;
+    }
     std::fprintf(stderr, "Velmora: the settings file %s could not be read (%s); it was set aside as %s and the defaults are used.\n",
                  qPrintable(path), qPrintable(error), qPrintable(broken));
 }
@@ -105,15 +113,24 @@ void Defaults::removeObject(const QString& key)
 
 bool Defaults::synchronize()
 {
-    std::lock_guard lock(mutex_);
-    loadLocked();
-    const QString path = AppPaths::defaultsFile();
-    QDir().mkpath(QFileInfo(path).path());
     QString error;
-    if (PropertyList::write(path, values_, &error))
-        return true;
-    std::fprintf(stderr, "Velmora: the settings could not be saved to %s: %s\n", qPrintable(path),
-                 qPrintable(error));
+    {
+        std::lock_guard lock(mutex_);
+        loadLocked();
+        const QString path = AppPaths::defaultsFile();
+        QDir().mkpath(QFileInfo(path).path());
+        if (PropertyList::write(path, values_, &error))
+            return true;
+    }
+    std::fprintf(stderr, "Velmora: the settings could not be saved: %s\n", qPrintable(error));
+    // Listed as a failed job, so the window shows why until the user dismisses
+    // it; once while the same failure waits there.
+    const QString title = QStringLiteral("Saving the settings");
+    for (const auto& job : JobList::shared().jobs()) {
+        if (job->state() == Job::State::Finished && job->title() == title && job->result().error == error)
+            return false;
+    }
+    Job::create(title, [error](Job&) { return JobResult::failed(error); })->run();
     return false;
 }
 

@@ -1,8 +1,9 @@
 #include "core/PropertyList.h"
 
+#include "platform/SafeFile.h"
+
 #include <QDateTime>
 #include <QFile>
-#include <QSaveFile>
 #include <QTimeZone>
 
 #include <plist/plist.h>
@@ -214,13 +215,7 @@ QByteArray toXml(const QVariant& value)
 
 bool write(const QString& path, const QVariant& value, QString* error)
 {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(toXml(value)) < 0 || !file.commit()) {
-        if (error)
-            *error = file.errorString();
-        return false;
-    }
-    return true;
+    return SafeFile::writeFile(path, toXml(value), error);
 }
 
 } // namespace PropertyList

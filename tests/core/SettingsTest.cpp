@@ -1,11 +1,15 @@
 #include "core/Defaults.h"
+#include "core/Job.h"
 #include "core/Preferences.h"
 #include "core/PropertyList.h"
 #include "platform/AppPaths.h"
+#include "platform/SafeFile.h"
 
 #include "common/TestSupport.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSignalSpy>
 
 #include <gtest/gtest.h>
@@ -16,6 +20,22 @@ void freshDatabase()
     QFile::remove(AppPaths::defaultsFile());
     QFile::remove(AppPaths::defaultsFile() + ".broken");
     Defaults::standard().reload();
+}
+
+// The failed jobs of that title waiting in the job list.
+QList<std::shared_ptr<Job>> failedJobs(const QString& title)
+{
+    QList<std::shared_ptr<Job>> failed;
+    for (const auto& job : JobList::shared().jobs())
+        if (job->title() == title && job->state() == Job::State::Finished &&
+            job->result().outcome == JobResult::Outcome::Failed)
+            failed << job;
+    return failed;
+}
+
+QStringList entriesOf(const QString& folder)
+{
+    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
 }
 } // namespace
 
@@ -125,4 +145,54 @@ TEST(Settings, PropertyListRoundTripKeepsTypesOrderAndNesting)
 
     EXPECT_FALSE(PropertyList::parse("not a plist").has_value());
     EXPECT_FALSE(PropertyList::parse("").has_value());
+}
+
+TEST(Settings, AFailedSaveKeepsTheOldFileAndWaitsInTheJobListOnce)
+{
+    freshDatabase();
+    Defaults& defaults = Defaults::standard();
+    defaults.setInteger(PrefKeys::AutoPlay, 1);
+    ASSERT_TRUE(defaults.synchronize());
+    const QByteArray old = testsupport::readFile(AppPaths::defaultsFile());
+    const QStringList before = entriesOf(AppPaths::configDir());
+    for (SafeFile::Step step : {SafeFile::Step::Create, SafeFile::Step::Write, SafeFile::Step::Check,
+                                SafeFile::Step::Sync, SafeFile::Step::Rename}) {
+        SCOPED_TRACE(int(step));
+        SafeFile::setFaultInjector([step](SafeFile::Step at, const QString&) { return at == step; });
+        defaults.setInteger(PrefKeys::AutoPlay, 0);
+        EXPECT_FALSE(defaults.synchronize());
+        EXPECT_EQ(testsupport::readFile(AppPaths::defaultsFile()), old);
+        EXPECT_EQ(entriesOf(AppPaths::configDir()), before);  // no temporary file left behind
+        // The window learns why; saving again with the same fault does not list it twice.
+        EXPECT_FALSE(defaults.synchronize());
+        const auto failed = failedJobs("Saving the settings");
+        ASSERT_EQ(failed.size(), 1);
+        EXPECT_TRUE(failed.first()->result().error.contains(AppPaths::defaultsFile()))
+            << qPrintable(failed.first()->result().error);
+        JobList::shared().dismiss(failed.first()->id());
+    }
+    SafeFile::setFaultInjector({});
+    ASSERT_TRUE(defaults.synchronize());
+    defaults.reload();
+    EXPECT_EQ(defaults.integerForKey(PrefKeys::AutoPlay), 0);
+    EXPECT_TRUE(failedJobs("Saving the settings").isEmpty());
+}
+
+TEST(Settings, ASettingsFileKeptElsewhereThroughALinkStaysLinked)
+{
+    // Settings kept with the user's other configuration files, linked into place.
+    freshDatabase();
+    const QString kept = testsupport::homeDir() + "/dotfiles/velmora.plist";
+    QDir().mkpath(QFileInfo(kept).path());
+    ASSERT_TRUE(PropertyList::write(kept, QVariantMap{{"mSelectedTabStored", 2}}));
+    QDir().mkpath(AppPaths::configDir());
+    ASSERT_TRUE(QFile::link(kept, AppPaths::defaultsFile()));
+    Defaults::standard().reload();
+    EXPECT_EQ(Defaults::standard().integerForKey(PrefKeys::SelectedTab), 2);
+
+    Defaults::standard().setInteger(PrefKeys::SelectedTab, 4);
+    ASSERT_TRUE(Defaults::standard().synchronize());
+    EXPECT_TRUE(QFileInfo(AppPaths::defaultsFile()).isSymLink());
+    EXPECT_EQ(PropertyList::read(kept)->toMap().value("mSelectedTabStored").toInt(), 4);
+    freshDatabase();
 }
