@@ -1,4 +1,5 @@
 #include "cli/CliCommand.h"
+#include "cli/JobProgress.h"
 
 #include "core/Defaults.h"
 #include "playlists/M3uManager.h"
@@ -49,6 +50,7 @@ int runM3u(const QStringList& arguments)
         std::fprintf(stderr, "velmora-cli: %s is not a playlist: %s\n", qPrintable(playlist), qPrintable(error));
         return 1;
     }
+    JobProgress progress;
     m3uManager manager;
     const QString written = manager.vlM3UPlaylistNotification({
         {QStringLiteral("path"), playlist},

@@ -13,6 +13,8 @@
 #include <QFileInfo>
 #include <QUrl>
 
+#include <algorithm>
+
 #include <cstdio>
 
 using namespace PlaylistFiles;
@@ -30,13 +32,17 @@ const QStringList& acceptedExtensions()
 
 iTunesManager::iTunesManager(QObject* parent) : QObject(parent), libraryPath_(defaultLibraryPath())
 {
-    serial_.setMaxThreadCount(1);
 }
 
 iTunesManager::~iTunesManager()
 {
     NotificationCenter::defaultCenter().removeObserver(this);
-    serial_.waitForDone();
+    // The jobs use this object: every one ends before it goes.
+    const auto jobs = unfinishedJobs();
+    for (const auto& job : jobs)
+        job->cancel();
+    for (const auto& job : jobs)
+        job->wait();
 }
 
 QString iTunesManager::defaultLibraryPath()
@@ -44,28 +50,120 @@ QString iTunesManager::defaultLibraryPath()
     return AppPaths::musicFolder() + QStringLiteral("/iTunes/iTunes Music Library.xml");
 }
 
-void iTunesManager::prepareFolders() const
+bool iTunesManager::prepareFolders(QString* error) const
 {
     QDir().mkpath(appFolder());
-    // Every launch starts from a clean iTunes folder.
-    QFile::setPermissions(iTunesFolder(), QFileDevice::Permissions(0x7777));
-    QDir(iTunesFolder()).removeRecursively();
-    QDir().mkpath(iTunesFolder());
+    // Every launch starts from a clean iTunes folder. A link in its place goes,
+    // never the folder it points at.
+    const QString folder = iTunesFolder();
+    const QFileInfo info(folder);
+    bool emptied = true;
+    if (info.isSymLink())
+        emptied = QFile::remove(folder);
+    else if (info.exists())
+        emptied = QDir(folder).removeRecursively();
+    if (QDir().mkpath(folder) && emptied)
+        return true;
+    if (error)
+        *error = QStringLiteral("The iTunes folder \u201c%1\u201d could not be emptied.").arg(folder);
+    return false;
 }
 
 void iTunesManager::awakeFromNib()
 {
-    prepareFolders();
-    serial_.start([this] {
-        readLibrary();
-        parsed_ = true;
-    });
+    QString error;
+    if (!prepareFolders(&error))
+        reportFailure(QStringLiteral("Preparing the iTunes folder"), error);
+    parseLibrary();
     auto& center = NotificationCenter::defaultCenter();
-    center.addObserver(this, VLDidLaunchNotification, [this](const Notification&) { vlDidLaunchNotification(); });
+    center.addObserver(this, VLDidLaunchNotification, [this](const Notification&) { preparse(); });
     center.addObserver(this, VLDidSelectPlaylistNotification,
                        [this](const Notification& n) { vlDidSelectPlaylistNotification(n.object.toString()); });
     center.addObserver(this, VLConvertMediaIfNeededNotification,
                        [this](const Notification& n) { vlConvertMediaIfNeededNotification(n.object.toMap()); });
+}
+
+std::vector<std::shared_ptr<Job>> iTunesManager::unfinishedJobs()
+{
+    std::lock_guard lock(jobsMutex_);
+    std::erase_if(jobs_, [](const std::shared_ptr<Job>& job) { return job->state() == Job::State::Finished; });
+    return jobs_;
+}
+
+std::shared_ptr<Job> iTunesManager::enqueue(const QString& title, Job::Body body)
+{
+    std::lock_guard lock(jobsMutex_);
+    std::erase_if(jobs_, [](const std::shared_ptr<Job>& job) { return job->state() == Job::State::Finished; });
+    // The parse first, then the rest in the order asked: each waits for every earlier one.
+    auto job = Job::create(title, [before = jobs_, body = std::move(body)](Job& job) {
+        for (const auto& earlier : before) {
+            if (earlier->state() != Job::State::Finished)
+                job.setStatus(QStringLiteral("Waiting for the iTunes library"));
+            earlier->wait();
+        }
+        return job.isCancelled() ? JobResult::cancelled() : body(job);
+    });
+    jobs_.push_back(job);
+    job->start();
+    return job;
+}
+
+std::shared_ptr<Job> iTunesManager::parseLibrary()
+{
+    return enqueue(QStringLiteral("Reading the iTunes library"), [this](Job& job) {
+        job.setStatus(libraryPath_);
+        QString error;
+        const bool present = QFileInfo::exists(libraryPath_);
+        const auto library = readLibrary(&error);
+        if (job.isCancelled()) {
+            // Nothing is imported from a library the user stopped reading.
+            std::lock_guard lock(libraryMutex_);
+            library_.reset();
+        }
+        parsed_ = true;
+        if (job.isCancelled())
+            return JobResult::cancelled();
+        return library || !present ? JobResult::succeeded() : JobResult::failed(error);
+    });
+}
+
+std::shared_ptr<Job> iTunesManager::preparse()
+{
+    return enqueue(QStringLiteral("Importing the iTunes playlists"), [this](Job& job) {
+        QStringList errors;
+        if (const auto library = this->library())
+            createFiles(*library, job, errors);
+        postOnMainThread(VLDidPreparseItunesNotification, QVariant());
+        postOnMainThread(VLDidCreateFileNotification, QVariant());
+        if (job.isCancelled())
+            return JobResult::cancelled();
+        return errors.isEmpty() ? JobResult::succeeded() : JobResult::failed(errors.join('\n'));
+    });
+}
+
+Job::Body iTunesManager::conversionBody(const QStringList& intermediates)
+{
+    return [this, intermediates](Job& job) {
+        QStringList made;
+        QStringList errors;
+        for (qsizetype i = 0; i < intermediates.size() && !job.isCancelled(); ++i) {
+            const QString& intermediate = intermediates.at(i);
+            job.setProgress(100.0 * double(i) / double(intermediates.size()), displayName(intermediate));
+            QString error;
+            if (convertItunesPlaylist(intermediate, &error))
+                made.append(replacingPathExtension(intermediate, QStringLiteral("cd3")));
+            else
+                errors.append(error);
+        }
+        if (job.isCancelled())
+            return JobResult::cancelled(made);
+        return errors.isEmpty() ? JobResult::succeeded(made) : JobResult::failed(errors.join('\n'), made);
+    };
+}
+
+std::shared_ptr<Job> iTunesManager::convertPlaylists(const QStringList& intermediates)
+{
+    return enqueue(QStringLiteral("Converting iTunes playlists"), conversionBody(intermediates));
 }
 
 std::shared_ptr<const ITunesLibrary> iTunesManager::library() const
@@ -82,8 +180,8 @@ std::shared_ptr<const ITunesLibrary> iTunesManager::readLibrary(QString* error)
         if (auto library = ITunesLibrary::read(libraryPath_, &message))
             parsed = std::make_shared<const ITunesLibrary>(std::move(*library));
         else
-            std::fprintf(stderr, "Velmora: the iTunes library %s could not be read: %s\n", qPrintable(libraryPath_),
-                         qPrintable(message));
+            message =
+                QStringLiteral("The iTunes library \u201c%1\u201d could not be read: %2").arg(libraryPath_, message);
     } else {
         message = QStringLiteral("no iTunes library at %1").arg(libraryPath_);
     }
@@ -105,9 +203,13 @@ void iTunesManager::postOnMainThread(const QString& name, const QVariant& object
 
 void iTunesManager::waitForIdle()
 {
-    serial_.waitForDone();
-    while (pendingMainThreadPosts_ > 0)
+    for (;;) {
+        for (const auto& job : unfinishedJobs())
+            job->wait();
         QCoreApplication::sendPostedEvents(this);
+        if (pendingMainThreadPosts_ == 0 && unfinishedJobs().empty())
+            return;
+    }
 }
 
 QString iTunesManager::stringByReplacingSlashes(const QString& name)
@@ -139,20 +241,23 @@ QString iTunesManager::intermediatePathFor(const QString& name) const
     return appendingPathComponent(iTunesFolder(), stringByReplacingSlashes(name) + QStringLiteral(".xml"));
 }
 
-QStringList iTunesManager::createFiles(const ITunesLibrary& library) const
+void iTunesManager::createFiles(const ITunesLibrary& library, Job& job, QStringList& errors) const
 {
-    QStringList written;
-    for (const QVariant& item : library.playlists) {
-        const QVariantMap playlist = item.toMap();
+    const qsizetype total = library.playlists.size();
+    for (qsizetype i = 0; i < total && !job.isCancelled(); ++i) {
+        const QVariantMap playlist = library.playlists.at(i).toMap();
         const QString name = playlist.value(QStringLiteral("Name")).toString();
+        job.setProgress(100.0 * double(i) / double(total), name);
         const QString intermediate = intermediatePathFor(name);
-        if (!PropertyList::write(intermediate, playlist.value(QStringLiteral("Playlist Items")).toList()))
+        QString error;
+        if (!PropertyList::write(intermediate, playlist.value(QStringLiteral("Playlist Items")).toList(), &error)) {
+            errors.append(error);
             continue;
-        written.append(intermediate);
-        if (QFileInfo::exists(appendingPathComponent(iTunesFolder(), name + QStringLiteral(".cd3"))))
-            convertItunesPlaylist(intermediate);
+        }
+        if (QFileInfo::exists(appendingPathComponent(iTunesFolder(), name + QStringLiteral(".cd3"))) &&
+            !convertItunesPlaylist(intermediate, &error))
+            errors.append(error);
     }
-    return written;
 }
 
 QStringList iTunesManager::entriesForItems(const QVariantList& items, const ITunesLibrary& library) const
@@ -176,21 +281,29 @@ QStringList iTunesManager::entriesForItems(const QVariantList& items, const ITun
     return entries;
 }
 
-bool iTunesManager::convertItunesPlaylist(const QString& xmlPath) const
+bool iTunesManager::convertItunesPlaylist(const QString& xmlPath, QString* error) const
 {
+    QString message;
+    const auto items = XmlPlist::read(xmlPath, &message);
     const auto library = this->library();
-    const auto items = XmlPlist::read(xmlPath);
     if (!items)
+        message = QStringLiteral("\u201c%1\u201d could not be read: %2").arg(xmlPath, message);
+    else if (!library)
+        message = QStringLiteral("The iTunes library is not at hand, so \u201c%1\u201d was not converted.")
+                      .arg(displayName(xmlPath));
+    if (!items || !library) {
+        if (error)
+            *error = message;
         return false;
-    QStringList entries;
-    if (library && items->typeId() == QMetaType::QVariantList)
-        entries = entriesForItems(items->toList(), *library);
-    QVariantList list;
-    list.reserve(entries.size());
-    for (const QString& entry : entries)
-        list.append(entry);
-    if (!writeGroup(replacingPathExtension(xmlPath, QStringLiteral("cd3")),
-                    makeGroup(QString::fromLatin1(kRootGroupName), list)))
+    }
+    QVariantList entries;
+    if (items->typeId() == QMetaType::QVariantList) {
+        for (const QString& entry : entriesForItems(items->toList(), *library))
+            entries.append(entry);
+    }
+    // The intermediate stays until its playlist is written.
+    if (!PropertyList::write(replacingPathExtension(xmlPath, QStringLiteral("cd3")),
+                             makeGroup(QString::fromLatin1(kRootGroupName), entries), error))
         return false;
     QFile::remove(xmlPath);
     return true;
@@ -203,58 +316,78 @@ bool iTunesManager::libraryChangedSince(const QString& path) const
     return libraryInfo.exists() && playlistInfo.exists() && libraryInfo.lastModified() > playlistInfo.lastModified();
 }
 
-QString iTunesManager::convertSelection(const QString& selected)
+QString iTunesManager::convertSelection(const QString& selected, QString* error)
 {
     QString path = selected;
     const QString converted = replacingPathExtension(path, QStringLiteral("cd3"));
     if (libraryChangedSince(path)) {
-        const auto library = readLibrary();
+        // The playlist made from the old library stays until the new one is written.
+        QString message;
+        auto fresh = ITunesLibrary::read(libraryPath_, &message);
+        if (!fresh) {
+            if (error)
+                *error = QStringLiteral("The iTunes library \u201c%1\u201d could not be read: %2")
+                             .arg(libraryPath_, message);
+            return {};
+        }
+        const auto library = std::make_shared<const ITunesLibrary>(std::move(*fresh));
+        {
+            std::lock_guard lock(libraryMutex_);
+            library_ = library;
+        }
         const QString name = displayName(path);
-        if (library) {
-            for (const QVariant& item : library->playlists) {
-                const QVariantMap playlist = item.toMap();
-                const QString mapped = stringByReplacingSlashes(playlist.value(QStringLiteral("Name")).toString());
-                if (mapped == name)
-                    PropertyList::write(appendingPathComponent(iTunesFolder(), mapped + QStringLiteral(".xml")),
-                                        playlist.value(QStringLiteral("Playlist Items")).toList());
-            }
+        for (const QVariant& item : library->playlists) {
+            const QVariantMap playlist = item.toMap();
+            const QString mapped = stringByReplacingSlashes(playlist.value(QStringLiteral("Name")).toString());
+            if (mapped == name &&
+                !PropertyList::write(appendingPathComponent(iTunesFolder(), mapped + QStringLiteral(".xml")),
+                                     playlist.value(QStringLiteral("Playlist Items")).toList(), error))
+                return {};
         }
         QFile::remove(converted);
         path = replacingPathExtension(path, QStringLiteral("xml"));
+        // A playlist no longer in the library has nothing to convert.
+        if (!QFileInfo::exists(path))
+            return {};
     }
     if (pathExtension(path).toLower() != QLatin1String("xml"))
         return {};
-    if (!QFileInfo::exists(converted) && !convertItunesPlaylist(path))
+    if (!QFileInfo::exists(converted) && !convertItunesPlaylist(path, error))
         return {};
     return converted;
-}
-
-void iTunesManager::vlDidLaunchNotification()
-{
-    serial_.start([this] {
-        if (const auto library = this->library())
-            createFiles(*library);
-        postOnMainThread(VLDidPreparseItunesNotification, QVariant());
-        postOnMainThread(VLDidCreateFileNotification, QVariant());
-    });
 }
 
 void iTunesManager::vlDidSelectPlaylistNotification(const QString& path)
 {
     if (QFileInfo(path).dir().dirName() != QLatin1String("iTunes"))
         return;
+    const bool changed = libraryChangedSince(path);
+    // A converted playlist of an unchanged library is taken as it is.
+    if (!changed && pathExtension(path).toLower() != QLatin1String("xml"))
+        return;
+    const QString title = QStringLiteral("Converting the iTunes playlist \u201c%1\u201d").arg(displayName(path));
+    auto convert = [this, path](Job& job, QString* converted) {
+        QString error;
+        *converted = convertSelection(path, &error);
+        if (!error.isEmpty())
+            return JobResult::failed(error);
+        return job.isCancelled() || converted->isEmpty() ? JobResult::succeeded() : JobResult::succeeded({*converted});
+    };
     // With the library in hand and unchanged, a conversion is quick: do it
     // now, so that listeners already find the ".cd3" when they look.
-    if (parsed_ && serial_.activeThreadCount() == 0 && !libraryChangedSince(path)) {
-        const QString converted = convertSelection(path);
+    if (parsed_ && !changed && unfinishedJobs().empty()) {
+        QString converted;
+        Job::create(title, [&](Job& job) { return convert(job, &converted); })->run();
         if (!converted.isEmpty())
             NotificationCenter::defaultCenter().post(VLDidSelectPlaylistNotification, converted);
         return;
     }
-    serial_.start([this, path] {
-        const QString converted = convertSelection(path);
+    enqueue(title, [this, convert](Job& job) {
+        QString converted;
+        const JobResult result = convert(job, &converted);
         if (!converted.isEmpty())
             postOnMainThread(VLDidSelectPlaylistNotification, converted);
+        return result;
     });
 }
 
@@ -268,16 +401,16 @@ void iTunesManager::vlConvertMediaIfNeededNotification(const QVariantMap& mediaS
     }
     if (intermediates.isEmpty())
         return;
-    if (parsed_ && serial_.activeThreadCount() == 0) {
-        for (const QString& intermediate : intermediates)
-            convertItunesPlaylist(intermediate);
+    const QString title = QStringLiteral("Converting iTunes playlists");
+    if (parsed_ && unfinishedJobs().empty()) {
+        Job::create(title, conversionBody(intermediates))->run();
         return;
     }
-    serial_.start([this, intermediates] {
-        for (const QString& intermediate : intermediates)
-            convertItunesPlaylist(intermediate);
+    enqueue(title, [this, body = conversionBody(intermediates)](Job& job) {
+        const JobResult result = body(job);
         // The playlists and the set's size changed behind the tables' backs.
         postOnMainThread(VLDidPreparseItunesNotification, QVariant());
         postOnMainThread(VLNeedSizeNotification, QVariant());
+        return result;
     });
 }

@@ -1,16 +1,17 @@
 #include "playlists/M3uManager.h"
 
 #include "core/Defaults.h"
+#include "core/Job.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "platform/AppPaths.h"
+#include "platform/SafeFile.h"
 #include "playlists/PlaylistFiles.h"
 #include "tags/TagFacade.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 
 #include <cstdlib>
 
@@ -86,16 +87,24 @@ std::optional<QString> m3uManager::getSongName(const QString& path)
 QString m3uManager::copyPlaylistDict(const QVariantMap& group, const QString& basePath, const QString& root,
                                      int index, bool asMP3) const
 {
+    return copyPlaylistDict(group, basePath, root, index, asMP3, nullptr);
+}
+
+QString m3uManager::copyPlaylistDict(const QVariantMap& group, const QString& basePath, const QString& root, int index,
+                                     bool asMP3, Progress* progress) const
+{
     const bool numbered = preserveOrder();
     QString text;
     int counter = index;
     for (const QVariant& entry : group.value(QStringLiteral("Entries")).toList()) {
+        if (progress && progress->job.isCancelled())
+            return {};
         const QString prefix = numbered ? QString::asprintf("%03d", counter) : QString();
         ++counter;
         if (entry.typeId() == QMetaType::QVariantMap) {
             const QVariantMap subGroup = entry.toMap();
             const QString folder = prefix + lastPathComponent(subGroup.value(QStringLiteral("Group")).toString());
-            text += copyPlaylistDict(subGroup, basePath, appendingPathComponent(root, folder), 0, asMP3);
+            text += copyPlaylistDict(subGroup, basePath, appendingPathComponent(root, folder), 0, asMP3, progress);
             continue;
         }
         const QString track = entry.toString();
@@ -105,6 +114,10 @@ QString m3uManager::copyPlaylistDict(const QVariantMap& group, const QString& ba
         if (asMP3 && pathExtension(path).toLower() != QLatin1String("mp3"))
             path = replacingPathExtension(path, QStringLiteral("MP3"));
         text += QStringLiteral("#EXTINF:%1,%2\n%3\n").arg(info.seconds, title, path);
+        if (progress) {
+            ++progress->done;
+            progress->job.setProgress(100.0 * progress->done / progress->total, progress->status);
+        }
     }
     return text;
 }
@@ -132,39 +145,69 @@ QString m3uManager::shuffleM3UPlaylist(const QString& text) const
 QString m3uManager::vlM3UPlaylistNotification(const QVariantMap& request)
 {
     const QString playlistPath = request.value(QStringLiteral("path")).toString();
+    const QString target = targetPathFor(playlistPath);
+    const QString status = QStringLiteral(" Create .M3U for ") + lastPathComponent(playlistPath);
+    emit statusChanged(status, 50, true);
+    QString written;
+    const auto job = Job::create(QStringLiteral("Writing %1").arg(lastPathComponent(target)), [&](Job& job) {
+        Progress progress{job, status};
+        QStringList tracks;
+        gatherLeaves(request.value(QStringLiteral("dictionary")).toMap(), tracks);
+        progress.total = int(tracks.size());
+        job.setProgress(0, status);
+        QString error;
+        written = writeRequest(request, progress, &error);
+        if (job.isCancelled())
+            return JobResult::cancelled(written.isEmpty() ? QStringList() : QStringList{written});
+        if (!error.isEmpty())
+            return JobResult::failed(error, written.isEmpty() ? QStringList() : QStringList{written});
+        return JobResult::succeeded({written});
+    });
+    job->run();
+    emit statusChanged(QString(), 0, false);
+    return written;
+}
+
+QString m3uManager::writeRequest(const QVariantMap& request, Progress& progress, QString* error) const
+{
+    const QString playlistPath = request.value(QStringLiteral("path")).toString();
     const QString name = displayName(playlistPath);
     const QString target = targetPathFor(playlistPath);
-    emit statusChanged(QStringLiteral(" Create .M3U for ") + lastPathComponent(playlistPath), 50, true);
 
     QString basePath;
     const QString indexString = request.value(QStringLiteral("indexstring")).toString();
     if (preserveOrder() && !indexString.isEmpty())
         basePath = indexString + name;
 
-    QString text = QStringLiteral("#EXTM3U\n")
-                   + copyPlaylistDict(request.value(QStringLiteral("dictionary")).toMap(), basePath,
-                                      request.value(QStringLiteral("prefsM3UPathPrefixStored")).toString(), 0,
-                                      request.value(QStringLiteral("makemp3ifneeded")).toBool());
+    QString text = QStringLiteral("#EXTM3U\n") +
+                   copyPlaylistDict(request.value(QStringLiteral("dictionary")).toMap(), basePath,
+                                    request.value(QStringLiteral("prefsM3UPathPrefixStored")).toString(), 0,
+                                    request.value(QStringLiteral("makemp3ifneeded")).toBool(), &progress);
+    if (progress.job.isCancelled())
+        return {};
     if (request.value(QStringLiteral("mShuffleM3UStored")).toInt() != 0)
         text = shuffleM3UPlaylist(text);
 
     QDir().mkpath(m3uFolder());
-    QSaveFile file(target);
-    bool written = file.open(QIODevice::WriteOnly) && file.write(text.toUtf8()) >= 0 && file.commit();
-    if (!written)
-        qWarning("Velmora: could not write %s: %s", qPrintable(target), qPrintable(file.errorString()));
+    const QByteArray bytes = text.toUtf8();
+    if (!SafeFile::writeFile(target, bytes, error))
+        return {};
 
     const QString exportFolder = request.value(QStringLiteral("prefsM3UExportFolderStored")).toString();
-    if (written && !exportFolder.isEmpty()) {
-        const QString folder = AppPaths::expandTilde(exportFolder);
-        QDir().mkpath(folder);
-        const QString copy = QDir::cleanPath(folder + '/' + lastPathComponent(target));
-        if (QFileInfo(copy).absoluteFilePath() != QFileInfo(target).absoluteFilePath()
-            && QFileInfo(copy).canonicalFilePath() != QFileInfo(target).canonicalFilePath()) {
-            QFile::remove(copy);
-            QFile::copy(target, copy);
-        }
+    if (exportFolder.isEmpty())
+        return target;
+    const QString folder = AppPaths::expandTilde(exportFolder);
+    QDir().mkpath(folder);
+    const QString copy = QDir::cleanPath(folder + '/' + lastPathComponent(target));
+    const QFileInfo copyInfo(copy);
+    if (copyInfo.absoluteFilePath() == QFileInfo(target).absoluteFilePath() ||
+        (copyInfo.exists() && copyInfo.canonicalFilePath() == QFileInfo(target).canonicalFilePath()))
+        return target;
+    // The export folder may be shared: a link found there is never written through.
+    if (copyInfo.isSymLink()) {
+        *error = QStringLiteral("\u201c%1\u201d is a symbolic link; the copy was not written there.").arg(copy);
+        return target;
     }
-    emit statusChanged(QString(), 0, false);
-    return written ? target : QString();
+    SafeFile::writeFile(copy, bytes, error);
+    return target;
 }

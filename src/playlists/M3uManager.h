@@ -6,6 +6,8 @@
 #include <functional>
 #include <optional>
 
+class Job;
+
 // Writes extended M3U files for playlists on VLM3UPlaylistNotification: one
 // "#EXTINF" entry per track with its length and title, followed by the path
 // the track will have on the disc or player, optionally shuffled. The files
@@ -21,7 +23,9 @@ public:
 
     // Handles one request ({"path", "dictionary", "mShuffleM3UStored",
     // "prefsM3UPathPrefixStored", "prefsM3UExportFolderStored", "indexstring",
-    // "makemp3ifneeded"}); returns the path of the M3U file written, or "".
+    // "makemp3ifneeded"}) as a job on the calling thread, with a step of
+    // progress per track; returns the path of the M3U file written, or "" when
+    // it was cancelled or could not be written (the failed job says why).
     QString vlM3UPlaylistNotification(const QVariantMap& request);
 
     // The "#EXTINF" entries of a group, numbered from index.
@@ -42,5 +46,16 @@ signals:
     void statusChanged(const QString& status, int progress, bool animating);
 
 private:
+    // The job a request runs in and the tracks it has done of its total.
+    struct Progress {
+        Job& job;
+        QString status;
+        int total = 0;
+        int done = 0;
+    };
+    QString copyPlaylistDict(const QVariantMap& group, const QString& basePath, const QString& root, int index,
+                             bool asMP3, Progress* progress) const;
+    QString writeRequest(const QVariantMap& request, Progress& progress, QString* error) const;
+
     std::function<long()> random_;
 };

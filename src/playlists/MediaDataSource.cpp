@@ -2,7 +2,7 @@
 
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
-#include "core/PropertyList.h"
+#include "platform/FileNames.h"
 #include "playlists/FlashCopy.h"
 #include "playlists/PlaylistFiles.h"
 
@@ -35,9 +35,12 @@ void MediaDataSource::awakeFromNib()
     QDir().mkpath(appFolder());
     QDir().mkpath(mediaFolder());
     if (QDir(mediaFolder()).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
+        // Empty files, made only where no file is (O_EXCL): they read as empty sets.
         for (const char* name : {"Flash 1.xml", "CD 1.xml"}) {
-            QFile file(mediaFolder() + '/' + QLatin1String(name));
-            file.open(QIODevice::WriteOnly);
+            const QString path = mediaFolder() + '/' + QLatin1String(name);
+            if (!FileNames::reserve(path))
+                reportFailure(QStringLiteral("Making the media set \u201c%1\u201d").arg(displayName(path)),
+                              QStringLiteral("\u201c%1\u201d could not be created.").arg(path));
         }
     }
     reloadData();
@@ -117,8 +120,11 @@ void MediaDataSource::setNameAt(int row, const QString& name)
         return;
     const QString oldPath = pathAt(row);
     const QString newPath = mediaFolder() + '/' + name + QStringLiteral(".xml");
-    QFile::rename(oldPath, newPath);
-    if (selectedPath_ == oldPath && QFileInfo::exists(newPath))
+    // Never over another set of that name: the move fails and the old file stays.
+    QString error;
+    if (!moveWithoutReplacing(oldPath, newPath, &error))
+        reportFailure(QStringLiteral("Renaming the media set \u201c%1\u201d").arg(displayName(oldPath)), error);
+    else if (selectedPath_ == oldPath)
         selectedPath_ = newPath;
     reloadData();
     postGroupInfo();
@@ -139,15 +145,11 @@ void MediaDataSource::setIsOnSelectedMedia(const QString& playlistPath)
         playlists.removeAll(playlistPath);
     else
         playlists.append(playlistPath);
-    selectedDictionary_.insert(QStringLiteral("playlists"), QVariantList(playlists.begin(), playlists.end()));
-    writeSelected();
-}
-
-void MediaDataSource::writeSelected()
-{
-    QString error;
-    if (!PropertyList::write(selectedPath_, selectedDictionary_, &error))
-        qWarning("Velmora: could not write the media set %s: %s", qPrintable(selectedPath_), qPrintable(error));
+    QVariantMap updated = selectedDictionary_;
+    updated.insert(QStringLiteral("playlists"), QVariantList(playlists.begin(), playlists.end()));
+    // The tick boxes show what the file holds: nothing changes when it cannot be written.
+    if (writeMediaSet(selectedPath_, updated))
+        selectedDictionary_ = updated;
 }
 
 void MediaDataSource::fixupMedia(const QString& oldPath, const QString& newPath)
@@ -166,7 +168,7 @@ void MediaDataSource::fixupMedia(const QString& oldPath, const QString& newPath)
         else
             playlists[index] = newPath;
         set.insert(QStringLiteral("playlists"), QVariantList(playlists.begin(), playlists.end()));
-        PropertyList::write(setPath, set);
+        writeMediaSet(setPath, set);
     }
     runSelectionHandling();
 }
@@ -176,7 +178,8 @@ void MediaDataSource::addMedia(const QString& chosenPath)
     QString path = chosenPath;
     if (pathExtension(path).toUpper() != QLatin1String("XML"))
         path += QStringLiteral(".xml");
-    PropertyList::write(path, QVariantMap{{QStringLiteral("playlists"), QVariantList()}});
+    if (!writeMediaSet(path, QVariantMap{{QStringLiteral("playlists"), QVariantList()}}))
+        return;
     auto& center = NotificationCenter::defaultCenter();
     center.post(VLDidChangeMediaNotification, path);
     center.post(VLDidAddMediaNotification, path);

@@ -83,7 +83,6 @@ private:
     void removeSelectedMedia(const char* selectionNotification);
     void runSelectionHandling();
     void postGroupInfo();
-    void writeSelected();
     void vlDidAddMediaNotification(const QString& path);
     void vlShouldCopyFilesNotification(const QVariant& destination);
 

@@ -154,8 +154,14 @@ void PlayListDataSource::setNameAt(int row, const QString& name)
     const QString newPath = playlistFolder() + '/' + name + QStringLiteral(".cd3");
     if (lastPathComponent(newPath) == lastPathComponent(oldPath))
         return;
-    if (QFile::rename(oldPath, newPath) && media_)
-        media_->fixupMedia(oldPath, newPath);
+    // Never over another playlist of that name: the move fails and the old file stays.
+    QString error;
+    if (moveWithoutReplacing(oldPath, newPath, &error)) {
+        if (media_)
+            media_->fixupMedia(oldPath, newPath);
+    } else {
+        reportFailure(QStringLiteral("Renaming the playlist \u201c%1\u201d").arg(displayName(oldPath)), error);
+    }
     reloadData();
     postPlaylistInfo();
     NotificationCenter::defaultCenter().post(VLDidSelectPlaylistNotification, newPath);

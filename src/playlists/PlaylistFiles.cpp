@@ -1,12 +1,18 @@
 #include "playlists/PlaylistFiles.h"
 
+#include "core/Job.h"
 #include "core/PropertyList.h"
 #include "platform/AppPaths.h"
 #include "playlists/XmlPlistReader.h"
 
 #include <QDirIterator>
+#include <QFile>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace PlaylistFiles {
 
@@ -69,13 +75,59 @@ std::optional<QVariantMap> readGroup(const QString& path, QString* error)
     return std::nullopt;
 }
 
-bool writeGroup(const QString& path, const QVariantMap& group)
+bool writeGroup(const QString& path, const QVariantMap& group, QString* error)
 {
-    QString error;
-    if (PropertyList::write(path, group, &error))
+    QString message;
+    if (PropertyList::write(path, group, &message))
         return true;
-    std::fprintf(stderr, "Velmora: could not write the playlist %s: %s\n", qPrintable(path), qPrintable(error));
+    reportFailure(QStringLiteral("Saving the playlist \u201c%1\u201d").arg(displayName(path)), message);
+    if (error)
+        *error = message;
     return false;
+}
+
+bool writeMediaSet(const QString& path, const QVariantMap& mediaSet, QString* error)
+{
+    QString message;
+    if (PropertyList::write(path, mediaSet, &message))
+        return true;
+    reportFailure(QStringLiteral("Saving the media set \u201c%1\u201d").arg(displayName(path)), message);
+    if (error)
+        *error = message;
+    return false;
+}
+
+bool moveWithoutReplacing(const QString& from, const QString& to, QString* error)
+{
+    const QByteArray source = QFile::encodeName(from);
+    const QByteArray target = QFile::encodeName(to);
+    int result = ::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE);
+    if (result != 0 && (errno == EINVAL || errno == ENOSYS)) {
+        // A file system without the flag: a hard link fails just as well on a
+        // name already taken, and the old name goes only once the new one exists.
+        result = ::link(source.constData(), target.constData());
+        if (result == 0)
+            ::unlink(source.constData());
+    }
+    if (result == 0)
+        return true;
+    if (error) {
+        *error = errno == EEXIST ? QStringLiteral("\u201c%1\u201d already exists; nothing was renamed.").arg(to)
+                                 : QStringLiteral("\u201c%1\u201d could not be renamed: %2.")
+                                       .arg(from, QString::fromLocal8Bit(std::strerror(errno)));
+    }
+    return false;
+}
+
+void reportFailure(const QString& title, const QString& error)
+{
+    std::fprintf(stderr, "Velmora: %s: %s\n", qPrintable(title), qPrintable(error));
+    // A failure already waiting in the list is not listed again.
+    for (const auto& job : JobList::shared().jobs()) {
+        if (job->state() == Job::State::Finished && job->title() == title && job->result().error == error)
+            return;
+    }
+    Job::create(title, [error](Job&) { return JobResult::failed(error); })->run();
 }
 
 void gatherLeaves(const QVariantMap& group, QStringList& leaves)

@@ -27,8 +27,9 @@ bool isGroupRecord(const QVariant& value);
 // The group record of a ".cd3" file; nothing (and a message in *error) when
 // the file is missing, is not an XML property list or holds the wrong types.
 std::optional<QVariantMap> readGroup(const QString& path, QString* error = nullptr);
-// Writes atomically: a failure leaves the old file as it was.
-bool writeGroup(const QString& path, const QVariantMap& group);
+// Writes a new file beside the old one and renames it over: a failure leaves
+// the old file as it was, is reported (reportFailure) and returns false.
+bool writeGroup(const QString& path, const QVariantMap& group, QString* error = nullptr);
 // The leaves of a group in playlist order, descending into sub-groups.
 void gatherLeaves(const QVariantMap& group, QStringList& leaves);
 
@@ -36,6 +37,15 @@ void gatherLeaves(const QVariantMap& group, QStringList& leaves);
 // or its "playlists" is not an array of strings.
 QVariantMap readMediaSet(const QString& path);
 QStringList mediaSetPlaylists(const QVariantMap& mediaSet);
+// Written and reported as writeGroup() writes playlists.
+bool writeMediaSet(const QString& path, const QVariantMap& mediaSet, QString* error = nullptr);
+
+// Moves a file to a new name in one step, never over a file already there.
+bool moveWithoutReplacing(const QString& from, const QString& to, QString* error = nullptr);
+
+// A write or rename that failed: on standard error, and as a failed job that
+// the window's job list shows until the user dismisses it.
+void reportFailure(const QString& title, const QString& error);
 
 // Every file and folder under a folder, recursively, in the file system's
 // order, as paths relative to it; entries whose relative path begins with "."

@@ -6,6 +6,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QProcess>
 
 #include <gtest/gtest.h>
 
@@ -26,11 +27,19 @@ protected:
         Defaults::standard().removeObject("prefsPreserveOrderStored");
         Defaults::standard().synchronize();
     }
-    static QByteArray cli(const QStringList& arguments, int expectedExit = 0)
+    // Standard output; the progress lines and messages on standard error go to *errors.
+    static QByteArray cli(const QStringList& arguments, int expectedExit = 0, QByteArray* errors = nullptr)
     {
-        QByteArray output;
-        EXPECT_EQ(run(builtProgram("velmora-cli"), arguments, &output), expectedExit) << output.constData();
-        return output;
+        QProcess process;
+        process.start(builtProgram("velmora-cli"), arguments);
+        process.closeWriteChannel();
+        EXPECT_TRUE(process.waitForFinished(120000));
+        const QByteArray error = process.readAllStandardError();
+        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+        EXPECT_EQ(process.exitCode(), expectedExit) << error.constData();
+        if (errors)
+            *errors = error;
+        return process.readAllStandardOutput();
     }
 };
 
@@ -62,9 +71,15 @@ TEST_F(PlaylistCommands, M3uWritesWhatTheMusicTabWrites)
     Defaults::standard().synchronize();
 
     const QString exportFolder = testsupport::homeDir() + "/stick";
-    const QByteArray output = cli({"m3u", "--mp3", "--prefix", "Music", "--export-folder", exportFolder, playlist});
+    QByteArray progress;
+    const QByteArray output =
+        cli({"m3u", "--mp3", "--prefix", "Music", "--export-folder", exportFolder, playlist}, 0, &progress);
     const QString target = m3uFolder() + "/Trip.m3u";
     EXPECT_EQ(output, (target + "\n").toUtf8());
+    // The job's progress, a step per track.
+    EXPECT_EQ(progress, "Writing Trip.m3u:  Create .M3U for Trip.cd3 (0%)\n"
+                        "Writing Trip.m3u:  Create .M3U for Trip.cd3 (50%)\n"
+                        "Writing Trip.m3u:  Create .M3U for Trip.cd3 (100%)\n");
     const QByteArray expected = "#EXTM3U\n#EXTINF:0,a\nMusic/000a.MP3\n#EXTINF:0,b\nMusic/001Disc 1/000b.mp3\n";
     EXPECT_EQ(readFile(target), expected);
     EXPECT_EQ(readFile(exportFolder + "/Trip.m3u"), expected);
@@ -100,8 +115,16 @@ TEST_F(PlaylistCommands, ItunesImportListsAndConvertsEveryPlaylist)
               "</array></dict>"
               "<dict><key>Name</key><string>Empty</string><key>Playlist Items</key><array/></dict>"
               "</array></dict></plist>\n");
-    const QString output = QString::fromUtf8(cli({"itunes-import", libraryFile}));
+    QByteArray progress;
+    const QString output = QString::fromUtf8(cli({"itunes-import", libraryFile}, 0, &progress));
     EXPECT_EQ(output, "A/B\t" + iTunesFolder() + "/A-B.cd3\t1 tracks\nEmpty\t" + iTunesFolder() + "/Empty.cd3\t0 tracks\n");
+    // The jobs' progress: a step per playlist written, then per playlist converted.
+    EXPECT_EQ(progress, "Reading the iTunes library: " + libraryFile.toUtf8() +
+                            "\n"
+                            "Importing the iTunes playlists: A/B (0%)\n"
+                            "Importing the iTunes playlists: Empty (50%)\n"
+                            "Converting iTunes playlists: A-B (0%)\n"
+                            "Converting iTunes playlists: Empty (50%)\n");
     const auto group = readGroup(iTunesFolder() + "/A-B.cd3");
     ASSERT_TRUE(group.has_value());
     EXPECT_EQ(*group, makeGroup("OVRoot", {"/M/One Two.mp3"}));

@@ -159,13 +159,74 @@ TEST_F(ITunesImport, ANewerLibrarySendsTheSelectionBackThroughTheIntermediate)
 
     const QString tracks = track(1, "file://localhost/Users/me/Music/One.mp3") + track(8, "file:///new/Eight.aiff");
     installLibrary(library(tracks, playlist("Plain", {8, 1})));
-    QFile(iTunesManager::defaultLibraryPath()).setFileTime(QDateTime::currentDateTime().addSecs(60),
-                                                           QFileDevice::FileModificationTime);
+    QFile changed(iTunesManager::defaultLibraryPath());
+    ASSERT_TRUE(changed.open(QIODevice::ReadWrite));  // the time is set through an open file
+    ASSERT_TRUE(changed.setFileTime(QDateTime::currentDateTime().addSecs(60), QFileDevice::FileModificationTime));
+    changed.close();
     NotificationRecorder recorder({VLDidSelectPlaylistNotification});
     NotificationCenter::defaultCenter().post(VLDidSelectPlaylistNotification, iTunesFolder() + "/Plain.cd3");
     importer.waitForIdle();
     EXPECT_EQ(entriesOf(iTunesFolder() + "/Plain.cd3"), (QStringList{"/new/Eight.aiff", "/Users/me/Music/One.mp3"}));
     EXPECT_EQ(recorder.posted.back().second.toString(), iTunesFolder() + "/Plain.cd3");
+}
+
+TEST_F(ITunesImport, TheImportRunsAsJobsWithAStepPerPlaylistThatStopWhenCancelled)
+{
+    installLibrary(sampleLibrary());
+    // Watches the jobs of one title from their own threads, cancelling at the first step when asked.
+    struct Watch {
+        QString title;
+        bool cancel = false;
+        QList<std::pair<double, QString>> steps;
+        QObject context;
+        Watch(const QString& watched, bool cancelAtOnce) : title(watched), cancel(cancelAtOnce)
+        {
+            QObject::connect(
+                &JobList::shared(), &JobList::jobChanged, &context,
+                [this](quint64 id) {
+                    const auto job = JobList::shared().job(id);
+                    // The cancel itself is a change too, and waiting for the library is no step.
+                    if (!job || job->title() != title || job->status().isEmpty() || job->isCancelled() ||
+                        (job->percent() < 0 && title != "Reading the iTunes library"))
+                        return;
+                    steps.append({job->percent(), job->status()});
+                    if (cancel)
+                        job->cancel();
+                },
+                Qt::DirectConnection);
+        }
+    };
+    auto launch = [] {
+        NotificationRecorder recorder({VLDidPreparseItunesNotification});
+        auto importer = std::make_unique<iTunesManager>();
+        importer->awakeFromNib();
+        NotificationCenter::defaultCenter().post(VLDidLaunchNotification);
+        importer->waitForIdle();
+        EXPECT_EQ(recorder.posted.size(), 1u);  // the store reloads in every case
+        return importer;
+    };
+
+    {
+        // A library whose reading was cancelled imports nothing.
+        Watch reading("Reading the iTunes library", true);
+        const auto importer = launch();
+        EXPECT_FALSE(importer->library());
+        EXPECT_TRUE(QDir(iTunesFolder()).isEmpty());
+    }
+    {
+        // Cancelled at its first playlist, the pre-parse writes that one only.
+        Watch importing("Importing the iTunes playlists", true);
+        launch();
+        EXPECT_EQ(importing.steps, (QList<std::pair<double, QString>>{{0, "A/B"}}));
+        EXPECT_TRUE(QFileInfo::exists(iTunesFolder() + "/A-B.xml"));
+        EXPECT_FALSE(QFileInfo::exists(iTunesFolder() + "/Plain.xml"));
+    }
+    {
+        Watch importing("Importing the iTunes playlists", false);
+        launch();
+        EXPECT_EQ(importing.steps, (QList<std::pair<double, QString>>{{0, "A/B"}, {50, "Plain"}}));
+        EXPECT_TRUE(QFileInfo::exists(iTunesFolder() + "/Plain.xml"));
+    }
 }
 
 TEST_F(ITunesImport, MediaSetsConvertTheirImportedPlaylistsOnRequest)

@@ -153,4 +153,45 @@ TEST_F(M3u, RequestWritesTheFileCopiesItAndReportsStatus)
     EXPECT_EQ(readFile(written), "#EXTM3U\n#EXTINF:0,a\n000a.mp3\n");
 }
 
+TEST_F(M3u, TheRequestIsAJobWithAStepPerTrackAndACancelKeepsTheOldFile)
+{
+    m3uManager manager;
+    const QVariantMap request{
+        {"path", "/p/Mix.cd3"},
+        {"dictionary", makeGroup("OVRoot", {"/m/a.mp3", makeGroup("Disc 2", {"/m/b.mp3"}), "/m/c.mp3", "/m/d.mp3"})}};
+    QList<double> steps;
+    std::shared_ptr<Job> seen;
+    bool cancelHalfWay = false;
+    QObject context;
+    QObject::connect(
+        &JobList::shared(), &JobList::jobChanged, &context,
+        [&](quint64 id) {
+            const auto job = JobList::shared().job(id);
+            // The cancel itself is a change too; it is no step.
+            if (!job || job->title() != "Writing Mix.m3u" || job->status().isEmpty() || job->isCancelled())
+                return;
+            seen = job;
+            EXPECT_EQ(job->status(), " Create .M3U for Mix.cd3");
+            steps << job->percent();
+            if (cancelHalfWay && job->percent() >= 50)
+                job->cancel();
+        },
+        Qt::DirectConnection);
+
+    EXPECT_EQ(manager.vlM3UPlaylistNotification(request), m3uFolder() + "/Mix.m3u");
+    EXPECT_EQ(steps, (QList<double>{0, 25, 50, 75, 100}));
+    ASSERT_TRUE(seen);
+    EXPECT_EQ(seen->result().files, QStringList{m3uFolder() + "/Mix.m3u"});
+
+    // Cancelled half-way: nothing is written and the last file stays.
+    const QByteArray last = readFile(m3uFolder() + "/Mix.m3u");
+    steps.clear();
+    cancelHalfWay = true;
+    EXPECT_EQ(manager.vlM3UPlaylistNotification(request), "");
+    EXPECT_EQ(steps, (QList<double>{0, 25, 50}));
+    EXPECT_EQ(seen->result().outcome, JobResult::Outcome::Cancelled);
+    EXPECT_FALSE(JobList::shared().job(seen->id()));
+    EXPECT_EQ(readFile(m3uFolder() + "/Mix.m3u"), last);
+}
+
 } // namespace

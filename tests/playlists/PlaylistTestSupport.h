@@ -1,5 +1,6 @@
 #pragma once
 #include "core/Defaults.h"
+#include "core/Job.h"
 #include "core/NotificationCenter.h"
 #include "playlists/PlaylistFiles.h"
 
@@ -43,4 +44,22 @@ inline void resetPlaylistState()
                             "prefsM3UExportFolderStored", "mShuffleM3UStored"})
         Defaults::standard().removeObject(QString::fromLatin1(key));
     Defaults::standard().synchronize();
+}
+
+// The failed jobs of that title waiting in the job list (how the window learns why).
+inline QList<std::shared_ptr<Job>> failedJobs(const QString& title)
+{
+    QList<std::shared_ptr<Job>> failed;
+    for (const auto& job : JobList::shared().jobs())
+        if (job->title() == title && job->state() == Job::State::Finished &&
+            job->result().outcome == JobResult::Outcome::Failed)
+            failed << job;
+    return failed;
+}
+
+inline void dismissFailedJobs()
+{
+    for (const auto& job : JobList::shared().jobs())
+        if (job->state() == Job::State::Finished)
+            JobList::shared().dismiss(job->id());
 }
