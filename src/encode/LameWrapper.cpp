@@ -1,19 +1,22 @@
 #include "encode/LameWrapper.h"
 
 #include "core/Defaults.h"
+#include "core/Job.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "platform/AppPaths.h"
 #include "platform/ChildProcess.h"
+#include "platform/FileNames.h"
 #include "platform/ResourceLocator.h"
+#include "platform/SafeFile.h"
 
 #include <QDir>
 #include <QEventLoop>
 #include <QFileInfo>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
-#include <QSaveFile>
-#include <QtConcurrent/QtConcurrentRun>
+
+#include <sys/stat.h>
 
 const QString LameWrapper::kNotFoundVersion = QStringLiteral("LAME not found at specified location");
 const QString LameWrapper::kNotFoundExplanation = QStringLiteral(
@@ -38,6 +41,12 @@ namespace {
 const QString kLamePathKey = QStringLiteral("LamePath");
 const QString kDontShowKey = QStringLiteral("mDontShowLameDownload");
 const QString kDownloadUrlKey = QStringLiteral("LameDownloadURL");
+const QString kDownloadingText = QStringLiteral("Downloading LAME\u2026");
+const QString kUnpackingText = QStringLiteral("Unpacking LAME\u2026");
+// A server that stops sending for this long has failed.
+constexpr int kTransferTimeoutMs = 60000;
+// unzip of one small archive.
+constexpr int kUnzipTimeLimitMs = 120000;
 } // namespace
 
 LameWrapper::LameWrapper(QObject* parent)
@@ -45,13 +54,23 @@ LameWrapper::LameWrapper(QObject* parent)
 {
     NotificationCenter::defaultCenter().addObserver(this, VLDidLaunchNotification,
                                                     [this](const Notification&) { didLaunch(); });
-    connect(&watcher_, &QFutureWatcher<void>::finished, this, &LameWrapper::finishDownload);
+    // The search runs again however the download ended, also when it was cancelled before it began.
+    connect(
+        &JobList::shared(), &JobList::jobFinished, this,
+        [this](quint64 id) {
+            if (download_ && download_->id() == id)
+                finishDownload();
+        },
+        Qt::QueuedConnection);
 }
 
 LameWrapper::~LameWrapper()
 {
     NotificationCenter::defaultCenter().removeObserver(this);
-    watcher_.waitForFinished();
+    if (download_) {
+        download_->cancel();
+        download_->wait();
+    }
 }
 
 QString LameWrapper::userLamePath() const
@@ -156,24 +175,36 @@ void LameWrapper::setDontShowDownload(int value)
     Defaults::standard().synchronize();
 }
 
+bool LameWrapper::isDownloading() const
+{
+    return download_ && download_->state() != Job::State::Finished;
+}
+
 void LameWrapper::downloadLame()
 {
-    if (watcher_.isRunning())
+    if (isDownloading())
         return;
-    progressText_ = QStringLiteral("Downloading LAME…");
+    progressText_ = kDownloadingText;
     emit stateChanged();
     const QUrl url = downloadUrl();
     const QString system = systemLamePath_;
     const QString userFolder = AppPaths::dataDir();
-    watcher_.setFuture(QtConcurrent::run([url, system, userFolder] {
-        const QString systemFolder = QFileInfo(system).absolutePath();
-        fetchAndUnpackLame(url, systemFolder + QStringLiteral("/lame.zip"), systemFolder);
-        if (!QFileInfo::exists(system)) {
-            // No write access to the system-wide folder: the per-user copy.
+    download_ = Job::create(QStringLiteral("Downloading LAME"), [url, system, userFolder](Job& job) {
+        QByteArray archive;
+        QString error;
+        if (!LameDownload::fetch(url, job, &archive, &error))
+            return job.isCancelled() ? JobResult::cancelled() : JobResult::failed(error);
+        if (LameDownload::install(archive, QFileInfo(system).absolutePath(), job, &error))
+            return JobResult::succeeded({system});
+        // No write access to the system-wide folder: the per-user copy.
+        if (!job.isCancelled() && !QFileInfo::exists(system)) {
             QDir().mkpath(userFolder);
-            fetchAndUnpackLame(url, userFolder + QStringLiteral("/lame.zip"), userFolder);
+            if (LameDownload::install(archive, userFolder, job, &error))
+                return JobResult::succeeded({userFolder + QStringLiteral("/lame")});
         }
-    }));
+        return job.isCancelled() ? JobResult::cancelled() : JobResult::failed(error);
+    });
+    download_->start();
 }
 
 void LameWrapper::finishDownload()
@@ -187,25 +218,86 @@ void LameWrapper::finishDownload()
     emit downloadFinished();
 }
 
-bool fetchAndUnpackLame(const QUrl& url, const QString& zipPath, const QString& folder)
+namespace LameDownload {
+
+bool fetch(const QUrl& url, Job& job, QByteArray* archive, QString* error)
 {
-    QNetworkAccessManager network;
+    job.setProgress(-1, kDownloadingText);
+    QNetworkAccessManager network;  // owns the reply
     network.setRedirectPolicy(QNetworkRequest::NoLessSafeRedirectPolicy);
-    QNetworkReply* reply = network.get(QNetworkRequest(url));
+    QNetworkRequest request(url);
+    request.setTransferTimeout(kTransferTimeoutMs);
+    QNetworkReply* reply = network.get(request);
+    QObject::connect(reply, &QNetworkReply::downloadProgress, reply, [&job](qint64 received, qint64 total) {
+        job.setProgress(total > 0 ? 100.0 * double(received) / double(total) : -1, kDownloadingText);
+    });
     QEventLoop loop;
     QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-    loop.exec();
-    const bool fetched = reply->error() == QNetworkReply::NoError;
-    const QByteArray archive = reply->readAll();
-    reply->deleteLater();
-    if (!fetched || archive.isEmpty())
+    {
+        // The reply belongs to this thread: the abort is queued to it.
+        const auto hook =
+            job.onCancel([reply] { QMetaObject::invokeMethod(reply, &QNetworkReply::abort, Qt::QueuedConnection); });
+        if (!reply->isFinished())
+            loop.exec();
+    }
+    if (job.isCancelled())
         return false;
-    QSaveFile file(zipPath);
-    if (!file.open(QIODevice::WriteOnly) || file.write(archive) != archive.size() || !file.commit())
+    if (reply->error() != QNetworkReply::NoError) {
+        *error = QStringLiteral("The LAME archive could not be downloaded from %1: %2")
+                     .arg(url.toDisplayString(), reply->errorString());
+        return false;
+    }
+    *archive = reply->readAll();
+    if (archive->isEmpty()) {
+        *error = QStringLiteral("The LAME archive at %1 is empty.").arg(url.toDisplayString());
+        return false;
+    }
+    return true;
+}
+
+bool install(const QByteArray& archive, const QString& folder, Job& job, QString* error)
+{
+    job.setProgress(-1, kUnpackingText);
+    const QString target = folder + QStringLiteral("/lame");
+    SafeFile::WorkFolder work(target);
+    if (!work.isValid()) {
+        *error = work.errorString();
+        return false;
+    }
+    const QString zip = work.folder() + QStringLiteral("/lame.zip");
+    const QString unpacked = work.folder() + QStringLiteral("/unpacked");
+    if (!SafeFile::writeFile(zip, archive, error) || !QDir().mkdir(unpacked))
         return false;
     const QString unzip = ResourceLocator::pathForTool(QStringLiteral("unzip"));
-    const int code = unzip.isEmpty() ? -1 : ChildProcess::execute(unzip, {QStringLiteral("-o"), zipPath,
-                                                                          QStringLiteral("-d"), folder});
-    QFile::remove(zipPath);
-    return code == 0;
+    if (unzip.isEmpty()) {
+        *error = QStringLiteral("unzip is not installed, so the LAME archive cannot be unpacked.");
+        return false;
+    }
+    ChildProcess child(unzip, {QStringLiteral("-o"), zip, QStringLiteral("-d"), unpacked});
+    child.setTimeLimit(kUnzipTimeLimitMs);
+    int code = -1;
+    {
+        const auto hook = job.onCancel([&child] { child.terminate(); });
+        if (child.start())
+            code = child.waitForExit();
+    }
+    if (job.isCancelled())
+        return false;
+    const QString made = unpacked + QStringLiteral("/lame");
+    struct stat info {};
+    // A link in the archive names some other file: only a plain file is taken.
+    if (code != 0 || ::lstat(QFile::encodeName(made).constData(), &info) != 0 || !S_ISREG(info.st_mode)) {
+        *error = code != 0 ? QStringLiteral("The LAME archive could not be unpacked (unzip ended with %1).").arg(code)
+                           : QStringLiteral("The LAME archive holds no lame program.");
+        return false;
+    }
+    if (!work.place(made)) {
+        *error = work.errorString();
+        return false;
+    }
+    // The tool runs as the archive made it: executable where it was, within the umask.
+    ::chmod(QFile::encodeName(target).constData(), info.st_mode & 0777 & ~FileNames::currentUmask());
+    return true;
 }
+
+}  // namespace LameDownload

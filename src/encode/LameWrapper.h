@@ -1,8 +1,11 @@
 #pragma once
-#include <QFutureWatcher>
 #include <QObject>
 #include <QString>
 #include <QUrl>
+
+#include <memory>
+
+class Job;
 
 // Finds the lame encoder, checks that it answers like LAME, and tells the rest
 // of the system (VLLameFoundNotification, VLLameFoundNewNotification) whether
@@ -45,8 +48,11 @@ public:
 
     // User actions.
     void chooseLame(const QString& chosenPath);  // the chooser's first path, after OK
-    void downloadLame();                         // runs off the main thread
-    bool isDownloading() const { return watcher_.isRunning(); }
+    // Runs as a job of its own ("Downloading LAME": progress, cancel), then the
+    // search runs again on the main thread and downloadFinished follows.
+    void downloadLame();
+    bool isDownloading() const;
+    std::shared_ptr<Job> downloadJob() const { return download_; }
     void setDontShowDownload(int value);
 
     // What the LAME page shows.
@@ -75,9 +81,14 @@ private:
     QString statusToolTip_;
     QString progressText_;
     bool lameFound_ = false;
-    QFutureWatcher<void> watcher_;
+    std::shared_ptr<Job> download_;
 };
 
-// Fetches url into a file and unpacks it with unzip into folder, deleting the
-// archive afterwards. True when unzip ran successfully.
-bool fetchAndUnpackLame(const QUrl& url, const QString& zipPath, const QString& folder);
+// The steps of the download, each stopping when the job is cancelled.
+namespace LameDownload {
+// The archive at url, with the job's progress following the bytes; false (and why) when it fails.
+bool fetch(const QUrl& url, Job& job, QByteArray* archive, QString* error);
+// Unpacks the archive with unzip in a private folder beside folder/lame and puts
+// the lame it holds in place in one step, executable as the archive has it.
+bool install(const QByteArray& archive, const QString& folder, Job& job, QString* error);
+}  // namespace LameDownload

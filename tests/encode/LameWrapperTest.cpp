@@ -2,15 +2,19 @@
 
 #include "common/TestSupport.h"
 #include "core/Defaults.h"
+#include "core/Job.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "encode/ExportJobs.h"
 #include "platform/AppPaths.h"
+#include "platform/SafeFile.h"
 
 #include <QDir>
 #include <QFile>
 #include <QSignalSpy>
+#include <QTcpServer>
 #include <QTemporaryDir>
+#include <QTest>
 #include <QUrl>
 
 #include <gtest/gtest.h>
@@ -29,7 +33,24 @@ protected:
                                                         [this](const Notification& n) { news_.append(n.object.toMap()); });
         lame_.setSystemLamePath(dir_.filePath("system/lame"));
     }
-    void TearDown() override { NotificationCenter::defaultCenter().removeObserver(this); }
+    void TearDown() override
+    {
+        NotificationCenter::defaultCenter().removeObserver(this);
+        SafeFile::setFaultInjector({});
+        for (const auto& job : JobList::shared().jobs())
+            if (job->state() == Job::State::Finished)
+                JobList::shared().dismiss(job->id());
+    }
+
+    // A zip archive of the named files (made in staging/), served from a file address.
+    QUrl archive(const QString& name, const QStringList& members)
+    {
+        QStringList arguments{"-j", dir_.filePath(name)};
+        for (const QString& member : members)
+            arguments << dir_.filePath("staging/" + member);
+        EXPECT_EQ(testsupport::run("zip", arguments), 0);
+        return QUrl::fromLocalFile(dir_.filePath(name));
+    }
 
     // A stand-in tool that prints the given text for "--help".
     QString tool(const QString& name, const QByteArray& help)
@@ -165,6 +186,75 @@ TEST_F(LameWrapperTest, DownloadGoesToTheSystemFolderWhenItCanBeWritten)
     EXPECT_EQ(lame_.versionText(), "LAME system-wide");
     ASSERT_FALSE(news_.isEmpty());
     EXPECT_EQ(news_.last().value("lamepath").toString(), dir_.filePath("system/lame"));
+}
+
+TEST_F(LameWrapperTest, ADownloadIsAJobThatCancelsWhileTheServerKeepsItWaiting)
+{
+    // A server that takes the request and never answers.
+    QTcpServer silent;
+    ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
+    lame_.setDownloadUrl(QUrl(QStringLiteral("http://127.0.0.1:%1/lame/lame.zip").arg(silent.serverPort())));
+    QSignalSpy done(&lame_, &LameWrapper::downloadFinished);
+    lame_.downloadLame();
+    ASSERT_TRUE(lame_.isDownloading());
+    const std::shared_ptr<Job> job = lame_.downloadJob();
+    ASSERT_TRUE(job);
+    EXPECT_EQ(job->title(), "Downloading LAME");
+    EXPECT_TRUE(JobList::shared().job(job->id()));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return job->status() == QString::fromUtf8("Downloading LAME\u2026"); }, 10000))
+        << qPrintable(job->status());
+    EXPECT_LT(job->percent(), 0);  // nothing is known of the size yet
+    job->cancel();
+    ASSERT_TRUE(done.wait(10000));
+    EXPECT_EQ(job->result().outcome, JobResult::Outcome::Cancelled);
+    EXPECT_FALSE(lame_.isDownloading());
+    EXPECT_FALSE(QFileInfo::exists(lame_.userLamePath()));
+    EXPECT_TRUE(QDir(AppPaths::dataDir()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot).isEmpty());
+    EXPECT_EQ(lame_.progressText(), "");
+}
+
+TEST_F(LameWrapperTest, AFailedInstallKeepsTheToolThereWasAndSaysWhy)
+{
+    QDir().mkpath(AppPaths::dataDir());
+    const QString old = tool("old/lame", "LAME old");
+    ASSERT_TRUE(QFile::copy(old, lame_.userLamePath()));
+    const QByteArray oldBytes = testsupport::readFile(lame_.userLamePath());
+    testsupport::writeFile(dir_.filePath("staging/README"), "no tool here");
+    tool("staging/lame", "LAME new");
+    struct Case {
+        const char* what;
+        QUrl url;
+        SafeFile::Step failingStep;
+        bool inject;
+        QString reason;
+    };
+    const std::vector<Case> cases{
+        {"an archive without a lame", archive("readme.zip", {"README"}), SafeFile::Step::Create, false,
+         "holds no lame program"},
+        {"a failed rename", archive("lame.zip", {"lame"}), SafeFile::Step::Rename, true, "Cannot replace"},
+        {"a failed flush", archive("lame.zip", {"lame"}), SafeFile::Step::Sync, true, "Cannot write"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        const QString target = lame_.userLamePath();
+        if (c.inject)
+            SafeFile::setFaultInjector(
+                [&](SafeFile::Step step, const QString& path) { return step == c.failingStep && path == target; });
+        lame_.setDownloadUrl(c.url);
+        QSignalSpy done(&lame_, &LameWrapper::downloadFinished);
+        lame_.downloadLame();
+        ASSERT_TRUE(done.wait(30000));
+        SafeFile::setFaultInjector({});
+        const std::shared_ptr<Job> job = lame_.downloadJob();
+        EXPECT_EQ(job->result().outcome, JobResult::Outcome::Failed);
+        EXPECT_TRUE(job->result().error.contains(c.reason)) << qPrintable(job->result().error);
+        EXPECT_TRUE(JobList::shared().job(job->id()));  // the window shows why until dismissed
+        EXPECT_EQ(testsupport::readFile(target), oldBytes);
+        EXPECT_TRUE(QFileInfo(target).isExecutable());
+        EXPECT_EQ(QDir(AppPaths::dataDir()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+                  QStringList{"lame"});
+        EXPECT_EQ(lame_.versionText(), "LAME old");
+    }
 }
 
 } // namespace
