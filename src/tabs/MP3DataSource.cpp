@@ -1,15 +1,18 @@
 #include "tabs/MP3DataSource.h"
 
 #include "core/Defaults.h"
+#include "core/Job.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "core/PropertyList.h"
 #include "platform/Desktop.h"
+#include "playlists/PlaylistFiles.h"
 
 #include <QDirIterator>
 #include <QFileInfo>
 
 #include <chrono>
+#include <thread>
 
 const QString MP3DataSource::searchSheetTitle = QStringLiteral("Searching for music files");
 const QString MP3DataSource::searchSheetMessage = QStringLiteral(
@@ -32,6 +35,14 @@ MP3DataSource::MP3DataSource(QObject* parent) : QObject(parent), selection_(&mod
         return acceptDrop(drop, target, childIndex);
     });
     connect(&model_, &CompilationModel::nodeEdited, this, [this] { saveCurrentMP3CD(); });
+    // A search ends here however it ended, also when it was cancelled before it began.
+    connect(
+        &JobList::shared(), &JobList::jobFinished, this,
+        [this](quint64 id) {
+            if (searches_.count(id))
+                finishSearch(id);
+        },
+        Qt::QueuedConnection);
     NotificationCenter::defaultCenter().addObserver(
         this, VLDidSelectPlaylistNotification, [this](const Notification& notification) {
             const QString path = notification.object.toString();
@@ -44,10 +55,10 @@ MP3DataSource::MP3DataSource(QObject* parent) : QObject(parent), selection_(&mod
 MP3DataSource::~MP3DataSource()
 {
     NotificationCenter::defaultCenter().removeObserver(this);
-    for (auto& [id, worker] : workers_) {
-        *worker.cancel = true;
-        worker.thread.join();
-    }
+    for (auto& [id, search] : searches_)
+        search->cancel();
+    for (auto& [id, search] : searches_)
+        search->wait();
 }
 
 // ---- toolbar actions
@@ -201,8 +212,7 @@ bool MP3DataSource::isScannedMusicFile(const QString& name)
     return dot > 0 && music.contains(name.mid(dot + 1).toUpper());
 }
 
-int MP3DataSource::addMP3(const QString& folder, SimpleTreeNode& node, const std::atomic<bool>& cancel,
-                          bool* cancelled)
+int MP3DataSource::addMP3(const QString& folder, SimpleTreeNode& node, const Job& job, bool* cancelled)
 {
     // Give other work on the disk a moment between folders.
     std::this_thread::sleep_for(std::chrono::microseconds(200));
@@ -210,7 +220,7 @@ int MP3DataSource::addMP3(const QString& folder, SimpleTreeNode& node, const std
         if (folder.startsWith(QLatin1String(remote)))
             return 0;
     }
-    if (cancel) {
+    if (job.isCancelled()) {
         if (cancelled)
             *cancelled = true;
         return 0;
@@ -226,7 +236,7 @@ int MP3DataSource::addMP3(const QString& folder, SimpleTreeNode& node, const std
             const SimpleTreeNode::Ptr group = SimpleTreeNode::group(info.filePath());
             node.insertChild(group, index);
             bool stopped = false;
-            const int found = addMP3(info.filePath(), *group, cancel, &stopped);
+            const int found = addMP3(info.filePath(), *group, job, &stopped);
             if (stopped) {
                 // Stop where we stand; what was found so far stays.
                 if (cancelled)
@@ -248,30 +258,33 @@ int MP3DataSource::addMP3(const QString& folder, SimpleTreeNode& node, const std
 
 void MP3DataSource::startSearch(const QList<TreeNode::Ptr>& groups)
 {
-    QList<ScanJob> jobs;
+    QList<ScanJob> scans;
     for (const TreeNode::Ptr& group : groups)
-        jobs.append({asSimple(group.get())->data().name(), group});
+        scans.append({asSimple(group.get())->data().name(), group});
     setSheetShown(true);
-    const int id = nextWorker_++;
-    auto cancel = std::make_shared<std::atomic<bool>>(false);
-    Worker& worker = workers_[id];
-    worker.cancel = cancel;
-    worker.thread = std::thread(&MP3DataSource::handleThread, this, id, jobs, cancel);
+    auto job = Job::create(searchSheetTitle, [this, scans](Job& job) { return handleThread(this, scans, job); });
+    searches_[job->id()] = job;
+    job->start();
 }
 
-void MP3DataSource::handleThread(MP3DataSource* self, int worker, const QList<ScanJob>& jobs,
-                                 const std::shared_ptr<std::atomic<bool>>& cancel)
+JobResult MP3DataSource::handleThread(MP3DataSource* self, const QList<ScanJob>& scans, Job& job)
 {
-    for (const ScanJob& job : jobs) {
-        const SimpleTreeNode::Ptr scratch = SimpleTreeNode::group(job.path);
+    int found = 0;
+    for (qsizetype i = 0; i < scans.size(); ++i) {
+        const ScanJob& scan = scans.at(i);
+        // How deep a folder goes is not known before it has been searched.
+        job.setProgress(-1, scan.path);
+        const SimpleTreeNode::Ptr scratch = SimpleTreeNode::group(scan.path);
         bool cancelled = false;
-        addMP3(job.path, *scratch, *cancel, &cancelled);
+        found += addMP3(scan.path, *scratch, job, &cancelled);
         QMetaObject::invokeMethod(
-            self, [self, target = job.group, scratch] { self->adoptScan(target, scratch); }, Qt::QueuedConnection);
+            self, [self, target = scan.group, scratch] { self->adoptScan(target, scratch); }, Qt::QueuedConnection);
         if (cancelled)
             break;
     }
-    QMetaObject::invokeMethod(self, [self, worker] { self->finishWorker(worker); }, Qt::QueuedConnection);
+    job.setStatus(QStringLiteral("%1 music files found").arg(found));
+    // What was found before a cancel stays in the tree.
+    return job.isCancelled() ? JobResult::cancelled() : JobResult::succeeded();
 }
 
 void MP3DataSource::adoptScan(const std::weak_ptr<TreeNode>& target, const SimpleTreeNode::Ptr& scratch)
@@ -283,14 +296,14 @@ void MP3DataSource::adoptScan(const std::weak_ptr<TreeNode>& target, const Simpl
     model_.insertNodes(asSimple(group.get()), 0, scratch->children());
 }
 
-void MP3DataSource::finishWorker(int worker)
+void MP3DataSource::finishSearch(quint64 jobId)
 {
-    auto it = workers_.find(worker);
-    if (it != workers_.end()) {
-        it->second.thread.join();
-        workers_.erase(it);
+    auto it = searches_.find(jobId);
+    if (it != searches_.end()) {
+        it->second->wait();
+        searches_.erase(it);
     }
-    if (workers_.empty())
+    if (searches_.empty())
         setSheetShown(false);
     updateSizeInUI();
     saveCurrentMP3CD();
@@ -299,8 +312,8 @@ void MP3DataSource::finishWorker(int worker)
 
 void MP3DataSource::cancelSearch()
 {
-    for (auto& [id, worker] : workers_)
-        *worker.cancel = true;
+    for (auto& [id, search] : searches_)
+        search->cancel();
     setSheetShown(false);
 }
 
@@ -365,11 +378,9 @@ bool MP3DataSource::saveCurrentMP3CD()
 {
     if (currentPlaylist_.isEmpty())
         return false;
-    QString error;
-    if (!PropertyList::write(currentPlaylist_, root()->toDictionary(), &error)) {
-        qWarning("Velmora: could not save the playlist %s: %s", qPrintable(currentPlaylist_), qPrintable(error));
+    // A failure leaves the file as it was and is reported.
+    if (!PlaylistFiles::writeGroup(currentPlaylist_, root()->toDictionary()))
         return false;
-    }
     NotificationCenter::defaultCenter().post(VLDidChangePlaylistNotification, currentPlaylist_);
     return true;
 }

@@ -5,9 +5,11 @@
 #include <QItemSelectionModel>
 #include <QObject>
 
-#include <atomic>
 #include <map>
-#include <thread>
+#include <memory>
+
+class Job;
+struct JobResult;
 
 // The compilation tree behind the current playlist: the user drags files and
 // folders in, folders are searched for music files on a worker thread, the
@@ -15,8 +17,9 @@
 // change. A view shows model() with selectionModel(), shows the search sheet
 // while searchSheetShown() and the size figures with their colours.
 //
-// Lives on the main thread; only the folder search runs elsewhere, on a scratch
-// tree that is handed back to the main thread.
+// Lives on the main thread; only the folder search runs elsewhere, as a job
+// ("Searching for music files") per drop that fills a scratch tree and hands
+// it back to the main thread.
 class MP3DataSource : public QObject {
     Q_OBJECT
 public:
@@ -45,16 +48,16 @@ public:
     bool acceptDrop(const CompilationModel::Drop& drop, SimpleTreeNode* target, int childIndex);
 
     // Scans folder into node: subfolders with music become groups (by full path),
-    // music files leaves; stops at once when cancel is set (*cancelled tells).
-    // Returns the number of files added. Safe on any thread for a node no view shows.
-    static int addMP3(const QString& folder, SimpleTreeNode& node, const std::atomic<bool>& cancel,
-                      bool* cancelled = nullptr);
+    // music files leaves; stops at once when the job is cancelled (*cancelled
+    // tells). Returns the number of files added. Safe on any thread for a node
+    // no view shows.
+    static int addMP3(const QString& folder, SimpleTreeNode& node, const Job& job, bool* cancelled = nullptr);
     static bool isScannedMusicFile(const QString& name);
 
-    // The search sheet's Cancel button.
+    // The search sheet's Cancel button: cancels every search job.
     void cancelSearch();
     bool searchSheetShown() const { return sheetShown_; }
-    bool isSearching() const { return !workers_.empty(); }
+    bool isSearching() const { return !searches_.empty(); }
 
     // Sizing.
     void updateSizeInUI();
@@ -92,14 +95,9 @@ private:
         std::weak_ptr<TreeNode> group;
     };
     void startSearch(const QList<TreeNode::Ptr>& groups);
-    struct Worker {
-        std::thread thread;
-        std::shared_ptr<std::atomic<bool>> cancel;
-    };
-    static void handleThread(MP3DataSource* self, int worker, const QList<ScanJob>& jobs,
-                             const std::shared_ptr<std::atomic<bool>>& cancel);
+    static JobResult handleThread(MP3DataSource* self, const QList<ScanJob>& scans, Job& job);
     void adoptScan(const std::weak_ptr<TreeNode>& target, const SimpleTreeNode::Ptr& scratch);
-    void finishWorker(int worker);
+    void finishSearch(quint64 jobId);
     void setSheetShown(bool shown);
     void selectNodes(const QList<TreeNode::Ptr>& nodes);
     QList<TreeNode::Ptr> selectedNodes() const;
@@ -112,7 +110,6 @@ private:
     qint64 totalBytes_ = 0;
     int missingFiles_ = 0;
     bool sheetShown_ = false;
-    // One worker and cancel flag per drop; Cancel stops them all.
-    std::map<int, Worker> workers_;
-    int nextWorker_ = 0;
+    // One search job per drop, by job id; Cancel stops them all.
+    std::map<quint64, std::shared_ptr<Job>> searches_;
 };

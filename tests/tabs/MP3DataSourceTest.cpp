@@ -1,5 +1,6 @@
-#include "common/TestSupport.h"
 #include "tabs/MP3DataSource.h"
+#include "common/TestSupport.h"
+#include "core/Job.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "core/PropertyList.h"
@@ -79,9 +80,9 @@ TEST_F(MP3DataSourceTest, ScanKeepsOnlyFoldersWithMusic)
     ASSERT_TRUE(QFile::link(base + "/Music", base + "/Music/Album/loop"));  // not followed
 
     auto group = SimpleTreeNode::group(base + "/Music");
-    std::atomic<bool> cancel{false};
+    const auto job = Job::create("scan", [](Job&) { return JobResult::succeeded(); });
     bool cancelled = false;
-    EXPECT_EQ(MP3DataSource::addMP3(base + "/Music", *group, cancel, &cancelled), 3);
+    EXPECT_EQ(MP3DataSource::addMP3(base + "/Music", *group, *job, &cancelled), 3);
     EXPECT_FALSE(cancelled);
     QStringList top = names(*group);
     top.sort();
@@ -95,16 +96,16 @@ TEST_F(MP3DataSourceTest, ScanKeepsOnlyFoldersWithMusic)
 
 TEST_F(MP3DataSourceTest, ScanRefusesNetworkPathsAndStopsWhenCancelled)
 {
-    std::atomic<bool> cancel{false};
+    const auto job = Job::create("scan", [](Job&) { return JobResult::succeeded(); });
     auto group = SimpleTreeNode::group("/Network/Servers/x");
-    EXPECT_EQ(MP3DataSource::addMP3("/Network/Servers/x", *group, cancel), 0);
-    EXPECT_EQ(MP3DataSource::addMP3("/private/var", *group, cancel), 0);
+    EXPECT_EQ(MP3DataSource::addMP3("/Network/Servers/x", *group, *job), 0);
+    EXPECT_EQ(MP3DataSource::addMP3("/private/var", *group, *job), 0);
     EXPECT_EQ(group->numberOfChildren(), 0);
 
     writeFile(base + "/Music/a.mp3", "x");
-    cancel = true;
+    job->cancel();
     bool cancelled = false;
-    EXPECT_EQ(MP3DataSource::addMP3(base + "/Music", *group, cancel, &cancelled), 0);
+    EXPECT_EQ(MP3DataSource::addMP3(base + "/Music", *group, *job, &cancelled), 0);
     EXPECT_TRUE(cancelled);
     EXPECT_EQ(group->numberOfChildren(), 0);
 }
@@ -273,20 +274,79 @@ TEST_F(MP3DataSourceTest, DroppedFolderIsSearchedOnAWorkerAndSaved)
     EXPECT_EQ(entries[1].toString(), "/gone.mp3");
 }
 
-TEST_F(MP3DataSourceTest, CancelEndsTheSearchAndSheet)
+TEST_F(MP3DataSourceTest, TheSearchIsAListedJobThatTheSheetOrTheJobListCancels)
 {
-    for (int i = 0; i < 50; ++i)
-        writeFile(base + QStringLiteral("/Deep/F%1/t.mp3").arg(i), "x");
+    // Deep enough that the search (a pause per folder) still goes when the cancel comes.
+    QDir().mkpath(base + "/Deep");
+    for (int i = 0; i < 200; ++i) {
+        const QString folder = base + QStringLiteral("/Deep/F%1").arg(i);
+        QDir().mkdir(folder);
+        QFile(folder + "/t.mp3").open(QIODevice::WriteOnly);
+    }
+    struct Case {
+        const char* how;
+        std::function<void(MP3DataSource&, Job&)> cancel;
+    };
+    const std::vector<Case> cases{
+        {"the sheet's Cancel button", [](MP3DataSource& source, Job&) { source.cancelSearch(); }},
+        {"the job list's Cancel button", [](MP3DataSource&, Job& job) { job.cancel(); }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.how);
+        MP3DataSource source;
+        QSignalSpy finished(&source, &MP3DataSource::searchFinished);
+        std::unique_ptr<QMimeData> drop(urls({base + "/Deep"}));
+        source.model()->dropMimeData(drop.get(), Qt::CopyAction, -1, -1, {});
+        ASSERT_TRUE(source.isSearching());
+        std::shared_ptr<Job> search;
+        for (const auto& job : JobList::shared().jobs())
+            if (job->title() == "Searching for music files" && job->state() != Job::State::Finished)
+                search = job;
+        ASSERT_TRUE(search);
+        c.cancel(source, *search);
+        ASSERT_TRUE(finished.wait(10000));
+        EXPECT_EQ(search->result().outcome, JobResult::Outcome::Cancelled);
+        EXPECT_FALSE(JobList::shared().job(search->id()));  // a cancelled job leaves the list
+        EXPECT_FALSE(source.isSearching());
+        EXPECT_FALSE(source.searchSheetShown());
+        // What was found before the cancel stays (with the folder it stopped in), and says so.
+        const int kept = childNamed(*source.root(), base + "/Deep")->numberOfChildren();
+        EXPECT_LT(kept, 200);
+        // A search cancelled before it began has nothing to say.
+        const QString status = search->status();
+        if (status.isEmpty()) {
+            EXPECT_EQ(kept, 0);
+            continue;
+        }
+        ASSERT_TRUE(status.endsWith(" music files found")) << qPrintable(status);
+        const int found = status.section(' ', 0, 0).toInt();
+        EXPECT_TRUE(found == kept || found == kept - 1) << found << " " << kept;
+    }
+}
+
+TEST_F(MP3DataSourceTest, TheSearchJobSaysWhichFolderItSearches)
+{
+    writeFile(base + "/One/a.mp3", "x");
+    writeFile(base + "/Two/b.mp3", "x");
     MP3DataSource source;
+    QStringList statuses;
+    QObject context;
+    QObject::connect(
+        &JobList::shared(), &JobList::jobChanged, &context,
+        [&](quint64 id) {
+            const auto job = JobList::shared().job(id);
+            if (job && job->title() == "Searching for music files" && !job->status().isEmpty()) {
+                EXPECT_LT(job->percent(), 0);  // how deep a folder goes is not known beforehand
+                statuses << job->status();
+            }
+        },
+        Qt::DirectConnection);
     QSignalSpy finished(&source, &MP3DataSource::searchFinished);
-    std::unique_ptr<QMimeData> drop(urls({base + "/Deep"}));
+    std::unique_ptr<QMimeData> drop(urls({base + "/One", base + "/Two"}));
     source.model()->dropMimeData(drop.get(), Qt::CopyAction, -1, -1, {});
-    ASSERT_TRUE(source.isSearching());
-    source.cancelSearch();
-    EXPECT_FALSE(source.searchSheetShown());
     ASSERT_TRUE(finished.wait(10000));
-    EXPECT_FALSE(source.isSearching());
-    EXPECT_FALSE(source.searchSheetShown());
+    statuses.removeDuplicates();
+    EXPECT_EQ(statuses, (QStringList{base + "/One", base + "/Two", "2 music files found"}));
 }
 
 TEST_F(MP3DataSourceTest, ToolbarActionsEditAndSave)
