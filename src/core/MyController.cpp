@@ -2,6 +2,7 @@
 
 #include "core/Defaults.h"
 #include "core/FileSystemItem.h"
+#include "core/Job.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "core/Preferences.h"
@@ -14,6 +15,7 @@
 
 #include <gst/gst.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 
@@ -113,16 +115,22 @@ void MyController::reallyQuit(int selectedTab)
     thankyouQuit();
 }
 
+int MyController::runningTaskCount()
+{
+    return std::max(taskManager::sharedInstance().count(), JobList::shared().runningCount());
+}
+
 void MyController::thankyouQuit()
 {
-    if (taskManager::sharedInstance().count() == 0) {
+    const int count = runningTaskCount();
+    if (count == 0) {
         emit terminateRequested();
         return;
     }
     if (sheetShown_)
         return;
     sheetShown_ = true;
-    emit tasksRunningSheetShown(taskManager::sharedInstance().count());
+    emit tasksRunningSheetShown(count);
     stopWaiting_ = false;
     if (waiter_.joinable())
         waiter_.join();
@@ -133,7 +141,7 @@ void MyController::waitForTasks()
 {
     using namespace std::chrono_literals;
     for (;;) {
-        const int count = taskManager::sharedInstance().count();
+        const int count = runningTaskCount();
         if (count == 0 || stopWaiting_)
             break;
         QMetaObject::invokeMethod(this, [this, count] { displayTasksRemainingOnMainThread(count); },
@@ -155,6 +163,12 @@ void MyController::tasksrunningQuit()
 {
     stopWaiting_ = true;
     endTasksRunningSheet();
+}
+
+void MyController::cancelRunningTasks()
+{
+    // The sheet stays and counts down; the wait ends when the jobs have stopped.
+    JobList::shared().cancelAll();
 }
 
 void MyController::endTasksRunningSheet()

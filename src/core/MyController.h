@@ -31,7 +31,13 @@ public:
     void reallyQuit(int selectedTab);
     void thankyouQuit();
     void tasksrunningQuit();
+    // The tasks-running sheet's other choice: cancel every running job and
+    // quit once they (and the child tasks) have ended.
+    void cancelRunningTasks();
     void applicationWillTerminate();
+    // What a quit waits for: the task slots in use or the running jobs,
+    // whichever are more (a job that holds a slot counts once).
+    static int runningTaskCount();
 
     static QString escapedColonString(const QString& text);
     QVariantMap convertSongsToPlaylist() const;

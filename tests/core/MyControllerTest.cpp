@@ -1,12 +1,13 @@
+#include "core/MyController.h"
 #include "core/Defaults.h"
 #include "core/FileSystemItem.h"
-#include "platform/Desktop.h"
-#include "core/MyController.h"
+#include "core/Job.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "core/Preferences.h"
 #include "core/TaskManager.h"
 #include "platform/AppPaths.h"
+#include "platform/Desktop.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -151,6 +152,48 @@ TEST(MyController, QuitAtOnceDoesNotWaitForTasks)
     EXPECT_TRUE(terminate.wait(2000));
     EXPECT_EQ(taskManager::sharedInstance().count(), 1);  // the shell does not stop running children
     taskManager::sharedInstance().removeTask(&job);
+}
+
+TEST(MyController, QuitCountsRunningJobsAndCanCancelThem)
+{
+    MyController controller;
+    QSignalSpy sheet(&controller, &MyController::tasksRunningSheetShown);
+    QSignalSpy terminate(&controller, &MyController::terminateRequested);
+    // Two jobs that run until they are cancelled; one of them holds a task slot too.
+    std::atomic<int> stopped{0};
+    auto body = [&](Job& job) {
+        int slot = 0;
+        taskManager::sharedInstance().addTask(&slot);
+        std::atomic<bool> released{false};
+        const auto hook = job.onCancel([&] { released = true; });
+        while (!released)
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        taskManager::sharedInstance().removeTask(&slot);
+        ++stopped;
+        return JobResult::cancelled();
+    };
+    auto first = Job::create("Converting", body);
+    auto second = Job::create("Ripping", [&](Job& job) {
+        while (!job.isCancelled())
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        ++stopped;
+        return JobResult::cancelled();
+    });
+    first->start();
+    second->start();
+    while (taskManager::sharedInstance().count() == 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+
+    controller.thankyouQuit();
+    ASSERT_EQ(sheet.count(), 1);
+    EXPECT_EQ(sheet.at(0).at(0).toInt(), 2);  // the job with the slot counts once
+    EXPECT_FALSE(terminate.wait(300));
+    controller.cancelRunningTasks();
+    EXPECT_TRUE(terminate.wait(3000));
+    EXPECT_EQ(stopped, 2);
+    first->wait();
+    second->wait();
+    EXPECT_EQ(taskManager::sharedInstance().count(), 0);
 }
 
 TEST(MyController, LibraryFoldersAreAddedAndRemovedAndEveryTabReloads)
