@@ -2,8 +2,9 @@
 
 #include "core/LibraryModel.h"
 #include "core/MyController.h"
-#include "tabs/AppControllers.h"
 #include "encode/LameWrapper.h"
+#include "tabs/AppControllers.h"
+#include "ui/JobListView.h"
 #include "ui/LamePreferencesPage.h"
 #include "ui/MusicTab.h"
 #include "ui/PreferencesDialog.h"
@@ -32,10 +33,8 @@ QStringList MainWindow::tabTitles()
 }
 
 MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QWidget* parent)
-    : QMainWindow(parent),
-      controller_(controller),
-      controllers_(controllers),
-      tabs_(new QTabWidget), musicTab_(new MusicTab(controllers))
+    : QMainWindow(parent), controller_(controller), controllers_(controllers), tabs_(new QTabWidget),
+      musicTab_(new MusicTab(controllers)), jobList_(nullptr)
 {
     setWindowTitle(QStringLiteral("Velmora"));
     resize(1000, 680);
@@ -48,7 +47,14 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
     tabs_->addTab(makeSourcePane(tr("Editing tags is not available yet.")), titles[TagTab]);
     tabs_->addTab(makeSourcePane(tr("Making clips and ringtones is not available yet.")), titles[ClipTab]);
     tabs_->addTab(new StoresTab, titles[StoresTabIndex]);
-    setCentralWidget(tabs_);
+    auto* central = new QWidget;
+    auto* centralLayout = new QVBoxLayout(central);
+    centralLayout->setContentsMargins(0, 0, 0, 0);
+    centralLayout->setSpacing(0);
+    centralLayout->addWidget(tabs_, 1);
+    jobList_ = new JobListView(central);
+    centralLayout->addWidget(jobList_);
+    setCentralWidget(central);
 
     QMenu* app = menuBar()->addMenu(tr("&Velmora"));
     app->addAction(tr("&Preferences…"), QKeySequence::Preferences, this, &MainWindow::showPreferences);
@@ -72,8 +78,11 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
             tasksSheet_->setInformativeText(tr("Tasks still running: %1").arg(count));
     });
     connect(&controller_, &MyController::tasksRunningSheetEnded, this, [this] {
-        if (tasksSheet_)
-            tasksSheet_->close();
+        // Ended, not closed: a message box without an escape button refuses close().
+        if (tasksSheet_) {
+            tasksSheet_->done(QDialog::Accepted);
+            tasksSheet_->deleteLater();
+        }
         tasksSheet_ = nullptr;
     });
     connect(&controller_, &MyController::terminateRequested, this, [this] {
@@ -174,6 +183,14 @@ void MainWindow::showTasksRunningSheet(int count)
     tasksSheet_->setInformativeText(tr("Tasks still running: %1").arg(count));
     auto* quitNow = tasksSheet_->addButton(tr("Quit Now"), QMessageBox::DestructiveRole);
     connect(quitNow, &QPushButton::clicked, &controller_, &MyController::tasksrunningQuit);
+    auto* cancelJobs = tasksSheet_->addButton(tr("Cancel Jobs"), QMessageBox::ActionRole);
+    cancelJobs->setToolTip(tr("Cancel every running job; Velmora quits when they have stopped."));
+    // This button keeps the sheet open: it counts down while the jobs stop.
+    QObject::disconnect(cancelJobs, &QAbstractButton::clicked, nullptr, nullptr);
+    connect(cancelJobs, &QPushButton::clicked, this, [this, cancelJobs] {
+        cancelJobs->setEnabled(false);
+        controller_.cancelRunningTasks();
+    });
     tasksSheet_->setWindowModality(Qt::WindowModal);
     tasksSheet_->setAttribute(Qt::WA_DeleteOnClose);
     tasksSheet_->open();

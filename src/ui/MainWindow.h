@@ -1,7 +1,9 @@
 #pragma once
 #include <QMainWindow>
+#include <QPointer>
 
 class AppControllers;
+class JobListView;
 class MusicTab;
 class MyController;
 class QLabel;
@@ -19,6 +21,8 @@ public:
     MusicTab* musicTab() const { return musicTab_; }
 
     QTabWidget* tabs() const { return tabs_; }
+    // Below the tabs, on every tab: the running and failed jobs.
+    JobListView* jobList() const { return jobList_; }
     static QStringList tabTitles();
     enum Tab { MusicTabIndex, PlayTab, RipTab, TagTab, ClipTab, StoresTabIndex };
 
@@ -38,7 +42,8 @@ private:
     AppControllers& controllers_;
     QTabWidget* tabs_;
     MusicTab* musicTab_;
+    JobListView* jobList_;
     QList<QTreeView*> outlines_;
-    QMessageBox* tasksSheet_ = nullptr;
+    QPointer<QMessageBox> tasksSheet_;
     bool quitting_ = false;
 };

@@ -1,18 +1,22 @@
-#include "tabs/AppControllers.h"
+#include "ui/MainWindow.h"
 #include "core/Defaults.h"
+#include "core/Job.h"
 #include "core/MyController.h"
 #include "core/Preferences.h"
+#include "tabs/AppControllers.h"
 #include "ui/AwakeApplication.h"
-#include "ui/MainWindow.h"
 #include "ui/MusicTab.h"
 #include "ui/PreferencesDialog.h"
 
 #include <QCheckBox>
 #include <QComboBox>
 #include <QLabel>
+#include <QMessageBox>
 #include <QPushButton>
+#include <QSignalSpy>
 #include <QTabWidget>
 #include <QTest>
+#include <QThread>
 
 #include <gtest/gtest.h>
 
@@ -44,6 +48,37 @@ TEST(MainWindow, QuitRemembersTheSelectedTab)
     window.close();  // no task runs: quits at once and stores the tab
     Defaults::standard().reload();
     EXPECT_EQ(Defaults::standard().integerForKey("mSelectedTabStored"), 5);
+}
+
+TEST(MainWindow, QuittingWithARunningJobCanCancelItAndQuitsOnceItStopped)
+{
+    AwakeApplication app;
+    MainWindow& window = app.window();
+    window.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+    ASSERT_TRUE(JobList::shared().waitForAll(5000));  // the start-up jobs are done
+    auto job = Job::create("Burning", [](Job& self) {
+        while (!self.isCancelled())
+            QThread::msleep(2);
+        return JobResult::cancelled();
+    });
+    job->start();
+    QSignalSpy terminate(&app.controller, &MyController::terminateRequested);
+    window.close();
+    auto* sheet = window.findChild<QMessageBox*>();
+    ASSERT_TRUE(sheet);
+    EXPECT_TRUE(sheet->informativeText().contains("1"));
+    QPushButton* cancelJobs = nullptr;
+    for (QAbstractButton* button : sheet->buttons())
+        if (button->text() == "Cancel Jobs")
+            cancelJobs = qobject_cast<QPushButton*>(button);
+    ASSERT_TRUE(cancelJobs);
+    cancelJobs->click();
+    EXPECT_TRUE(job->isCancelled());
+    EXPECT_TRUE(sheet->isVisible());  // it stays and counts down while the jobs stop
+    EXPECT_TRUE(terminate.wait(5000));
+    EXPECT_FALSE(window.findChild<QMessageBox*>() && window.findChild<QMessageBox*>()->isVisible());
+    job->wait();
 }
 
 TEST(PreferencesDialog, UntickingAWarningDisablesItsComboAndSaveStoresTheControls)
