@@ -15,6 +15,13 @@ std::vector<CliCommand>& registry()
     return commands;
 }
 
+// "NAME USAGE", or the name alone for a command that takes nothing.
+QString usageLine(const CliCommand& command)
+{
+    const QString name = QString::fromUtf8(command.name);
+    return *command.usage ? name + ' ' + QString::fromUtf8(command.usage) : name;
+}
+
 void printHelp(FILE* out)
 {
     std::fprintf(out, "Usage: velmora-cli COMMAND [OPTIONS] [ARGUMENTS]\n"
@@ -23,9 +30,8 @@ void printHelp(FILE* out)
     auto commands = registry();
     std::sort(commands.begin(), commands.end(),
               [](const CliCommand& a, const CliCommand& b) { return qstrcmp(a.name, b.name) < 0; });
-    for (const CliCommand& command : commands) {
-        std::fprintf(out, "  %s %s\n      %s\n", command.name, command.usage, command.summary);
-    }
+    for (const CliCommand& command : commands)
+        std::fprintf(out, "  %s\n      %s\n", qPrintable(usageLine(command)), command.summary);
 }
 } // namespace
 
@@ -78,7 +84,7 @@ int main(int argc, char** argv)
         if (first != QLatin1String(command.name))
             continue;
         if (!arguments.isEmpty() && (arguments.first() == QLatin1String("--help") || arguments.first() == QLatin1String("-h"))) {
-            std::printf("Usage: velmora-cli %s %s\n\n%s\n", command.name, command.usage, command.summary);
+            std::printf("Usage: velmora-cli %s\n\n%s\n", qPrintable(usageLine(command)), command.summary);
             return 0;
         }
         return command.run(arguments);
