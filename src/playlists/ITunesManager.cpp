@@ -92,18 +92,21 @@ std::vector<std::shared_ptr<Job>> iTunesManager::unfinishedJobs()
 
 std::shared_ptr<Job> iTunesManager::enqueue(const QString& title, Job::Body body)
 {
-    std::lock_guard lock(jobsMutex_);
-    std::erase_if(jobs_, [](const std::shared_ptr<Job>& job) { return job->state() == Job::State::Finished; });
-    // The parse first, then the rest in the order asked: each waits for every earlier one.
-    auto job = Job::create(title, [before = jobs_, body = std::move(body)](Job& job) {
-        for (const auto& earlier : before) {
-            if (earlier->state() != Job::State::Finished)
-                job.setStatus(QStringLiteral("Waiting for the iTunes library"));
-            earlier->wait();
-        }
-        return job.isCancelled() ? JobResult::cancelled() : body(job);
-    });
-    jobs_.push_back(job);
+    std::shared_ptr<Job> job;
+    {
+        std::lock_guard lock(jobsMutex_);
+        std::erase_if(jobs_, [](const std::shared_ptr<Job>& job) { return job->state() == Job::State::Finished; });
+        // The parse first, then the rest in the order asked: each waits for every earlier one.
+        job = Job::create(title, [before = jobs_, body = std::move(body)](Job& job) {
+            for (const auto& earlier : before) {
+                if (earlier->state() != Job::State::Finished)
+                    job.setStatus(QStringLiteral("Waiting for the iTunes library"));
+                earlier->wait();
+            }
+            return job.isCancelled() ? JobResult::cancelled() : body(job);
+        });
+        jobs_.push_back(job);
+    }
     job->start();
     return job;
 }
