@@ -12,79 +12,41 @@
 
 #include <gtest/gtest.h>
 
-#include <condition_variable>
-#include <functional>
-#include <mutex>
+#include <atomic>
+#include <chrono>
+#include <thread>
 
 namespace {
 
-// A job on its own thread that does what the test tells it, step by step.
-class ScriptedJob {
+// A job on its own thread that runs until the test ends it or it is cancelled;
+// the test reports its progress (a job may do so from any thread).
+class HeldJob {
 public:
-    explicit ScriptedJob(const QString& title)
+    explicit HeldJob(const QString& title)
+        : job(Job::create(title, [this](Job& self) {
+              while (!released_ && !self.isCancelled())
+                  std::this_thread::sleep_for(std::chrono::milliseconds(2));
+              if (self.isCancelled())
+                  return JobResult::cancelled();
+              return failure_.isEmpty() ? JobResult::succeeded() : JobResult::failed(failure_);
+          }))
     {
-        job = Job::create(title, [this](Job& self) {
-            const auto hook = self.onCancel([this] { release(); });
-            for (;;) {
-                std::unique_lock lock(mutex_);
-                wake_.wait(lock, [this] { return pending_ || released_; });
-                if (released_)
-                    break;
-                auto step = std::move(step_);
-                pending_ = false;
-                lock.unlock();
-                step(self);
-                lock.lock();
-                done_ = true;
-                wake_.notify_all();
-            }
-            if (self.isCancelled())
-                return JobResult::cancelled();
-            return failure_.isEmpty() ? JobResult::succeeded() : JobResult::failed(failure_);
-        });
         job->start();
     }
-    ~ScriptedJob()
-    {
-        release();
-        job->wait();
-    }
-    // Runs a step on the job's thread and waits for it.
-    void step(std::function<void(Job&)> action)
-    {
-        std::unique_lock lock(mutex_);
-        step_ = std::move(action);
-        pending_ = true;
-        done_ = false;
-        wake_.notify_all();
-        wake_.wait(lock, [this] { return done_; });
-    }
+    ~HeldJob() { finish(); }
     void finish(const QString& failure = {})
     {
-        {
-            std::lock_guard lock(mutex_);
+        if (!released_)
             failure_ = failure;
-        }
-        release();
+        released_ = true;
         job->wait();
     }
 
     std::shared_ptr<Job> job;
 
 private:
-    void release()
-    {
-        std::lock_guard lock(mutex_);
-        released_ = true;
-        wake_.notify_all();
-    }
-    std::mutex mutex_;
-    std::condition_variable wake_;
-    std::function<void(Job&)> step_;
-    bool pending_ = false;
-    bool done_ = false;
-    bool released_ = false;
     QString failure_;
+    std::atomic<bool> released_{false};
 };
 
 template <typename T>
@@ -113,15 +75,15 @@ TEST_F(JobListViewTest, ARunningJobShowsItsProgressAndStatusAndCancelStopsIt)
 {
     parent.show();
     EXPECT_FALSE(view.isVisible());  // nothing to show yet
-    ScriptedJob scripted("Converting to MP3");
-    const quint64 id = scripted.job->id();
+    HeldJob held("Converting to MP3");
+    const quint64 id = held.job->id();
     ASSERT_TRUE(QTest::qWaitFor([&] { return view.rowFor(id) != nullptr; }, 5000));
     EXPECT_TRUE(view.isVisible());
     EXPECT_EQ(part<QLabel>(view, id, "jobTitle")->text(), "Converting to MP3");
     // Unknown progress is a busy bar.
     EXPECT_EQ(part<QProgressBar>(view, id, "jobProgress")->maximum(), 0);
 
-    scripted.step([](Job& job) { job.setProgress(40, "Song 4 of 10"); });
+    held.job->setProgress(40, "Song 4 of 10");
     auto* bar = part<QProgressBar>(view, id, "jobProgress");
     ASSERT_TRUE(QTest::qWaitFor([&] { return bar->maximum() == 100 && bar->value() == 40; }, 5000));
     EXPECT_EQ(part<QLabel>(view, id, "jobStatus")->text(), "Song 4 of 10");
@@ -132,8 +94,8 @@ TEST_F(JobListViewTest, ARunningJobShowsItsProgressAndStatusAndCancelStopsIt)
     EXPECT_FALSE(part<QToolButton>(view, id, "jobDismiss")->isVisibleTo(&parent));
 
     cancel->click();
-    scripted.job->wait();
-    EXPECT_EQ(scripted.job->result().outcome, JobResult::Outcome::Cancelled);
+    held.job->wait();
+    EXPECT_EQ(held.job->result().outcome, JobResult::Outcome::Cancelled);
     // A cancelled job leaves the list, and the panel hides with its last row.
     ASSERT_TRUE(QTest::qWaitFor([&] { return view.rowFor(id) == nullptr; }, 5000));
     EXPECT_FALSE(view.isVisible());
@@ -142,8 +104,8 @@ TEST_F(JobListViewTest, ARunningJobShowsItsProgressAndStatusAndCancelStopsIt)
 TEST_F(JobListViewTest, AFailedJobShowsWhyUntilItIsDismissedAndASuccessLeaves)
 {
     parent.show();
-    ScriptedJob good("Saving Files");
-    ScriptedJob bad("Writing tags");
+    HeldJob good("Saving Files");
+    HeldJob bad("Writing tags");
     ASSERT_TRUE(QTest::qWaitFor([&] { return view.rowCount() == 2; }, 5000));
     // Oldest first.
     EXPECT_LT(view.layout()->indexOf(view.rowFor(good.job->id())), view.layout()->indexOf(view.rowFor(bad.job->id())));
@@ -172,7 +134,7 @@ TEST_F(JobListViewTest, AFailedJobShowsWhyUntilItIsDismissedAndASuccessLeaves)
 
 TEST_F(JobListViewTest, AJobStartedBeforeTheWindowIsShownAndSeenFromEveryTab)
 {
-    ScriptedJob early("Scanning the library");
+    HeldJob early("Scanning the library");
     AwakeApplication app;
     MainWindow& window = app.window();
     window.show();
