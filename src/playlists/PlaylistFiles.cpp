@@ -111,10 +111,11 @@ bool moveWithoutReplacing(const QString& from, const QString& to, QString* error
     }
     if (result == 0)
         return true;
+    const int reason = errno;
     if (error) {
-        *error = errno == EEXIST ? QStringLiteral("\u201c%1\u201d already exists; nothing was renamed.").arg(to)
-                                 : QStringLiteral("\u201c%1\u201d could not be renamed: %2.")
-                                       .arg(from, QString::fromLocal8Bit(std::strerror(errno)));
+        *error = reason == EEXIST ? QStringLiteral("\u201c%1\u201d already exists; nothing was renamed.").arg(to)
+                                  : QStringLiteral("\u201c%1\u201d could not be renamed: %2.")
+                                        .arg(from, QString::fromLocal8Bit(std::strerror(reason)));
     }
     return false;
 }
