@@ -25,6 +25,7 @@ public:
     void addToLibrary();
     void removeFromLibrary();
     void showPreferences();
+    void openDiscImage();
 
 protected:
     void closeEvent(QCloseEvent* event) override;
