@@ -38,7 +38,7 @@ public:
     bool eject(const QString& device) override
     {
         QMutexLocker lock(&mutex_);
-        ejected << device;
+        ejected_ << device;
         return discs_.remove(device) > 0;
     }
     void startMonitoring() override { monitoring = true; }
@@ -59,13 +59,19 @@ public:
         discs_.remove(device);
     }
 
+    QStringList ejected()
+    {
+        QMutexLocker lock(&mutex_);
+        return ejected_;
+    }
+
     bool monitoring = false;
-    QStringList ejected;
 
 private:
     QMutex mutex_;
     QStringList devices_;
     QHash<QString, DiscTable> discs_;
+    QStringList ejected_;
 };
 
 struct Notice {
@@ -194,7 +200,7 @@ TEST_F(Watcher, TheStartUpScanAddsDiscsQuietlyAndMediaChangesAreAnnounced)
     // A drive that goes away takes its disc along; ejecting asks the drive.
     watcher->eject(firstPath);
     EXPECT_EQ(notices.last().type, VLUnmountCDType);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return drives->ejected == QStringList{"/dev/sr1"}; }, 10000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return drives->ejected() == QStringList{"/dev/sr1"}; }, 10000));
     EXPECT_TRUE(watcher->descriptions().isEmpty());
     EXPECT_FALSE(QFileInfo::exists(firstPath));
 }
@@ -235,14 +241,15 @@ TEST_F(Watcher, TwoImagesAtOnceGetTwoFoldersAndTheirOwnNotices)
     EXPECT_TRUE(failure.endsWith("noise.cue: this is binary data, not the text of a cue sheet")) << qPrintable(failure);
     EXPECT_EQ(QDir(discsFolder()).entryList(QDir::Dirs | QDir::NoDotAndDotDot),
               QStringList({"Audio CD", "Audio CD 2"}));
-    bool jobFailed = false;
-    for (const auto& job : JobList::shared().jobs()) {
-        if (job->result().error == failure) {
-            jobFailed = true;
-            JobList::shared().dismiss(job->id());
+    auto failedJob = [&]() -> std::shared_ptr<Job> {
+        for (const auto& job : JobList::shared().jobs()) {
+            if (job->state() == Job::State::Finished && job->result().error == failure)
+                return job;
         }
-    }
-    EXPECT_TRUE(jobFailed);
+        return nullptr;
+    };
+    ASSERT_TRUE(QTest::qWaitFor([&] { return failedJob() != nullptr; }, 10000));
+    JobList::shared().dismiss(failedJob()->id());
     ASSERT_EQ(notices.size(), 2);
 
     // Closing one image unmounts it alone.
@@ -252,7 +259,7 @@ TEST_F(Watcher, TwoImagesAtOnceGetTwoFoldersAndTheirOwnNotices)
     EXPECT_EQ(notices[2].object, (QVariantMap{{"cdpath", pathA}}));
     EXPECT_FALSE(QFileInfo::exists(pathA));
     EXPECT_EQ(watcher->descriptions().size(), 1);
-    EXPECT_TRUE(drives->ejected.isEmpty());
+    EXPECT_TRUE(drives->ejected().isEmpty());
     watcher->eject(pathA);  // unknown by now
     EXPECT_EQ(notices.size(), 3);
 
