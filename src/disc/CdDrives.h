@@ -42,8 +42,6 @@ public:
     bool eject(const QString& device) override;
     void startMonitoring() override;
 
-    bool usesUDisks() const { return usesUDisks_; }
-
 private slots:
     void udisksPropertiesChanged(const QString& interface, const QVariantMap& changed, const QStringList& invalidated);
     void udisksObjectsChanged();

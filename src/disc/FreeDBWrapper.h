@@ -77,7 +77,6 @@ public:
     void setUserName(const QString& name);
     void setHostName(const QString& name);
 
-    QString cdPath() const { return cdPath_; }
     bool isBusy() const { return transfer_ != nullptr; }
     Request requestInFlight() const { return kind_; }
     QVariantMap currentServer() const { return server_; }
@@ -86,7 +85,6 @@ public:
     QVariantList serverTable() const;
     QString userName() const { return userName_; }
     QString hostName() const { return hostName_; }
-    QString defaultHostName() const { return defaultHostName_; }
     QStringList albumMenu() const { return albumMenu_; }
     bool albumMenuEnabled() const { return albumMenuEnabled_; }
     QString artistField() const { return artistField_; }

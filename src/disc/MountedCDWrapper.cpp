@@ -8,6 +8,7 @@
 #include "disc/DiscImage.h"
 #include "platform/AppPaths.h"
 
+#include <QDir>
 #include <QFileInfo>
 
 #include <QtConcurrent>
@@ -358,7 +359,7 @@ QString mounted_cd_wrapper::sourceOf(const QString& cdpath) const
 
 bool mounted_cd_wrapper::isDiscFolder(const QString& path) const
 {
-    return indexOf(QFileInfo(path).absoluteFilePath()) >= 0;
+    return indexOf(QDir::cleanPath(QFileInfo(path).absoluteFilePath())) >= 0;
 }
 
 qsizetype mounted_cd_wrapper::indexOf(const QString& cdpath) const

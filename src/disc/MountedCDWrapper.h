@@ -62,8 +62,6 @@ public:
     std::optional<DiscTable> table(const QString& cdpath) const;
     QString sourceOf(const QString& cdpath) const;
     bool isDiscFolder(const QString& path) const;
-    bool isScanning() const { return scanning_; }
-    QString folder() const { return folder_; }
     CdDriveAdapter& drives() { return *drives_; }
 
 signals:

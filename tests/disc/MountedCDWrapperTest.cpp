@@ -231,6 +231,9 @@ TEST_F(Watcher, TwoImagesAtOnceGetTwoFoldersAndTheirOwnNotices)
     EXPECT_EQ(track3->firstSector, a.starts[2]);
     EXPECT_EQ(track3->length, a.sectors - a.starts[2]);
     EXPECT_EQ(watcher->sourceOf(pathA), a.cue);
+    EXPECT_TRUE(watcher->isDiscFolder(pathA));
+    EXPECT_TRUE(watcher->isDiscFolder(pathB + "/"));
+    EXPECT_FALSE(watcher->isDiscFolder(dir.path() + "/a"));
 
     // The same image again, and images that are not discs: a reason, no folder.
     QString failure;
