@@ -10,7 +10,7 @@
 // recognised and passed over.
 struct CueSheet {
     struct File {
-        QString name;  // as written
+        QString name;  // as the FILE line gives it
         QString type;  // "BINARY", "WAVE", ...
         int line = 0;
     };

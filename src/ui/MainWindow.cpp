@@ -59,11 +59,12 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
     app->addAction(tr("&Quit"), QKeySequence::Quit, this, [this] { controller_.reallyQuit(tabs_->currentIndex()); });
     QMenu* file = menuBar()->addMenu(tr("&File"));
     file->addAction(tr("Open &Disc Image…"), this, &MainWindow::openDiscImage);
-    connect(&controllers_.cdWatcher(), &mounted_cd_wrapper::openFailed, this, [this](const QString&, const QString& why) {
-        auto* alert = new QMessageBox(QMessageBox::Warning, tr("Open Disc Image"), why, QMessageBox::Ok, this);
-        alert->setAttribute(Qt::WA_DeleteOnClose);
-        alert->open();
-    });
+    connect(&controllers_.cdWatcher(), &mounted_cd_wrapper::openFailed, this,
+            [this](const QString&, const QString& why) {
+                auto* alert = new QMessageBox(QMessageBox::Warning, tr("Open Disc Image"), why, QMessageBox::Ok, this);
+                alert->setAttribute(Qt::WA_DeleteOnClose);
+                alert->open();
+            });
     QMenu* library = menuBar()->addMenu(tr("&Library"));
     library->addAction(tr("&Add Folder to Library…"), this, &MainWindow::addToLibrary);
     library->addAction(tr("&Remove Folder from Library"), this, &MainWindow::removeFromLibrary);

@@ -31,9 +31,9 @@ int digitSum(qint64 n)
 
 }  // namespace
 
-TrackSpec audio(qint64 sectors, qint64 pregap, const QString& title, const QString& performer)
+TrackPlan audio(qint64 sectors, qint64 pregap, const QString& title, const QString& performer)
 {
-    TrackSpec track;
+    TrackPlan track;
     track.sectors = sectors;
     track.pregap = pregap;
     track.title = title;
@@ -41,27 +41,27 @@ TrackSpec audio(qint64 sectors, qint64 pregap, const QString& title, const QStri
     return track;
 }
 
-TrackSpec data(qint64 sectors, const QString& mode, qint64 pregap)
+TrackPlan data(qint64 sectors, const QString& mode, qint64 pregap)
 {
-    TrackSpec track = audio(sectors, pregap);
+    TrackPlan track = audio(sectors, pregap);
     track.mode = mode;
     return track;
 }
 
-ImageSpec disc(const QList<TrackSpec>& tracks, const QString& title, const QString& performer)
+ImagePlan disc(const QList<TrackPlan>& tracks, const QString& title, const QString& performer)
 {
-    ImageSpec spec;
-    spec.tracks = tracks;
-    spec.title = title;
-    spec.performer = performer;
-    return spec;
+    ImagePlan plan;
+    plan.tracks = tracks;
+    plan.title = title;
+    plan.performer = performer;
+    return plan;
 }
 
-ImageSpec sparse(const QList<TrackSpec>& tracks)
+ImagePlan sparse(const QList<TrackPlan>& tracks)
 {
-    ImageSpec spec = disc(tracks);
-    spec.sparse = true;
-    return spec;
+    ImagePlan plan = disc(tracks);
+    plan.sparse = true;
+    return plan;
 }
 
 QByteArray sectorBytes(qint64 sector)
@@ -83,17 +83,17 @@ QByteArray sectorBytes(qint64 sector)
     return bytes;
 }
 
-QByteArray cueText(const ImageSpec& spec, const QString& binName)
+QByteArray cueText(const ImagePlan& plan, const QString& binName)
 {
-    QString text = QString::fromUtf8(spec.before);
-    if (!spec.title.isEmpty())
-        text += QStringLiteral("TITLE \"%1\"\n").arg(spec.title);
-    if (!spec.performer.isEmpty())
-        text += QStringLiteral("PERFORMER \"%1\"\n").arg(spec.performer);
-    text += QStringLiteral("FILE \"%1\" BINARY\n").arg(spec.fileLine.isEmpty() ? binName : spec.fileLine);
+    QString text = QString::fromUtf8(plan.before);
+    if (!plan.title.isEmpty())
+        text += QStringLiteral("TITLE \"%1\"\n").arg(plan.title);
+    if (!plan.performer.isEmpty())
+        text += QStringLiteral("PERFORMER \"%1\"\n").arg(plan.performer);
+    text += QStringLiteral("FILE \"%1\" BINARY\n").arg(plan.fileLine.isEmpty() ? binName : plan.fileLine);
     qint64 position = 0;
-    for (qsizetype i = 0; i < spec.tracks.size(); ++i) {
-        const TrackSpec& track = spec.tracks[i];
+    for (qsizetype i = 0; i < plan.tracks.size(); ++i) {
+        const TrackPlan& track = plan.tracks[i];
         text += QString::asprintf("  TRACK %02d %s\n", int(i + 1), qPrintable(track.mode));
         if (!track.title.isEmpty())
             text += QStringLiteral("    TITLE \"%1\"\n").arg(track.title);
@@ -105,16 +105,16 @@ QByteArray cueText(const ImageSpec& spec, const QString& binName)
         text += QStringLiteral("    INDEX 01 %1\n").arg(msf(position));
         position += track.sectors;
     }
-    return spec.latin1 ? text.toLatin1() : text.toUtf8();
+    return plan.latin1 ? text.toLatin1() : text.toUtf8();
 }
 
-Image writeImage(const QString& folder, const QString& name, const ImageSpec& spec)
+Image writeImage(const QString& folder, const QString& name, const ImagePlan& plan)
 {
     QDir().mkpath(folder);
     Image image;
     image.cue = folder + '/' + name + ".cue";
     image.bin = folder + '/' + name + ".bin";
-    for (const TrackSpec& track : spec.tracks) {
+    for (const TrackPlan& track : plan.tracks) {
         image.sectors += track.pregap;
         image.starts << image.sectors;
         image.sectors += track.sectors;
@@ -122,7 +122,7 @@ Image writeImage(const QString& folder, const QString& name, const ImageSpec& sp
     QFile bin(image.bin);
     if (!bin.open(QIODevice::WriteOnly | QIODevice::Truncate))
         return {};
-    if (spec.sparse) {
+    if (plan.sparse) {
         bin.resize(image.sectors * kSectorBytes);
     } else {
         for (qint64 sector = 0; sector < image.sectors; ++sector)
@@ -132,7 +132,7 @@ Image writeImage(const QString& folder, const QString& name, const ImageSpec& sp
     QFile cue(image.cue);
     if (!cue.open(QIODevice::WriteOnly | QIODevice::Truncate))
         return {};
-    cue.write(cueText(spec, name + ".bin"));
+    cue.write(cueText(plan, name + ".bin"));
     return image;
 }
 

@@ -15,7 +15,7 @@ namespace discfixtures {
 constexpr qint64 kSectorBytes = 2352;
 constexpr qint64 kSectorsPerSecond = 75;
 
-struct TrackSpec {
+struct TrackPlan {
     qint64 sectors = 4 * kSectorsPerSecond;  // from INDEX 01 to the next track
     QString mode = "AUDIO";
     qint64 pregap = 0;  // sectors of INDEX 00 before INDEX 01
@@ -23,8 +23,8 @@ struct TrackSpec {
     QString performer;
 };
 
-struct ImageSpec {
-    QList<TrackSpec> tracks;
+struct ImagePlan {
+    QList<TrackPlan> tracks;
     QString title;
     QString performer;
     bool sparse = false;  // a BIN of zeros made by extending the file, for long discs
@@ -34,10 +34,10 @@ struct ImageSpec {
 };
 
 // Makers that keep the tables of layouts short.
-TrackSpec audio(qint64 sectors, qint64 pregap = 0, const QString& title = {}, const QString& performer = {});
-TrackSpec data(qint64 sectors, const QString& mode = "MODE1/2352", qint64 pregap = 0);
-ImageSpec disc(const QList<TrackSpec>& tracks, const QString& title = {}, const QString& performer = {});
-ImageSpec sparse(const QList<TrackSpec>& tracks);
+TrackPlan audio(qint64 sectors, qint64 pregap = 0, const QString& title = {}, const QString& performer = {});
+TrackPlan data(qint64 sectors, const QString& mode = "MODE1/2352", qint64 pregap = 0);
+ImagePlan disc(const QList<TrackPlan>& tracks, const QString& title = {}, const QString& performer = {});
+ImagePlan sparse(const QList<TrackPlan>& tracks);
 
 struct Image {
     QString cue;
@@ -48,8 +48,8 @@ struct Image {
 
 // Writes folder/name.cue and folder/name.bin. Every sector of a BIN that is not
 // sparse holds audio of its own (sectorBytes), so a rip can be checked.
-Image writeImage(const QString& folder, const QString& name, const ImageSpec& spec);
-QByteArray cueText(const ImageSpec& spec, const QString& binName);
+Image writeImage(const QString& folder, const QString& name, const ImagePlan& plan);
+QByteArray cueText(const ImagePlan& plan, const QString& binName);
 QByteArray sectorBytes(qint64 sector);
 
 // The CDDB disc ID and query string by the published algorithm, from the

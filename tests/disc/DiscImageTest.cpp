@@ -44,12 +44,12 @@ protected:
 
 TEST_F(DiscImages, LibcdioReadsEveryLayoutAsTheCueSheetLaysItOut)
 {
-    QList<TrackSpec> ninetyNine;
+    QList<TrackPlan> ninetyNine;
     for (int i = 0; i < 99; ++i)
         ninetyNine << audio(150 + i, i % 3 == 0 ? 75 : 0);
     const struct {
         const char* name;
-        ImageSpec spec;
+        ImagePlan plan;
     } layouts[] = {
         {"one track", disc({audio(75 * 5)})},
         {"pregaps", disc({audio(75 * 3), audio(75 * 2 + 10, 150), audio(75 * 4, 1)})},
@@ -60,7 +60,7 @@ TEST_F(DiscImages, LibcdioReadsEveryLayoutAsTheCueSheetLaysItOut)
     };
     int n = 0;
     for (const auto& layout : layouts) {
-        const Image written = writeImage(dir.path(), QString("layout%1").arg(n), layout.spec);
+        const Image written = writeImage(dir.path(), QString("layout%1").arg(n), layout.plan);
         QString error;
         const auto image = DiscImage::open(written.cue, &error);
         ASSERT_TRUE(image) << layout.name << ": " << qPrintable(error);
@@ -68,13 +68,13 @@ TEST_F(DiscImages, LibcdioReadsEveryLayoutAsTheCueSheetLaysItOut)
         EXPECT_EQ(image->sectors(), written.sectors);
         const auto table = libcdioTable(*image, dir.path() + QString("/copy%1").arg(n++));
         ASSERT_TRUE(table) << layout.name;
-        ASSERT_EQ(table->tracks.size(), layout.spec.tracks.size()) << layout.name;
+        ASSERT_EQ(table->tracks.size(), layout.plan.tracks.size()) << layout.name;
         EXPECT_EQ(table->leadout, written.sectors) << layout.name;
         for (qsizetype i = 0; i < table->tracks.size(); ++i) {
             const DiscTrack& track = table->tracks[i];
             EXPECT_EQ(track.number, i + 1);
             EXPECT_EQ(track.firstSector, written.starts[i]) << layout.name << " track " << i + 1;
-            EXPECT_EQ(track.audio, layout.spec.tracks[i].mode == "AUDIO") << layout.name << " track " << i + 1;
+            EXPECT_EQ(track.audio, layout.plan.tracks[i].mode == "AUDIO") << layout.name << " track " << i + 1;
             const qint64 next = i + 1 < written.starts.size() ? written.starts[i + 1] : written.sectors;
             EXPECT_EQ(track.length, next - written.starts[i]);
         }
@@ -85,9 +85,9 @@ TEST_F(DiscImages, CdParanoiaRipsTheTrackBytesThroughTheReadableCopy)
 {
     // The FILE line names the BIN in a folder of another machine, and the cue
     // sheet has a name of its own: the BIN is found beside it all the same.
-    ImageSpec spec = disc({data(75 * 2), audio(75 * 3), audio(75 * 2 + 7, 20)});
-    spec.fileLine = "C:\\rips\\rip.bin";
-    const Image written = writeImage(dir.path(), "rip", spec);
+    ImagePlan plan = disc({data(75 * 2), audio(75 * 3), audio(75 * 2 + 7, 20)});
+    plan.fileLine = "C:\\rips\\rip.bin";
+    const Image written = writeImage(dir.path(), "rip", plan);
     const QString renamed = dir.path() + "/Another name.cue";
     ASSERT_TRUE(QFile::rename(written.cue, renamed));
     const auto image = DiscImage::open(renamed);
@@ -182,9 +182,9 @@ TEST_F(DiscImages, HundredThousandLineCueSheets)
 
 TEST_F(DiscImages, CdTextOfTheCueSheetIsLaidOverTheTable)
 {
-    ImageSpec spec = disc({audio(75 * 2, 0, "Première"), audio(75 * 2, 0, "Zweite Ü", "Gäste")}, "Café Album", "Band");
-    spec.latin1 = true;
-    const Image written = writeImage(dir.path(), "text", spec);
+    ImagePlan plan = disc({audio(75 * 2, 0, "Première"), audio(75 * 2, 0, "Zweite Ü", "Gäste")}, "Café Album", "Band");
+    plan.latin1 = true;
+    const Image written = writeImage(dir.path(), "text", plan);
     const auto image = DiscImage::open(written.cue);
     ASSERT_TRUE(image);
     auto table = libcdioTable(*image, dir.path() + "/copy");

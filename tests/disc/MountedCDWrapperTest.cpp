@@ -92,9 +92,9 @@ protected:
     void TearDown() override { NotificationCenter::defaultCenter().removeObserver(this); }
 
     // A disc as a drive would hold it: the table libcdio reads from an image.
-    DiscTable discOf(const QString& name, const ImageSpec& spec)
+    DiscTable discOf(const QString& name, const ImagePlan& plan)
     {
-        const Image image = writeImage(dir.path() + "/images", name, spec);
+        const Image image = writeImage(dir.path() + "/images", name, plan);
         const auto opened = DiscImage::open(image.cue);
         const QString copy = dir.path() + "/copies/" + name;
         QDir().mkpath(copy);
