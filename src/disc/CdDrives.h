@@ -42,6 +42,9 @@ public:
     bool eject(const QString& device) override;
     void startMonitoring() override;
 
+    // Whether media changes come from UDisks2 rather than the 2-second poll.
+    bool usesUDisks() const { return usesUDisks_; }
+
 private slots:
     void udisksPropertiesChanged(const QString& interface, const QVariantMap& changed, const QStringList& invalidated);
     void udisksObjectsChanged();
