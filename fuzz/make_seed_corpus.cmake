@@ -1,9 +1,11 @@
-# Makes the seed corpus of the fuzz targets in OUT with ffmpeg and AtomicParsley:
+# Makes the seed corpus of the fuzz targets in OUT with ffmpeg and AtomicParsley,
+# and copies the text seeds (cue sheets, CDDB answers) beside them:
 # cmake -DOUT=folder -P make_seed_corpus.cmake
 find_program(FFMPEG ffmpeg REQUIRED)
 find_program(ATOMICPARSLEY AtomicParsley REQUIRED)
 file(REMOVE_RECURSE ${OUT})
 file(MAKE_DIRECTORY ${OUT}/asf ${OUT}/mp4 ${OUT}/work)
+file(COPY ${CMAKE_CURRENT_LIST_DIR}/seeds/ DESTINATION ${OUT})
 
 function(run)
   execute_process(COMMAND ${ARGN} RESULT_VARIABLE status OUTPUT_QUIET ERROR_VARIABLE errors)

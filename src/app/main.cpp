@@ -1,4 +1,5 @@
 #include "tabs/AppControllers.h"
+#include "disc/MountedCDWrapper.h"
 #include "core/MyController.h"
 #include "platform/Desktop.h"
 #include "platform/SingleInstance.h"
@@ -22,7 +23,8 @@ int main(int argc, char** argv)
         if (std::strcmp(argv[i], "--help") == 0) {
             std::printf("Usage: velmora [FILE...]\n\nVelmora keeps, plays, tags, converts, rips and burns your music.\n"
                         "Files given here are handed to the running Velmora (played at once when\n"
-                        "\"Play files opened from the desktop at once\" is set in the Preferences).\n");
+                        "\"Play files opened from the desktop at once\" is set in the Preferences);\n"
+                        "a cue sheet (IMAGE.cue) is opened as an audio CD.\n");
             return 0;
         }
     }
@@ -51,9 +53,19 @@ int main(int argc, char** argv)
     MainWindow window(controller, controllers);
 
     window.tabs()->setCurrentIndex(qBound(0, selectedTab, window.tabs()->count() - 1));
-    if (!files.isEmpty())
-        controller.openFiles(files);
-    QObject::connect(&instance, &SingleInstance::filesReceived, &controller, &MyController::openFiles);
+    // Cue sheets are disc images for the audio-CD watcher; the other files go to the shell.
+    auto openFiles = [&controllers, &controller](QStringList paths) {
+        auto isCue = [](const QString& path) { return path.endsWith(QLatin1String(".cue"), Qt::CaseInsensitive); };
+        for (const QString& path : paths) {
+            if (isCue(path))
+                controllers.cdWatcher().openImage(path);
+        }
+        paths.removeIf(isCue);
+        if (!paths.isEmpty())
+            controller.openFiles(paths);
+    };
+    openFiles(files);
+    QObject::connect(&instance, &SingleInstance::filesReceived, &controller, openFiles);
     QObject::connect(&app, &QApplication::aboutToQuit, &controller, &MyController::applicationWillTerminate);
 
     window.show();

@@ -67,4 +67,10 @@ inline constexpr char M3UPathPrefix[] = "prefsM3UPathPrefixStored";
 inline constexpr char M3UExportFolder[] = "prefsM3UExportFolderStored";
 inline constexpr char Inited[] = "prefsInited";
 inline constexpr char SelectedTab[] = "mSelectedTabStored";
+// The FreeDB client's own keys.
+inline constexpr char HostName[] = "mHostName";
+inline constexpr char UserName[] = "mUserName";
+inline constexpr char DefaultHostName[] = "mDefaultHostName";
+inline constexpr char FreeDBServerList[] = "mFreeDBServerList";
+inline constexpr char DisableFreeDB[] = "mDisableFreeDB";
 } // namespace PrefKeys

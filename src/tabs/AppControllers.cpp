@@ -1,5 +1,7 @@
 #include "tabs/AppControllers.h"
 
+#include "disc/CdDrives.h"
+#include "disc/MountedCDWrapper.h"
 #include "encode/ExportJobs.h"
 #include "encode/LameWrapper.h"
 #include "playlists/HPlayListDataSource.h"
@@ -15,7 +17,8 @@ AppControllers::AppControllers()
       media_(std::make_unique<MediaDataSource>()),
       playlists_(std::make_unique<PlayListDataSource>()),
       itunes_(std::make_unique<iTunesManager>()),
-      m3u_(std::make_unique<m3uManager>())
+      m3u_(std::make_unique<m3uManager>()),
+      cdWatcher_(std::make_unique<mounted_cd_wrapper>(std::make_unique<SystemCdDrives>()))
 {
     playlists_->setMediaSource(media_.get());
     playlists_->setHiddenSource(hidden_.get());
@@ -30,4 +33,5 @@ void AppControllers::awakeFromNib()
     playlists_->awakeFromNib();
     itunes_->awakeFromNib();
     m3u_->awakeFromNib();
+    cdWatcher_->awakeFromNib();
 }

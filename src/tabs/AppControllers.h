@@ -9,6 +9,7 @@ class MyController;
 class PlayListDataSource;
 class iTunesManager;
 class m3uManager;
+class mounted_cd_wrapper;
 
 // The long-lived controllers of the application, made together with the main
 // window. Each registers on the notification bus when it wakes; the shell's
@@ -27,6 +28,7 @@ public:
     MediaDataSource& media() { return *media_; }
     HPlayListDataSource& hiddenPlaylists() { return *hidden_; }
     m3uManager& m3u() { return *m3u_; }
+    mounted_cd_wrapper& cdWatcher() { return *cdWatcher_; }
 
 private:
     std::unique_ptr<ExportJobs> exportJobs_;
@@ -36,4 +38,5 @@ private:
     std::unique_ptr<PlayListDataSource> playlists_;
     std::unique_ptr<iTunesManager> itunes_;
     std::unique_ptr<m3uManager> m3u_;
+    std::unique_ptr<mounted_cd_wrapper> cdWatcher_;
 };

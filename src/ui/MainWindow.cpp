@@ -2,8 +2,11 @@
 
 #include "core/LibraryModel.h"
 #include "core/MyController.h"
+#include "disc/FreeDBWrapper.h"
+#include "disc/MountedCDWrapper.h"
 #include "encode/LameWrapper.h"
 #include "tabs/AppControllers.h"
+#include "ui/FreeDBPreferencesPage.h"
 #include "ui/JobListView.h"
 #include "ui/LamePreferencesPage.h"
 #include "ui/MusicTab.h"
@@ -60,6 +63,14 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
     app->addAction(tr("&Preferences…"), QKeySequence::Preferences, this, &MainWindow::showPreferences);
     app->addSeparator();
     app->addAction(tr("&Quit"), QKeySequence::Quit, this, [this] { controller_.reallyQuit(tabs_->currentIndex()); });
+    QMenu* file = menuBar()->addMenu(tr("&File"));
+    file->addAction(tr("Open &Disc Image…"), this, &MainWindow::openDiscImage);
+    connect(&controllers_.cdWatcher(), &mounted_cd_wrapper::openFailed, this,
+            [this](const QString&, const QString& why) {
+                auto* alert = new QMessageBox(QMessageBox::Warning, tr("Open Disc Image"), why, QMessageBox::Ok, this);
+                alert->setAttribute(Qt::WA_DeleteOnClose);
+                alert->open();
+            });
     QMenu* library = menuBar()->addMenu(tr("&Library"));
     library->addAction(tr("&Add Folder to Library…"), this, &MainWindow::addToLibrary);
     library->addAction(tr("&Remove Folder from Library"), this, &MainWindow::removeFromLibrary);
@@ -164,12 +175,20 @@ void MainWindow::removeFromLibrary()
     controller_.removeFromLibrary(item ? item->relativePath() : QString(), level);
 }
 
+void MainWindow::openDiscImage()
+{
+    const QString cue = QFileDialog::getOpenFileName(this, tr("Open Disc Image"), QString(), tr("Cue sheets (*.cue)"));
+    if (!cue.isEmpty())
+        controllers_.cdWatcher().openImage(cue);
+}
+
 void MainWindow::showPreferences()
 {
     auto* dialog = findChild<PreferencesDialog*>();
     if (!dialog) {
         dialog = new PreferencesDialog(this);
         dialog->addPage(new LamePreferencesPage(&controllers_.lame()), tr("LAME"));
+        dialog->addPage(new FreeDBPreferencesPage(&FreeDBWrapper::getSharedObject()), tr("FreeDB"));
     }
     dialog->show();
     dialog->raise();

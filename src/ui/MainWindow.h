@@ -29,6 +29,7 @@ public:
     void addToLibrary();
     void removeFromLibrary();
     void showPreferences();
+    void openDiscImage();
 
 protected:
     void closeEvent(QCloseEvent* event) override;
