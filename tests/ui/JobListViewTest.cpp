@@ -60,9 +60,14 @@ class JobListViewTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
+        // Jobs of earlier tests in this process (a disc lookup, say) must not show here.
+        JobList::shared().cancelAll();
+        JobList::shared().waitForAll(10000);
         for (const auto& job : JobList::shared().jobs())
             if (job->state() == Job::State::Finished)
                 JobList::shared().dismiss(job->id());
+        // The panel was made before: let it take the removals in.
+        QTest::qWait(120);
     }
     // The panel as the window holds it, on a parent of its own.
     QWidget parent;
