@@ -79,13 +79,12 @@ long readChunk(vcedit_state* state)
     return long(bytes);
 }
 
-bool writePage(FILE* out, const ogg_page& page)
+bool writePage(const vcedit_sink& out, const ogg_page& page)
 {
-    return std::fwrite(page.header, 1, size_t(page.header_len), out) == size_t(page.header_len)
-        && std::fwrite(page.body, 1, size_t(page.body_len), out) == size_t(page.body_len);
+    return out(page.header, page.header_len) && out(page.body, page.body_len);
 }
 
-bool flushStream(ogg_stream_state* stream, FILE* out)
+bool flushStream(ogg_stream_state* stream, const vcedit_sink& out)
 {
     ogg_page page;
     while (ogg_stream_flush(stream, &page) != 0) {
@@ -222,7 +221,7 @@ int vcedit_open(vcedit_state* state, FILE* in)
     return 0;
 }
 
-int vcedit_write(vcedit_state* state, FILE* out)
+int vcedit_write(vcedit_state* state, const vcedit_sink& out)
 {
     if (!state || !state->vorbisOpen || !state->identification || !state->setup)
         return -1;
@@ -271,10 +270,6 @@ int vcedit_write(vcedit_state* state, FILE* out)
             state->lastError = kWriteFailed;
             return -1;
         }
-    }
-    if (std::fflush(out) != 0) {
-        state->lastError = kWriteFailed;
-        return -1;
     }
     return 0;
 }
