@@ -5,12 +5,12 @@
 
 #include <ogg/ogg.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <deque>
 #include <fcntl.h>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -196,23 +196,23 @@ struct Packet {
     qint64 granule = -1;
     QByteArray bytes;
 
-    bool operator==(const Packet& other) const
+    // Only a packet that ends a page carries its granule position, so where
+    // the pages were laid out anew one side may not know it.
+    bool matches(const Packet& other) const
     {
-        return stream == other.stream && hole == other.hole && granule == other.granule && bytes == other.bytes;
+        return stream == other.stream && hole == other.hole && bytes == other.bytes
+            && (granule == other.granule || granule < 0 || other.granule < 0);
     }
 };
 
 // The packets of an Ogg file in the order they complete, without the three
-// Vorbis headers of its first stream.
+// Vorbis headers of its first stream. libogg finds and checks the pages; the
+// packets are put together here from the lacing values, so a header packet of
+// megabytes (a picture) is only counted, never copied.
 class OggPackets {
 public:
     explicit OggPackets(const Source& file) : file_(file) { ogg_sync_init(&sync_); }
-    ~OggPackets()
-    {
-        for (auto& stream : streams_)
-            ogg_stream_clear(&stream->state);
-        ogg_sync_clear(&sync_);
-    }
+    ~OggPackets() { ogg_sync_clear(&sync_); }
     OggPackets(const OggPackets&) = delete;
     OggPackets& operator=(const OggPackets&) = delete;
 
@@ -238,8 +238,12 @@ public:
 
 private:
     struct Stream {
-        long serial;
-        ogg_stream_state state;
+        long serial = 0;
+        long nextSequence = -1;
+        bool inPacket = false;  // a packet continues on the next page
+        bool skipping = false;  // the rest of a packet whose start is lost
+        bool hole = false;
+        QByteArray partial;
     };
 
     bool readMore()
@@ -257,46 +261,64 @@ private:
         return true;
     }
 
-    void takePage(ogg_page& page)
+    void takePage(const ogg_page& page)
     {
         const long serial = ogg_page_serialno(&page);
         size_t index = 0;
-        while (index < streams_.size() && streams_[index]->serial != serial)
+        while (index < streams_.size() && streams_[index].serial != serial)
             ++index;
         if (index == streams_.size()) {
-            auto stream = std::make_unique<Stream>();
-            stream->serial = serial;
-            ogg_stream_init(&stream->state, int(serial));
-            streams_.push_back(std::move(stream));
+            streams_.emplace_back();
+            streams_.back().serial = serial;
         }
-        ogg_stream_state& state = streams_[index]->state;
-        if (ogg_stream_pagein(&state, &page) != 0)
-            return;
-        bool hole = false;
-        ogg_packet raw;
-        for (int result; (result = ogg_stream_packetout(&state, &raw)) != 0;) {
-            if (result < 0) {
-                hole = true;
+        Stream& stream = streams_[index];
+        // A missing page loses the packet in progress, and so does a page that
+        // does not continue it; the rest of a packet whose start was lost is skipped.
+        const long sequence = ogg_page_pageno(&page);
+        const bool continued = ogg_page_continued(&page) != 0;
+        if ((stream.nextSequence >= 0 && sequence != stream.nextSequence) || continued != stream.inPacket) {
+            stream.hole = true;
+            stream.skipping = continued;
+            stream.partial.clear();
+        }
+        stream.nextSequence = sequence + 1;
+        // A lacing value below 255 ends a packet; libogg checked that the
+        // values add up to the body's length.
+        const int segments = page.header[26];
+        int lastEnd = -1;
+        for (int i = 0; i < segments; ++i)
+            lastEnd = page.header[27 + i] < 255 ? i : lastEnd;
+        qint64 at = 0;
+        for (int i = 0; i < segments; ++i) {
+            const int lacing = page.header[27 + i];
+            const bool header = index == 0 && headers_ < 3;
+            if (!stream.skipping && !header)
+                stream.partial.append(reinterpret_cast<const char*>(page.body + at), lacing);
+            at += lacing;
+            stream.inPacket = lacing == 255;
+            if (stream.inPacket)
                 continue;
-            }
-            if (index == 0 && headers_ < 3) {
+            if (stream.skipping) {
+                stream.skipping = false;
+            } else if (header) {
                 ++headers_;
-                continue;
+            } else {
+                Packet packet;
+                packet.stream = int(index);
+                packet.hole = stream.hole;
+                packet.granule = i == lastEnd ? ogg_page_granulepos(&page) : -1;
+                packet.bytes = std::move(stream.partial);
+                stream.partial = QByteArray();
+                stream.hole = false;
+                ready_.push_back(std::move(packet));
             }
-            Packet packet;
-            packet.stream = int(index);
-            packet.hole = hole;
-            packet.granule = raw.granulepos;
-            packet.bytes = QByteArray(reinterpret_cast<const char*>(raw.packet), qsizetype(raw.bytes));
-            ready_.push_back(std::move(packet));
-            hole = false;
         }
     }
 
     const Source& file_;
     qint64 at_ = 0;
     ogg_sync_state sync_ {};
-    std::vector<std::unique_ptr<Stream>> streams_;
+    std::vector<Stream> streams_;
     std::deque<Packet> ready_;
     int headers_ = 0;
     bool failed_ = false;
@@ -318,10 +340,13 @@ QString oggUnreadable(const Source& file)
     return count == 0 ? QStringLiteral("it holds no audio packets") : QString();
 }
 
+// The same packets in the same order, agreeing on every granule position both
+// sides know and on the last one of each stream (the length of the audio).
 bool sameOggPackets(const Source& before, const Source& after)
 {
     OggPackets a(before);
     OggPackets b(after);
+    std::vector<std::pair<qint64, qint64>> lastGranules;  // per stream: before, after
     Packet packetA, packetB;
     for (;;) {
         const bool moreA = a.next(&packetA);
@@ -329,10 +354,22 @@ bool sameOggPackets(const Source& before, const Source& after)
         if (moreA != moreB)
             return false;
         if (!moreA)
-            return !a.failed() && !b.failed() && a.headersSeen() == 3 && b.headersSeen() == 3;
-        if (!(packetA == packetB))
+            break;
+        if (!packetA.matches(packetB))
+            return false;
+        if (size_t(packetA.stream) >= lastGranules.size())
+            lastGranules.resize(size_t(packetA.stream) + 1, {-1, -1});
+        auto& [lastA, lastB] = lastGranules[size_t(packetA.stream)];
+        if (packetA.granule >= 0)
+            lastA = packetA.granule;
+        if (packetB.granule >= 0)
+            lastB = packetB.granule;
+    }
+    for (const auto& [lastA, lastB] : lastGranules) {
+        if (lastA != lastB)
             return false;
     }
+    return !a.failed() && !b.failed() && a.headersSeen() == 3 && b.headersSeen() == 3;
 }
 
 // --- MP4 ------------------------------------------------------------------

@@ -5,7 +5,8 @@
 // kept the audio byte for byte before the new file replaces the old one:
 // MPEG audio frames (the bytes between the leading ID3v2 tags and the trailing
 // ID3v1 and APE tags), Ogg packets after the three Vorbis headers with their
-// granule positions (the pages around them may be laid out anew), and the
+// granule positions (the pages around them may be laid out anew, so only the
+// positions both sides carry, and each stream's last, are compared), and the
 // samples of every MP4 track in order, found through the sample tables (so a
 // chunk-offset table that points elsewhere shows, not only a moved "mdat").
 namespace AudioPayload {

@@ -195,11 +195,13 @@ bool sameTrack(const QString& written, const QString& read)
         && intValue(written.section(QLatin1Char('/'), 1, 1)) == intValue(read.section(QLatin1Char('/'), 1, 1));
 }
 
-// Why the file AtomicParsley made is not what was asked for: "" when the
-// values and the number of pictures read back and the samples are the old ones.
+// Why the file AtomicParsley made is not what was asked for: "" when its
+// samples are the old ones and the values and the number of pictures read back.
 QString checkWritten(const QString& path, const QString& target, const QString& made, const QVariantMap& tags,
                      const QStringList* pictures)
 {
+    if (!AudioPayload::difference(AudioPayload::Format::Mp4, target, made).isEmpty())
+        return quoted(path) + QStringLiteral(": the audio would have changed; the file was left as it was.");
     const QString unreadable = QStringLiteral("The new version of ") + quoted(path) +
                                QStringLiteral(" did not read back as written; the file was left as it was.");
     mp4::AtomTree tree;
@@ -220,8 +222,6 @@ QString checkWritten(const QString& path, const QString& target, const QString& 
     }
     if (pictures && mp4::coverPayloads(tree).size() != pictures->size())
         return unreadable;
-    if (!AudioPayload::difference(AudioPayload::Format::Mp4, target, made).isEmpty())
-        return quoted(path) + QStringLiteral(": the audio would have changed; the file was left as it was.");
     return {};
 }
 

@@ -211,6 +211,11 @@ QVariantMap getOGGComments(const QString& path)
 
 bool updateOGGTags(const QString& path, const QVariantMap& tags, const QVariantList& images, QString* error)
 {
+    return writeOGGTags(path, tags, &images, error);
+}
+
+bool writeOGGTags(const QString& path, const QVariantMap& tags, const QVariantList* images, QString* error)
+{
     auto fail = [&](const QString& text) {
         if (error)
             *error = text;
@@ -227,14 +232,21 @@ bool updateOGGTags(const QString& path, const QVariantMap& tags, const QVariantL
         return fail(QStringLiteral("\"%1\" cannot be read as Ogg Vorbis: %2").arg(path, vcedit_error(editor.get())));
     }
     vorbis_comment* comments = vcedit_comments(editor.get());
+    QList<QByteArray> pictureEntries;  // kept as they are stored when no pictures are given
+    for (int i = 0; i < comments->comments && !images; ++i) {
+        const QByteArray entry(comments->user_comments[i], comments->comment_lengths[i]);
+        const QByteArray key = entry.left(entry.indexOf('=')).trimmed().toLower();
+        if (key == "metadata_block_picture" || key == "coverart" || key == "coverartmime")
+            pictureEntries.append(entry);
+    }
     vorbis_comment_clear(comments);
     vorbis_comment_init(comments);
     QList<QByteArray> written;
-    auto add = [&](const QString& entry) {
-        QByteArray bytes = entry.toUtf8();
+    auto addBytes = [&](QByteArray bytes) {
         vorbis_comment_add(comments, bytes.data());
         written.append(QByteArray(bytes.constData()));  // the entry ends at a zero byte
     };
+    auto add = [&](const QString& entry) { addBytes(entry.toUtf8()); };
     // A value missing from the record is written the way formatting a missing object prints it.
     auto value = [&](const char* key) {
         const auto found = tags.constFind(QLatin1String(key));
@@ -247,9 +259,11 @@ bool updateOGGTags(const QString& path, const QVariantMap& tags, const QVariantL
     add(QStringLiteral("YEAR=") + value("year"));
     add(QStringLiteral("TRACKNUMBER=") + value("track"));
 
+    for (const QByteArray& entry : pictureEntries)
+        addBytes(entry);
     const bool coverArtEntries = Defaults::standard().integerForKey(QStringLiteral("prefsuseCoverartStored")) == 1;
     ImageCoding::Format format = ImageCoding::Format::Tiff;
-    for (const QVariant& entry : images) {
+    for (const QVariant& entry : images ? *images : QVariantList()) {
         const QVariantMap record = entry.toMap();
         const QString mimeType = record.value(QStringLiteral("Mime Type")).toString();
         format = ImageCoding::formatForMimeType(mimeType, format);
@@ -286,13 +300,13 @@ bool updateOGGTags(const QString& path, const QVariantMap& tags, const QVariantL
     }
     in.reset();
     const bool placed = replacement.commit([&](const QString& made) -> QString {
+        if (!AudioPayload::difference(AudioPayload::Format::Ogg, replacement.target(), made).isEmpty())
+            return QStringLiteral("\"%1\": the audio would have changed; the file was left as it was.").arg(path);
         QList<QByteArray> readBack;
         if (!readEntries(made, &readBack) || readBack != written)
             return QStringLiteral("The new version of \"%1\" did not read back as written; the file was left as it "
                                   "was.")
                 .arg(path);
-        if (!AudioPayload::difference(AudioPayload::Format::Ogg, replacement.target(), made).isEmpty())
-            return QStringLiteral("\"%1\": the audio would have changed; the file was left as it was.").arg(path);
         return {};
     });
     return placed || fail(replacement.errorString());

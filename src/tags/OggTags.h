@@ -16,6 +16,8 @@ QVariantMap getOGGComments(const QString& path);
 // when the file was left as it was.
 bool updateOGGTags(const QString& path, const QVariantMap& tags, const QVariantList& images,
                    QString* error = nullptr);
+// The same; images null keeps the picture entries the file has as they are stored.
+bool writeOGGTags(const QString& path, const QVariantMap& tags, const QVariantList* images, QString* error);
 // The pictures of COVERART and METADATA_BLOCK_PICTURE entries as artwork records.
 QVariantList getOGGAlbumArt(const QString& path);
 

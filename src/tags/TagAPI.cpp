@@ -461,16 +461,16 @@ TagAPI::Fields TagAPI::fields() const
     return fields;
 }
 
-// Why the new file `made` is not what was meant: "" when its tags read back as
-// expected and its MPEG audio is byte for byte the old file's.
+// Why the new file `made` is not what was meant: "" when its MPEG audio is
+// byte for byte the old file's and its tags read back as expected.
 QString TagAPI::checkWritten(const QString& made, const Fields& expected) const
 {
+    if (!AudioPayload::difference(AudioPayload::Format::Mpeg, path_, made).isEmpty())
+        return quoted(path_) + QStringLiteral(": the audio would have changed; the file was left as it was.");
     TagAPI reader(&genres_);
     if (!reader.examineFile(made) || reader.fields() != expected)
         return QStringLiteral("The new version of ") + quoted(path_) +
                QStringLiteral(" did not read back as written; the file was left as it was.");
-    if (!AudioPayload::difference(AudioPayload::Format::Mpeg, path_, made).isEmpty())
-        return quoted(path_) + QStringLiteral(": the audio would have changed; the file was left as it was.");
     return {};
 }
 

@@ -69,7 +69,7 @@ bool writeByExtension(const QString& path, const QVariantMap& tags, const QVaria
     if (extension == QLatin1String("mp3"))
         return updateMP3Tags(path, tags, images, error);
     if (extension == QLatin1String("ogg"))
-        return updateOGGTags(path, tags, images ? *images : getOGGAlbumArt(path), error);
+        return writeOGGTags(path, tags, images, error);
     if (isMp4Extension(extension))
         return writeAACTags(path, tags, images, error);
     *error = QStringLiteral("%1: tags of .%2 files cannot be written").arg(path, QFileInfo(path).suffix());
