@@ -26,7 +26,7 @@ constexpr qint64 kFileBytes = 50ll << 20;
 constexpr int kCoverBytes = 5 << 20;
 
 struct Corpus {
-    QTemporaryDir dir {QDir::tempPath() + "/velmora-bench-XXXXXX"};
+    QTemporaryDir dir{QDir::tempPath() + "/velmora-bench-XXXXXX"};
     QString mp3;
     bool ok = false;
 

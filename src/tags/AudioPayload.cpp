@@ -25,8 +25,7 @@ constexpr qint64 kBlock = 1 << 20;
 // A file read at given offsets; no read reaches past its end.
 class Source {
 public:
-    explicit Source(const QString& path)
-        : fd_(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC))
+    explicit Source(const QString& path) : fd_(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC))
     {
         struct stat info {};
         if (fd_ >= 0 && ::fstat(fd_, &info) == 0 && S_ISREG(info.st_mode))
@@ -153,7 +152,8 @@ std::optional<Run> mpegAudio(const Source& file, QString* why)
         // A version byte of 0xFF or a size byte with its top bit set is no tag header.
         if (header[3] == 0xFF || header[4] == 0xFF || ((header[6] | header[7] | header[8] | header[9]) & 0x80))
             break;
-        const qint64 body = (qint64(header[6]) << 21) | (qint64(header[7]) << 14) | (qint64(header[8]) << 7) | header[9];
+        const qint64 body =
+            (qint64(header[6]) << 21) | (qint64(header[7]) << 14) | (qint64(header[8]) << 7) | header[9];
         const qint64 size = 10 + body + ((header[5] & 0x10) ? 10 : 0);
         if (size > file.size() - start) {
             *why = QStringLiteral("its ID3v2 tag runs past the end of the file");
@@ -185,13 +185,13 @@ std::optional<Run> mpegAudio(const Source& file, QString* why)
         *why = QStringLiteral("it holds no MPEG audio");
         return std::nullopt;
     }
-    return Run {start, end - start};
+    return Run{start, end - start};
 }
 
 // --- Ogg ------------------------------------------------------------------
 
 struct Packet {
-    int stream = 0;  // the logical stream, numbered in the order their pages first appear
+    int stream = 0;     // the logical stream, numbered in the order their pages first appear
     bool hole = false;  // data was missing before this point
     qint64 granule = -1;
     QByteArray bytes;
@@ -200,8 +200,8 @@ struct Packet {
     // the pages were laid out anew one side may not know it.
     bool matches(const Packet& other) const
     {
-        return stream == other.stream && hole == other.hole && bytes == other.bytes
-            && (granule == other.granule || granule < 0 || other.granule < 0);
+        return stream == other.stream && hole == other.hole && bytes == other.bytes &&
+               (granule == other.granule || granule < 0 || other.granule < 0);
     }
 };
 
@@ -317,7 +317,7 @@ private:
 
     const Source& file_;
     qint64 at_ = 0;
-    ogg_sync_state sync_ {};
+    ogg_sync_state sync_{};
     std::vector<Stream> streams_;
     std::deque<Packet> ready_;
     int headers_ = 0;
@@ -403,7 +403,7 @@ bool eachAtom(Span span, const std::function<bool(const char* type, Span body)>&
         }
         if (size < header || size > rest.size)
             return false;
-        if (!visit(reinterpret_cast<const char*>(rest.data + 4), Span {rest.data + header, size - header}))
+        if (!visit(reinterpret_cast<const char*>(rest.data + 4), Span{rest.data + header, size - header}))
             return false;
         at += size;
     }
@@ -543,7 +543,7 @@ std::optional<Movie> movieOf(const Source& file, QString* why)
     };
     // The top-level atoms are walked on disk: "mdat" may be gigabytes.
     qint64 at = 0;
-    Run moov {-1, 0};
+    Run moov{-1, 0};
     while (at < file.size()) {
         char header[16];
         const qint64 left = file.size() - at;
@@ -575,7 +575,7 @@ std::optional<Movie> movieOf(const Source& file, QString* why)
     movie.moov = file.bytes(moov.offset, moov.length);
     if (movie.moov.size() != moov.length)
         return fail(cannotOpen());
-    const Span body {reinterpret_cast<const uchar*>(movie.moov.constData()), movie.moov.size()};
+    const Span body{reinterpret_cast<const uchar*>(movie.moov.constData()), movie.moov.size()};
     int number = 0;
     const bool whole = eachAtom(body, [&](const char* type, Span trak) {
         if (std::memcmp(type, "trak", 4) != 0)

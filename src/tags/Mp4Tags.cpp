@@ -191,8 +191,8 @@ bool pictureFiles(const QVariantList& images, const QString& folder, QStringList
 // AtomicParsley stores the track as numbers: "03" and "3/0" read back as "3".
 bool sameTrack(const QString& written, const QString& read)
 {
-    return intValue(written.section(QLatin1Char('/'), 0, 0)) == intValue(read.section(QLatin1Char('/'), 0, 0))
-        && intValue(written.section(QLatin1Char('/'), 1, 1)) == intValue(read.section(QLatin1Char('/'), 1, 1));
+    return intValue(written.section(QLatin1Char('/'), 0, 0)) == intValue(read.section(QLatin1Char('/'), 0, 0)) &&
+           intValue(written.section(QLatin1Char('/'), 1, 1)) == intValue(read.section(QLatin1Char('/'), 1, 1));
 }
 
 // Why the file AtomicParsley made is not what was asked for: "" when its
@@ -272,9 +272,8 @@ bool writeAACTags(const QString& path, const QVariantMap& tags, const QVariantLi
                     (status < 0 ? QStringLiteral(" (it was stopped by a signal)")
                                 : QStringLiteral(" (exit status %1)").arg(status)) +
                     QStringLiteral("; the file was left as it was."));
-    const bool placed = work.place(copy, [&](const QString& made) {
-        return checkWritten(path, target, made, tags, images ? &files : nullptr);
-    });
+    const bool placed = work.place(
+        copy, [&](const QString& made) { return checkWritten(path, target, made, tags, images ? &files : nullptr); });
     return placed || fail(work.errorString());
 }
 

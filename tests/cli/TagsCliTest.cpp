@@ -119,19 +119,23 @@ TEST(TagsCommand, AFullDiskIsReportedAndEachFileStaysWhole)
     ASSERT_TRUE(image.save(picture));
     const QString mp3 = makeMp3(dir.filePath("song.mp3"), {"--tt", "Before", "--add-id3v2"});
     const QString ogg = dir.filePath("song.ogg");
-    ASSERT_EQ(testsupport::run("sox", {"-n", "-r", "44100", "-c", "2", "-b", "16", dir.filePath("s.wav"), "synth", "1", "sine", "330"}), 0);
+    ASSERT_EQ(testsupport::run("sox", {"-n", "-r", "44100", "-c", "2", "-b", "16", dir.filePath("s.wav"), "synth", "1",
+                                       "sine", "330"}),
+              0);
     ASSERT_EQ(testsupport::run("oggenc", {"-Q", "-o", ogg, dir.filePath("s.wav")}), 0);
     QFile::remove(dir.filePath("s.wav"));
     const QString m4a = dir.filePath("song.m4a");
-    ASSERT_EQ(testsupport::run("ffmpeg", {"-v", "error", "-f", "lavfi", "-i", "sine=duration=1", "-c:a", "aac", m4a}), 0);
+    ASSERT_EQ(testsupport::run("ffmpeg", {"-v", "error", "-f", "lavfi", "-i", "sine=duration=1", "-c:a", "aac", m4a}),
+              0);
     const QStringList before = QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
     for (const QString& file : {mp3, ogg, m4a}) {
         const QByteArray bytes = testsupport::readFile(file);
         // Room for half the file: no new version fits.
         QByteArray output;
-        const int status = testsupport::run("prlimit", {QStringLiteral("--fsize=%1").arg(bytes.size() / 2),
-                                                        testsupport::builtProgram("velmora-cli"), "tags", "--set",
-                                                        "title=Full", "--artwork", picture, file},
+        const int status = testsupport::run("prlimit",
+                                            {QStringLiteral("--fsize=%1").arg(bytes.size() / 2),
+                                             testsupport::builtProgram("velmora-cli"), "tags", "--set", "title=Full",
+                                             "--artwork", picture, file},
                                             &output);
         EXPECT_EQ(status, 1) << output.constData();
         EXPECT_TRUE(output.contains(file.toUtf8()) && output.contains("the disk is full")) << output.constData();

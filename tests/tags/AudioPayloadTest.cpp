@@ -81,7 +81,7 @@ QByteArray writeOgg(const Ogg& ogg, long fill)
     ogg_stream_init(&stream, 4242);
     ogg_page page;
     for (size_t i = 0; i < ogg.packets.size(); ++i) {
-        ogg_packet packet {};
+        ogg_packet packet{};
         packet.packet = reinterpret_cast<unsigned char*>(const_cast<char*>(ogg.packets[i].constData()));
         packet.bytes = ogg.packets[i].size();
         packet.b_o_s = i == 0;
@@ -157,7 +157,8 @@ TEST_F(AudioPayloadTest, MpegAudioIsWhatLiesBetweenTheTags)
               "it holds no MPEG audio");
     QByteArray apeTooLong = audio.left(64) + apeTag(false);
     apeTooLong[apeTooLong.size() - 20] = char(0x7F);  // size field's high byte
-    EXPECT_EQ(AudioPayload::unreadable(Format::Mpeg, put("ape.mp3", apeTooLong)), "its APE tag is longer than the file");
+    EXPECT_EQ(AudioPayload::unreadable(Format::Mpeg, put("ape.mp3", apeTooLong)),
+              "its APE tag is longer than the file");
     EXPECT_EQ(AudioPayload::unreadable(Format::Mpeg, dir_.filePath("absent.mp3")), "it cannot be read");
     EXPECT_EQ(AudioPayload::unreadable(Format::Mpeg, plain), "");
 }
@@ -173,8 +174,9 @@ TEST_F(AudioPayloadTest, OggPacketsMayMoveToOtherPagesButNotChange)
 
     // Small pages (packets split across them) and a longer comment header.
     Ogg longer = ogg;
-    longer.packets[1] = readOgg(testsupport::readFile(
-        fixtures::oggVorbis(dir_.filePath("long.ogg"), {"-c", "COMMENT=" + QString(70000, 'x')}))).packets[1];
+    longer.packets[1] = readOgg(testsupport::readFile(fixtures::oggVorbis(dir_.filePath("long.ogg"),
+                                                                          {"-c", "COMMENT=" + QString(70000, 'x')})))
+                            .packets[1];
     EXPECT_EQ(AudioPayload::difference(Format::Ogg, original, put("small.ogg", writeOgg(ogg, 60))), "");
     EXPECT_EQ(AudioPayload::difference(Format::Ogg, original, put("longer.ogg", writeOgg(longer, 512))), "");
 
@@ -206,8 +208,9 @@ TEST_F(AudioPayloadTest, OggPacketsMayMoveToOtherPagesButNotChange)
         pages.push_back(at);
     ASSERT_GE(pages.size(), 5u);
     // A page missing from the middle is a hole, even when the packets around it survive.
-    EXPECT_NE(AudioPayload::difference(Format::Ogg, original, put("hole.ogg", bytes.left(pages[3]) + bytes.mid(pages[4]))),
-              "");
+    EXPECT_NE(
+        AudioPayload::difference(Format::Ogg, original, put("hole.ogg", bytes.left(pages[3]) + bytes.mid(pages[4]))),
+        "");
     EXPECT_EQ(AudioPayload::unreadable(Format::Ogg, put("headers.ogg", bytes.left(pages[2]))),
               "it holds no audio packets");
     EXPECT_EQ(AudioPayload::unreadable(Format::Ogg, put("text.ogg", QByteArray(5000, 't'))),
@@ -240,7 +243,8 @@ TEST_F(AudioPayloadTest, Mp4SamplesAreFoundThroughTheSampleTables)
         return copy;
     };
     // The first chunk offset shifted by a byte: the media data is untouched, the samples read are not.
-    EXPECT_NE(AudioPayload::difference(Format::Mp4, made, put("shifted.m4a", edited(stco + 12, fixtures::be32(firstChunk + 1)))),
+    EXPECT_NE(AudioPayload::difference(Format::Mp4, made,
+                                       put("shifted.m4a", edited(stco + 12, fixtures::be32(firstChunk + 1)))),
               "");
     struct Broken {
         const char* name;
@@ -252,7 +256,8 @@ TEST_F(AudioPayloadTest, Mp4SamplesAreFoundThroughTheSampleTables)
          "track 1: chunk 1 lies past the end of the file"},
         {"first chunk of the table not 1", edited(stsc + 12, fixtures::be32(2)),
          "track 1: its sample-to-chunk table is out of order"},
-        {"chunk offsets cut short", edited(stco + 8, fixtures::be32(0x10000000)), "track 1: its chunk offsets are cut short"},
+        {"chunk offsets cut short", edited(stco + 8, fixtures::be32(0x10000000)),
+         "track 1: its chunk offsets are cut short"},
         {"two movie atoms", bytes + bytes.mid(moov), "it has two movie atoms"},
         {"no movie atom", bytes.left(moov), "it has no movie atom"},
         {"cut inside an atom header", bytes + QByteArray(5, '\0'), "it ends inside an atom header"},

@@ -55,8 +55,8 @@ const Kind kKinds[] = {
      12},
     {"M4a", "m4a", AudioPayload::Format::Mp4,
      [](const QString& path) {
-         return fixtures::makeWithFfmpeg(path, {"-c:a", "aac", "-b:a", "64k", "-metadata", "title=Old", "-metadata",
-                                                "artist=Band", "-f", "mp4"});
+         return fixtures::makeWithFfmpeg(
+             path, {"-c:a", "aac", "-b:a", "64k", "-metadata", "title=Old", "-metadata", "artist=Band", "-f", "mp4"});
      },
      40},
 };
@@ -72,14 +72,17 @@ mode_t modeOf(const QString& path)
 bool decodes(const QString& path)
 {
     QByteArray output;
-    return testsupport::run("ffmpeg", {"-v", "error", "-i", path, "-f", "null", "-"}, &output) == 0
-        && output.trimmed().isEmpty();
+    return testsupport::run("ffmpeg", {"-v", "error", "-i", path, "-f", "null", "-"}, &output) == 0 &&
+           output.trimmed().isEmpty();
 }
 
 QVariantList coverFrom(const QString& png)
 {
-    return {QVariantMap{{"Picture Type", "Cover (front)"}, {"Description", ""}, {"Mime Type", "image/png"},
-                        {"Image", QImage(png)}, {"cachepath", png}}};
+    return {QVariantMap{{"Picture Type", "Cover (front)"},
+                        {"Description", ""},
+                        {"Mime Type", "image/png"},
+                        {"Image", QImage(png)},
+                        {"cachepath", png}}};
 }
 
 class SafeTagWrite : public ::testing::TestWithParam<Kind> {
@@ -105,10 +108,13 @@ protected:
     // Everything in the folder, hidden files included.
     QStringList entries() const
     {
-        return QDir(dir_.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot | QDir::System,
-                                           QDir::Name);
+        return QDir(dir_.path())
+            .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot | QDir::System, QDir::Name);
     }
-    QString title(const QString& file) const { return getComments(file).value_or(QVariantMap()).value("title").toString(); }
+    QString title(const QString& file) const
+    {
+        return getComments(file).value_or(QVariantMap()).value("title").toString();
+    }
     QString audioDifference(const QString& file) const
     {
         return AudioPayload::difference(GetParam().payload, original_, file);
@@ -131,7 +137,7 @@ int withFileSizeLimit(rlim_t bytes, const std::function<QByteArray()>& body, QBy
     if (pid == 0) {
         ::close(fds[0]);
         std::signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit {bytes, bytes};
+        const rlimit limit{bytes, bytes};
         ::setrlimit(RLIMIT_FSIZE, &limit);
         const QByteArray text = body();
         const bool ok = ::write(fds[1], text.constData(), size_t(text.size())) == text.size();
@@ -231,10 +237,13 @@ TEST_P(SafeTagWrite, AFullDiskFailsWithAMessageAndLeavesTheFileWhole)
     for (const qint64 room : {before_.size() / 2, before_.size() + 64}) {
         freshFile();
         QByteArray said;
-        const int status = withFileSizeLimit(rlim_t(room), [&] {
-            const TagWriteResult result = writeTags(file_, {{"title", "Full"}}, &artwork);
-            return result.written ? QByteArray("written") : result.error.toUtf8();
-        }, &said);
+        const int status = withFileSizeLimit(
+            rlim_t(room),
+            [&] {
+                const TagWriteResult result = writeTags(file_, {{"title", "Full"}}, &artwork);
+                return result.written ? QByteArray("written") : result.error.toUtf8();
+            },
+            &said);
         EXPECT_EQ(status, 0) << room;
         EXPECT_TRUE(said.contains(QFileInfo(file_).fileName().toUtf8())) << said.toStdString();
         if (room < before_.size()) {
@@ -260,7 +269,8 @@ TEST_P(SafeTagWrite, KillsInMidWriteWithABigCoverLeaveTheOldOrTheNewVersion)
     auto whole = [&](QString* which) {
         *which = title(file_);
         const QVariantList pictures = getAlbumArt(file_);
-        return (*which == "Version A" || *which == "Version B") && pictures.size() == 1 && pictures[0].toMap().value("Image").value<QImage>().size() == coverSize &&
+        return (*which == "Version A" || *which == "Version B") && pictures.size() == 1 &&
+               pictures[0].toMap().value("Image").value<QImage>().size() == coverSize &&
                audioDifference(file_).isEmpty();
     };
     QString current;
@@ -315,7 +325,8 @@ protected:
         ASSERT_FALSE(realTool_.isEmpty());
         savedPath_ = qgetenv("PATH");
         file_ = dir_.filePath("song.m4a");
-        ASSERT_TRUE(fixtures::makeWithFfmpeg(file_, {"-c:a", "aac", "-b:a", "64k", "-metadata", "title=Old", "-f", "mp4"}));
+        ASSERT_TRUE(
+            fixtures::makeWithFfmpeg(file_, {"-c:a", "aac", "-b:a", "64k", "-metadata", "title=Old", "-f", "mp4"}));
         before_ = testsupport::readFile(file_);
     }
     void TearDown() override { qputenv("PATH", savedPath_); }
@@ -369,7 +380,8 @@ TEST_F(AtomicParsleyStandIn, AToolThatFailsIsReported)
 TEST_F(AtomicParsleyStandIn, AToolThatChangesTheSamplesIsCaughtByTheAudioCheck)
 {
     // The real tool, then four bytes in the middle of the samples overwritten.
-    standIn("\"" + QFile::encodeName(realTool_) + "\" \"$@\" || exit $?\n"
+    standIn("\"" + QFile::encodeName(realTool_) +
+            "\" \"$@\" || exit $?\n"
             "size=$(stat -c %s \"$1\")\n"
             "printf 'ZZZZ' | dd of=\"$1\" bs=1 seek=$((size / 2)) conv=notrunc 2>/dev/null");
     const TagWriteResult result = writeTags(file_, {{"title", "New"}}, nullptr);
@@ -409,8 +421,8 @@ TEST(MalformedMp4, IsRefusedByTheAudioCheckAndLeftAsItWas)
         ASSERT_TRUE(testsupport::writeFile(file, bytes));
         const TagWriteResult result = writeTags(file, {{"title", "New"}}, nullptr);
         EXPECT_FALSE(result.written) << c.name;
-        EXPECT_TRUE(result.error.contains("the audio would have changed")) << c.name << ": "
-                                                                           << result.error.toStdString();
+        EXPECT_TRUE(result.error.contains("the audio would have changed"))
+            << c.name << ": " << result.error.toStdString();
         EXPECT_EQ(testsupport::readFile(file), bytes) << c.name;
         EXPECT_EQ(QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name),
                   (QStringList{"broken.m4a", "made.m4a"}))
