@@ -84,6 +84,8 @@ public:
 
     TagLib::ByteVector readBlock(unsigned long length) override
     {
+        // A damaged size field may ask for more than the file holds.
+        length = static_cast<unsigned long>(qBound<qint64>(0, qint64(this->length()) - position_, qint64(length)));
         TagLib::ByteVector block(static_cast<unsigned int>(length), '\0');
         qint64 got = 0;
         while (got < qint64(length)) {
