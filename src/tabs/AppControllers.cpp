@@ -7,15 +7,13 @@
 #include "playlists/M3uManager.h"
 #include "playlists/MediaDataSource.h"
 #include "playlists/PlayListDataSource.h"
+#include "tabs/MusicSourcesWrapper.h"
 
 AppControllers::AppControllers()
-    : exportJobs_(std::make_unique<ExportJobs>()),
-      lame_(std::make_unique<LameWrapper>()),
-      hidden_(std::make_unique<HPlayListDataSource>()),
-      media_(std::make_unique<MediaDataSource>()),
-      playlists_(std::make_unique<PlayListDataSource>()),
-      itunes_(std::make_unique<iTunesManager>()),
-      m3u_(std::make_unique<m3uManager>())
+    : exportJobs_(std::make_unique<ExportJobs>()), lame_(std::make_unique<LameWrapper>()),
+      hidden_(std::make_unique<HPlayListDataSource>()), media_(std::make_unique<MediaDataSource>()),
+      playlists_(std::make_unique<PlayListDataSource>()), itunes_(std::make_unique<iTunesManager>()),
+      m3u_(std::make_unique<m3uManager>()), music_(std::make_unique<MusicSourcesWrapper>())
 {
     playlists_->setMediaSource(media_.get());
     playlists_->setHiddenSource(hidden_.get());

@@ -5,14 +5,16 @@ class ExportJobs;
 class HPlayListDataSource;
 class LameWrapper;
 class MediaDataSource;
+class MusicSourcesWrapper;
 class MyController;
 class PlayListDataSource;
 class iTunesManager;
 class m3uManager;
 
 // The long-lived controllers of the application, made together with the main
-// window. Each registers on the notification bus when it wakes; the shell's
-// launch notice then starts their own start-up work.
+// window (and by velmora-cli, which drives the same ones without it). Each
+// registers on the notification bus when it wakes; the shell's launch notice
+// then starts their own start-up work.
 class AppControllers {
 public:
     AppControllers();
@@ -27,6 +29,7 @@ public:
     MediaDataSource& media() { return *media_; }
     HPlayListDataSource& hiddenPlaylists() { return *hidden_; }
     m3uManager& m3u() { return *m3u_; }
+    MusicSourcesWrapper& musicSources() { return *music_; }
 
 private:
     std::unique_ptr<ExportJobs> exportJobs_;
@@ -36,4 +39,6 @@ private:
     std::unique_ptr<PlayListDataSource> playlists_;
     std::unique_ptr<iTunesManager> itunes_;
     std::unique_ptr<m3uManager> m3u_;
+    // Last: it goes first, while the export jobs it feeds still listen.
+    std::unique_ptr<MusicSourcesWrapper> music_;
 };
