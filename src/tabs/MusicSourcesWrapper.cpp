@@ -287,13 +287,11 @@ void MusicSourcesWrapper::showProgress(const QVariantMap& progress, Job* job) co
 std::shared_ptr<Job> MusicSourcesWrapper::makeCancellableJob(const QString& title, std::function<void(Job&)> body)
 {
     return Job::create(title, [this, body = std::move(body)](Job& job) {
-        {
-            std::lock_guard lock(mutex_);
-            saveJob_ = job.shared_from_this();
-        }
+        // The flag belongs to the save in hand; a cancel of this job sets it again.
+        cancel_ = false;
         auto hook = job.onCancel([this] { stopSaving(); });
         body(job);
-        return job.isCancelled() ? JobResult::cancelled() : JobResult::succeeded();
+        return job.isCancelled() || cancel_ ? JobResult::cancelled() : JobResult::succeeded();
     });
 }
 
@@ -335,7 +333,6 @@ void MusicSourcesWrapper::chooseSaveFolderDidEnd(bool confirmed, const QString& 
     emit progressSheetShown();
     showProgress(searchingProgress());
     const QVariantMap request{{"type", formatKey}, {"destinationfolder", folder}};
-    cancel_ = false;
     startWorker(makeSaveJob(request, selection));
 }
 
@@ -559,7 +556,6 @@ void MusicSourcesWrapper::copyToFlash(const Selection& selection)
 {
     emit progressSheetShown();
     showProgress(searchingProgress());
-    cancel_ = false;
     startWorker(makeCancellableJob(QStringLiteral("Gathering files for the flash player"), [this, selection](Job& job) {
         saving_ = true;
         showProgress(searchingProgress(), &job);
@@ -577,7 +573,6 @@ void MusicSourcesWrapper::copyToFlash(const Selection& selection)
 void MusicSourcesWrapper::vlCopyToFlashV20Notification(const QVariantMap& request)
 {
     emit progressSheetShown();
-    cancel_ = false;
     makeCancellableJob(QStringLiteral("Copying files to the flash player"), [this, request](Job& job) {
         showProgress(savingProgress(), &job);
         saveFiles(request, &job);

@@ -129,6 +129,6 @@ private:
     std::function<void(const QString&, const QString&)> dispatchHandler_;
     std::function<void(const QString&, const QString&)> failureHandler_;
     std::function<void(const QString&)> skipHandler_;
-    std::shared_ptr<Job> saveJob_;  // the save or gathering in hand, guarded by mutex_
+    std::shared_ptr<Job> saveJob_;  // the save or gathering started on its own thread, guarded by mutex_
     std::atomic<bool> saving_{false};
 };
