@@ -1,17 +1,11 @@
 #include "tabs/FolderCollector.h"
 
-#include "core/StringUtils.h"
-
 #include "common/TestSupport.h"
 
 #include <QDir>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 class FolderCollectorTest : public ::testing::Test {
 protected:
@@ -51,22 +45,4 @@ TEST_F(FolderCollectorTest, CollectsAudioFilesInFinderOrder)
     cancel = true;
     const auto cancelled = contentsOfFolder(root, &cancel, {});
     EXPECT_LE(cancelled->value("leafarray").toList().size(), 1);
-}
-
-TEST_F(FolderCollectorTest, NamesThatAreNotUtf8AreLeftOutAndNamed)
-{
-    const QString root = path("Music");
-    testsupport::writeFile(root + "/Sub/good.mp3", "not really audio");
-    const QByteArray native = QFile::encodeName(root);
-    ::close(::open((native + "/Sub/caf\xe9.ogg").constData(), O_CREAT | O_WRONLY, 0644));
-    ::close(::open((native + "/cover \xe9.jpg").constData(), O_CREAT | O_WRONLY, 0644));  // not collected anyway
-    ASSERT_EQ(::mkdir((native + "/Disc \xe9").constData(), 0755), 0);
-    ::close(::open((native + "/Disc \xe9/inside.mp3").constData(), O_CREAT | O_WRONLY, 0644));
-
-    QStringList unreadable;
-    const auto result = contentsOfFolder(root, nullptr, {}, defaultAudioTypes(), &unreadable);
-    ASSERT_TRUE(result);
-    EXPECT_EQ(result->value("leafarray").toStringList(), QStringList{root + "/Sub/good.mp3"});
-    unreadable.sort();
-    EXPECT_EQ(unreadable, (QStringList{root + "/Disc \\xE9", root + "/Sub/caf\\xE9.ogg"}));
 }
