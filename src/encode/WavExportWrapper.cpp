@@ -124,8 +124,9 @@ QString outputCutOff(const QString& made, const QString& target)
         rlim_t(info.st_size) >= limit.rlim_cur)
         return QStringLiteral("Cannot write \"%1\": it reached the largest file size this process may write.")
             .arg(target);
+    // (File systems that report no size at all, some FUSE ones, say nothing.)
     struct statvfs disk {};
-    if (::statvfs(QFile::encodeName(made).constData(), &disk) == 0 &&
+    if (::statvfs(QFile::encodeName(made).constData(), &disk) == 0 && disk.f_blocks > 0 &&
         (::geteuid() == 0 ? disk.f_bfree : disk.f_bavail) == 0)
         return QStringLiteral("Cannot write \"%1\": the disk is full.").arg(target);
     return {};
