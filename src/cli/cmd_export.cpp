@@ -16,9 +16,20 @@
 
 #include <QFileInfo>
 
+#include <atomic>
+#include <chrono>
+#include <csignal>
 #include <cstdio>
+#include <thread>
 
 namespace {
+
+std::atomic<bool> interrupted{false};
+
+void onInterrupt(int)
+{
+    interrupted = true;
+}
 
 const QStringList kTypes {"MP3", "MP2", "AAC", "M4A", "M4B", "M4R", "OGG", "WMA", "WAV", "AIFF", "COPY"};
 
@@ -126,9 +137,24 @@ int runExport(const QStringList& arguments)
         request.insert(QStringLiteral("flashpanelsettings"), QVariantMap{{QStringLiteral("replace"), true}});
     HeldJobs held;
     JobProgress progress;
+    // Ctrl-C cancels the job, which stops its tool and leaves nothing behind.
+    interrupted = false;
+    auto previous = std::signal(SIGINT, onInterrupt);
+    std::atomic<bool> finished{false};
+    std::thread watcher([&] {
+        for (; !finished; std::this_thread::sleep_for(std::chrono::milliseconds(20))) {
+            if (const auto job = interrupted ? exportJobFor(destination) : nullptr) {
+                job->cancel();
+                break;
+            }
+        }
+    });
     const QString key = type == QLatin1String("AIFF") ? QStringLiteral("AIF") : type;
     NotificationCenter::defaultCenter().post(exportNotificationName(key), request);
     controllers.exportJobs().waitForBackgroundWork();
+    finished = true;
+    watcher.join();
+    std::signal(SIGINT, previous);
     FileNames::release(destination);  // when no job took the request
 
     const std::shared_ptr<Job> job = exportJobFor(destination);
@@ -140,8 +166,11 @@ int runExport(const QStringList& arguments)
         std::printf("%s\n", qPrintable(destination));
         return 0;
     }
-    const QString why = result.outcome == JobResult::Outcome::Cancelled ? QStringLiteral("cancelled") : result.error;
-    std::fprintf(stderr, "velmora-cli export: no %s file was made: %s\n", qPrintable(type), qPrintable(why));
+    if (result.outcome == JobResult::Outcome::Cancelled) {
+        std::fprintf(stderr, "velmora-cli export: cancelled; no %s file was made\n", qPrintable(type));
+        return 130;
+    }
+    std::fprintf(stderr, "velmora-cli export: no %s file was made: %s\n", qPrintable(type), qPrintable(result.error));
     return 1;
 }
 

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <memory>
 #include <vector>
 
@@ -212,6 +213,26 @@ TEST_F(ExportCliTest, AFullDiskFailsTheExportAndLeavesEverythingAsItWas)
         EXPECT_EQ(entries(out), QStringList{QStringLiteral("kept.%1").arg(row.type)}) << row.type;
     }
     EXPECT_EQ(cachedIntermediates(), QStringList());
+}
+
+TEST_F(ExportCliTest, InterruptStopsTheToolAndLeavesNothingBehind)
+{
+    const QString wav = dir_.filePath("long.wav");
+    ASSERT_TRUE(encodetest::makeTone(wav, 180, 44100, 2, {"-b", "16"}));
+    const QString destination = dir_.filePath("long.mp3");
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(testsupport::builtProgram("velmora-cli"), {"export", "--to", "MP3", wav, destination});
+    QByteArray output;
+    while (!output.contains("Encoding") && process.waitForReadyRead(20000))
+        output += process.readAll();
+    ASSERT_TRUE(output.contains("Encoding")) << output.constData();
+    ::kill(pid_t(process.processId()), SIGINT);
+    ASSERT_TRUE(process.waitForFinished(10000));
+    output += process.readAll();
+    EXPECT_EQ(process.exitCode(), 130) << output.constData();
+    EXPECT_TRUE(output.contains("cancelled")) << output.constData();
+    EXPECT_EQ(entries(dir_.path()), (QStringList{"long.wav", "source song.ogg"}));
 }
 
 TEST_F(ExportCliTest, HelpDescribesExport)
