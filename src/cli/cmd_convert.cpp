@@ -119,14 +119,15 @@ int runConvert(const QStringList& arguments)
         request.insert("flashpanelsettings", QVariantMap{{"replace", replace}, {"dontput", flat}});
     const std::shared_ptr<Job> save = music.makeSaveJob(request, selection);
 
-    // Ctrl-C cancels the save like the progress sheet's Cancel button.
+    // Ctrl-C is the progress sheet's Cancel button, also once every file is handed
+    // over: encoders still waiting for a slot never start.
     interrupted = false;
     auto previous = std::signal(SIGINT, onInterrupt);
     std::atomic<bool> finished{false};
     std::thread watcher([&] {
         while (!finished) {
             if (interrupted) {
-                save->cancel();
+                music.terminateSave();
                 break;
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -151,15 +152,15 @@ int runConvert(const QStringList& arguments)
             std::printf("%s\n", qPrintable(destination));
         } else if (result.outcome == JobResult::Outcome::Failed) {
             failures << QStringLiteral("%1: %2").arg(source, result.error);
-        } else if (result.outcome == JobResult::Outcome::Cancelled && !save->isCancelled()) {
+        } else if (result.outcome == JobResult::Outcome::Cancelled && !music.isCancelled()) {
             failures << QStringLiteral("%1: cancelled").arg(source);
         }
     }
     for (const QString& failure : failures)
         std::fprintf(stderr, "failed: %s\n", qPrintable(failure));
     std::fprintf(stderr, "%d written, %lld failed, %d skipped%s\n", written, static_cast<long long>(failures.size()),
-                 skipped, save->isCancelled() ? ", cancelled" : "");
-    if (save->isCancelled())
+                 skipped, music.isCancelled() ? ", cancelled" : "");
+    if (music.isCancelled())
         return 130;
     // Files left out for their names were not converted either.
     return failures.isEmpty() && skipped == 0 ? 0 : 1;
