@@ -1,4 +1,5 @@
 #include "cli/CliCommand.h"
+#include "cli/DiscOptions.h"
 #include "cli/JobProgress.h"
 
 #include "disc/CdDrives.h"
@@ -7,16 +8,13 @@
 #include "disc/MountedCDWrapper.h"
 
 #include <QCoreApplication>
-#include <QEventLoop>
 #include <QFileInfo>
 #include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QTimer>
 
 #include <cstdio>
-#include <functional>
 
 namespace {
 
@@ -26,44 +24,6 @@ int usage()
 {
     std::fprintf(stderr, "Usage: velmora-cli disc %s\n", kUsage);
     return 2;
-}
-
-// "host", "host:8080", "host/~cddb/cddb.cgi" or "host:8080/cgi" as a server record.
-std::optional<QVariantMap> serverRecord(const QString& text)
-{
-    QString hostAndPort = text;
-    QString cgi = FreeDBWrapper::defaultServer().value("cgi").toString();
-    if (const qsizetype slash = text.indexOf('/'); slash >= 0) {
-        hostAndPort = text.left(slash);
-        cgi = text.mid(slash);
-    }
-    QString host = hostAndPort;
-    QString port = QStringLiteral("80");
-    if (const qsizetype colon = hostAndPort.lastIndexOf(':'); colon >= 0) {
-        host = hostAndPort.left(colon);
-        port = hostAndPort.mid(colon + 1);
-        bool isNumber = false;
-        const int value = port.toInt(&isNumber);
-        if (!isNumber || value < 1 || value > 65535)
-            return std::nullopt;
-    }
-    if (host.isEmpty())
-        return std::nullopt;
-    return QVariantMap{{"host", host}, {"port", port}, {"cgi", cgi}, {"location", "Given on the command line"}};
-}
-
-void waitUntil(const std::function<bool()>& done)
-{
-    if (done())
-        return;
-    QEventLoop loop;
-    QTimer timer;
-    QObject::connect(&timer, &QTimer::timeout, &loop, [&] {
-        if (done())
-            loop.quit();
-    });
-    timer.start(20);
-    loop.exec();
 }
 
 QJsonObject discJson(const mounted_cd_wrapper& watcher, const QVariantMap& description)

@@ -279,15 +279,38 @@ QStringList mplayerDecodeArguments(const QString& source, const QString& rate, c
             QStringLiteral("-ao"), QStringLiteral("pcm:file=\"") + output + QLatin1Char('"')};
 }
 
-QStringList cdparanoiaArguments(const QString& device, int track, bool maxSpeed, const QString& output)
+QStringList cdparanoiaArguments(const QString& device, int track, bool maxSpeed, const QString& output,
+                                const QString& summaryLog)
 {
     QStringList arguments;
     if (!device.isEmpty())
         arguments << QStringLiteral("-d") << device;
     if (maxSpeed)
         arguments << QStringLiteral("-Z");
+    if (!summaryLog.isEmpty())
+        arguments << QStringLiteral("-l") << summaryLog;
     arguments << QString::number(track) << output;
     return arguments;
+}
+
+QStringList ffmpegTrackArguments(const QString& device, qint64 firstSector, qint64 sectors, const QString& rate,
+                                 const QString& output)
+{
+    // Seeking lands on whole seconds only; the trim then starts on the track's
+    // first sample and ends after its last (588 samples to a sector).
+    const qint64 seconds = firstSector / 75;
+    const qint64 start = (firstSector - seconds * 75) * 588;
+    return {QStringLiteral("-f"),
+            QStringLiteral("libcdio"),
+            QStringLiteral("-ss"),
+            QString::number(seconds),
+            QStringLiteral("-i"),
+            device,
+            QStringLiteral("-af"),
+            QStringLiteral("atrim=start_sample=%1:end_sample=%2").arg(start).arg(start + sectors * 588),
+            QStringLiteral("-ar"),
+            rate,
+            output};
 }
 
 QStringList aiffArguments(const QString& source, const QString& rate, const QString& output)

@@ -60,8 +60,13 @@ QString resampleRate(const QString& requestedRate, const TspSettings& settings);
 QStringList resampleArguments(const QString& rate);  // "-af", "resample=R", "-ar", R
 QStringList ffmpegDecodeArguments(const QString& source, const QString& rate, const QString& output);
 QStringList mplayerDecodeArguments(const QString& source, const QString& rate, const QString& output);
-QStringList cdparanoiaArguments(const QString& device, int track, bool maxSpeed,
-                                const QString& output);
+// summaryLog: where cd-paranoia writes its summary of the read (none when empty).
+QStringList cdparanoiaArguments(const QString& device, int track, bool maxSpeed, const QString& output,
+                                const QString& summaryLog = {});
+// ffmpeg reading one track of a disc (a drive or a cue sheet) through libcdio:
+// firstSector counts from the disc's first audio sector; the cut is sample-exact.
+QStringList ffmpegTrackArguments(const QString& device, qint64 firstSector, qint64 sectors, const QString& rate,
+                                 const QString& output);
 QStringList aiffArguments(const QString& source, const QString& rate, const QString& output);
 
 // The clip: sox input output trim START LENGTH fade t IN LENGTH OUT [vol V dB].

@@ -1,6 +1,7 @@
 #pragma once
 #include "encode/ExportArguments.h"
 
+#include <QHash>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -32,11 +33,35 @@ public:
     Job& job() { return job_; }
     void noteFailure(const QString& reason) { failure_ = reason; }
     QString failure() const { return failure_; }
+    // What the drive reader said about the last CD track read in this scope.
+    void noteRipReport(const QString& report) { ripReport_ = report; }
+    QString ripReport() const { return ripReport_; }
 
 private:
     Job& job_;
     ExportRequestScope* outer_;
     QString failure_;
+    QString ripReport_;
+};
+
+// While it lives, holds the job of every export request posted from this thread,
+// so that the sender can wait for each one and read its outcome.
+class ExportJobWatch {
+public:
+    ExportJobWatch();
+    ~ExportJobWatch();
+    ExportJobWatch(const ExportJobWatch&) = delete;
+    ExportJobWatch& operator=(const ExportJobWatch&) = delete;
+
+    static ExportJobWatch* current();
+    // The latest request's job for a destination; null when none was posted here.
+    std::shared_ptr<Job> jobFor(const QString& destination) const;
+
+private:
+    friend void rememberExportJob(const QString& destination, const std::shared_ptr<Job>& job);
+    ExportJobWatch* outer_;
+    mutable std::mutex mutex_;
+    QHash<QString, std::shared_ptr<Job>> jobs_;
 };
 
 // Runs one export request as a job: as a stage of the request already handled
@@ -96,8 +121,14 @@ private:
     JobResult cutClip(Job& job, const QVariantMap& request);
     // A decoder run that writes through a link of its own in the working folder.
     int runThroughLink(Job& job, const QString& program, const QString& destination,
-                       const std::function<QStringList(const QString& output)>& arguments);
-    bool ripTrack(Job& job, const QString& source, int track, bool maxSpeed, const QString& destination);
+                       const std::function<QStringList(const QString& output)>& arguments, int timeLimitMs = 0);
+    // Reads a CD track with cd-paranoia; false, with the reason in *why, when the
+    // whole track could not be read.
+    bool ripTrack(Job& job, const QString& source, int track, bool maxSpeed, const QString& destination,
+                  QString* why);
+    // After cd-paranoia has failed: the track read by ffmpeg through libcdio.
+    bool readTrackWithFfmpeg(Job& job, const QString& source, const QString& rate, const QString& destination,
+                             QString* why);
 
     std::mutex stageMutex_;  // one WAV stage at a time per job object
     std::mutex jobMutex_;

@@ -4,17 +4,26 @@
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "core/StringUtils.h"
+#include "encode/RipChecksums.h"
 #include "platform/AppPaths.h"
 #include "platform/ChildProcess.h"
 #include "platform/FileNames.h"
 #include "platform/ResourceLocator.h"
 #include "platform/SafeFile.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
+#include <QRegularExpression>
 
+#include <chrono>
+#include <climits>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -25,6 +34,7 @@ using namespace ExportArguments;
 namespace {
 
 thread_local ExportRequestScope* currentScope = nullptr;
+thread_local ExportJobWatch* currentWatch = nullptr;
 
 std::mutex registryMutex;
 QHash<QString, std::weak_ptr<Job>> registry;
@@ -41,20 +51,122 @@ bool hasContent(const QString& path)
     return info.exists() && info.size() > 0;
 }
 
-// The drive or image a track file of the audio-CD watcher stands for: its
-// "device=" line; empty (cd-paranoia's own choice of drive) when there is none.
-QString cdTrackDevice(const QString& trackFile)
+// What a track file of the audio-CD watcher stands for: the drive or image to
+// read ("device="; empty leaves cd-paranoia its own choice of drive), the track
+// and where it lies ("firstsector=", "length=" in sectors; -1 and 0 when unknown).
+struct CdTrack {
+    QString device;
+    int number = 0;
+    qint64 firstSector = -1;
+    qint64 length = 0;
+};
+
+CdTrack readCdTrack(const QString& trackFile)
 {
+    CdTrack track;
     QFile file(trackFile);
     if (!file.open(QIODevice::ReadOnly))
-        return {};
-    const QByteArray head = file.read(4096);
-    for (const QByteArray& line : head.split('\n')) {
+        return track;
+    for (const QByteArray& line : file.read(4096).split('\n')) {
         if (line.startsWith("device="))
-            return QString::fromUtf8(line.mid(7)).trimmed();
+            track.device = QFile::decodeName(line.mid(7)).trimmed();
+        else if (line.startsWith("track="))
+            track.number = line.mid(6).trimmed().toInt();
+        else if (line.startsWith("firstsector="))
+            track.firstSector = line.mid(12).trimmed().toLongLong();
+        else if (line.startsWith("length="))
+            track.length = line.mid(7).trimmed().toLongLong();
     }
-    return {};
+    return track;
 }
+
+// The first sector of the disc's audio, where libcdio's stream of the whole
+// disc begins: the earliest track beside this one.
+qint64 firstAudioSector(const QString& trackFile)
+{
+    qint64 first = -1;
+    const QFileInfoList siblings =
+        QDir(QFileInfo(trackFile).path()).entryInfoList({QStringLiteral("*.cdda")}, QDir::Files);
+    for (const QFileInfo& sibling : siblings) {
+        const qint64 start = readCdTrack(sibling.filePath()).firstSector;
+        if (start >= 0 && (first < 0 || start < first))
+            first = start;
+    }
+    return first;
+}
+
+// Why a WAV read from a disc is not the whole track; "" when it is (or when the
+// track's length is not known).
+QString shortRead(const QString& wav, const CdTrack& track)
+{
+    if (track.length <= 0)
+        return {};
+    const auto span = RipChecksums::wavData(wav);
+    const qint64 expected = track.length * 2352;
+    if (span && span->size == expected)
+        return {};
+    return QStringLiteral("Only %1 of the %2 sectors of track %3 could be read.")
+        .arg(span ? span->size / 2352 : 0)
+        .arg(track.length)
+        .arg(track.number);
+}
+
+// cd-paranoia's summary without what it says of itself: the command line, its
+// versions and the output file, which is only a private name.
+QString paranoiaReport(const QByteArray& summary)
+{
+    static const QRegularExpression version(QStringLiteral("^\\d+(\\.\\d+)+\\S*$"));
+    QStringList kept;
+    const QStringList lines = QString::fromLocal8Bit(summary).split(QLatin1Char('\n'));
+    for (qsizetype i = 1; i < lines.size(); ++i) {
+        const QString line = lines[i].trimmed();
+        if (!line.isEmpty() && !version.match(line).hasMatch() && !line.startsWith(QLatin1String("Using ")) &&
+            !line.startsWith(QLatin1String("outputting to ")))
+            kept << line;
+    }
+    return kept.join(QLatin1Char('\n'));
+}
+
+// Reading one drive (or image) is never done twice at once, by this process or
+// another Velmora: an flock on a file named after the drive in the working folder.
+class DriveLock {
+public:
+    DriveLock(Job& job, const QString& device)
+    {
+        AppPaths::makePrivateFolder(AppPaths::workingFolder());
+        const QString canonical = QFileInfo(device).canonicalFilePath();
+        const QByteArray key = QCryptographicHash::hash(QFile::encodeName(canonical.isEmpty() ? device : canonical),
+                                                        QCryptographicHash::Sha1)
+                                   .toHex()
+                                   .left(16);
+        const QByteArray path = QFile::encodeName(AppPaths::workingFolder()) + "/drive-" + key + ".lock";
+        fd_ = ::open(path.constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+        if (fd_ < 0)
+            return;
+        bool told = false;
+        while (::flock(fd_, LOCK_EX | LOCK_NB) != 0) {
+            if (errno != EWOULDBLOCK || job.isCancelled()) {
+                ::close(fd_);
+                fd_ = -1;
+                return;
+            }
+            if (!told)
+                job.setStatus(QStringLiteral("Waiting for the drive %1").arg(device));
+            told = true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+    }
+    ~DriveLock()
+    {
+        if (fd_ >= 0)
+            ::close(fd_);  // closing lets go of the lock
+    }
+    DriveLock(const DriveLock&) = delete;
+    DriveLock& operator=(const DriveLock&) = delete;
+
+private:
+    int fd_ = -1;
+};
 
 }  // namespace
 
@@ -71,6 +183,27 @@ ExportRequestScope::~ExportRequestScope()
 ExportRequestScope* ExportRequestScope::current()
 {
     return currentScope;
+}
+
+ExportJobWatch::ExportJobWatch() : outer_(currentWatch)
+{
+    currentWatch = this;
+}
+
+ExportJobWatch::~ExportJobWatch()
+{
+    currentWatch = outer_;
+}
+
+ExportJobWatch* ExportJobWatch::current()
+{
+    return currentWatch;
+}
+
+std::shared_ptr<Job> ExportJobWatch::jobFor(const QString& destination) const
+{
+    std::lock_guard lock(mutex_);
+    return jobs_.value(registryKey(destination));
 }
 
 JobResult runExportRequest(const QString& title, const QString& destination,
@@ -103,6 +236,10 @@ std::shared_ptr<Job> exportJobFor(const QString& destination)
 
 void rememberExportJob(const QString& destination, const std::shared_ptr<Job>& job)
 {
+    if (ExportJobWatch* watch = ExportJobWatch::current()) {
+        std::lock_guard lock(watch->mutex_);
+        watch->jobs_.insert(registryKey(destination), job);
+    }
     std::lock_guard lock(registryMutex);
     registry.insert(registryKey(destination), job);
     // Jobs that nobody holds any more are forgotten now and then, not one by one.
@@ -211,7 +348,7 @@ void wavexportwrapper::cancel()
 }
 
 int wavexportwrapper::runThroughLink(Job& job, const QString& program, const QString& destination,
-                                     const std::function<QStringList(const QString&)>& arguments)
+                                     const std::function<QStringList(const QString&)>& arguments, int timeLimitMs)
 {
     // Decoders write through a link of a plain name so that no file name ever has
     // to survive a tool's own option syntax (mplayer's "pcm:file="). Each run has
@@ -222,28 +359,83 @@ int wavexportwrapper::runThroughLink(Job& job, const QString& program, const QSt
     if (!QFileInfo::exists(destination) && QFile::link(QFileInfo(destination).absoluteFilePath(), link))
         output = link;
     ChildProcess child(program, arguments(output));
+    child.setTimeLimit(timeLimitMs);
     const int code = runCancellable(job, child);
     QFile::remove(link);
     return code;
 }
 
-bool wavexportwrapper::ripTrack(Job& job, const QString& source, int track, bool maxSpeed, const QString& destination)
+bool wavexportwrapper::ripTrack(Job& job, const QString& source, int track, bool maxSpeed, const QString& destination,
+                                QString* why)
 {
     const QString paranoia = ResourceLocator::pathForTool(QStringLiteral("cdparanoia"));
     if (paranoia.isEmpty()) {
         cdparanoiaFailed_ = true;
         return false;
     }
-    ChildProcess child(paranoia, cdparanoiaArguments(cdTrackDevice(source), track, maxSpeed, destination));
-    runCancellable(job, child);
-    if (QFileInfo(destination).size() < 1024) {
+    const CdTrack disc = readCdTrack(source);
+    // Its summary of the read goes beside the WAV being made, in the private folder.
+    const QString summary = QFileInfo(destination).path() + QStringLiteral("/cd-paranoia.log");
+    {
+        DriveLock drive(job, disc.device);
+        ChildProcess child(paranoia, cdparanoiaArguments(disc.device, track, maxSpeed, destination, summary));
+        runCancellable(job, child);
+    }
+    QFile log(summary);
+    if (ExportRequestScope* scope = ExportRequestScope::current(); scope && log.open(QIODevice::ReadOnly))
+        scope->noteRipReport(paranoiaReport(log.read(64 * 1024)));
+    log.remove();
+    // A full disk or a size limit stopped the WAV, not the drive: the caller says so.
+    if (!outputCutOff(destination, destination).isEmpty())
+        return false;
+    QString problem = shortRead(destination, disc);
+    if (QFileInfo(destination).size() < 1024 && problem.isEmpty())
+        problem = QStringLiteral("cd-paranoia could not read track %1.").arg(track);
+    if (!problem.isEmpty()) {
         QFile::remove(destination);
         // Once the drive has failed us, later tracks go straight to the decoders.
         if (!job.isCancelled())
             cdparanoiaFailed_ = true;
+        *why = problem;
         return false;
     }
     return true;
+}
+
+bool wavexportwrapper::readTrackWithFfmpeg(Job& job, const QString& source, const QString& rate,
+                                           const QString& destination, QString* why)
+{
+    const CdTrack disc = readCdTrack(source);
+    const qint64 origin = firstAudioSector(source);
+    const QString ffmpeg = ResourceLocator::pathForTool(QStringLiteral("ffmpeg"));
+    if (ffmpeg.isEmpty()) {
+        *why = QStringLiteral("cd-paranoia has failed before and ffmpeg, which could read instead, is not installed.");
+        return false;
+    }
+    {
+        // Sectors that cannot be read keep libcdio trying for ever: a minute and
+        // twice the track's length (a drive at single speed) are enough.
+        DriveLock drive(job, disc.device);
+        runThroughLink(
+            job, ffmpeg, destination,
+            [&](const QString& output) {
+                return ffmpegTrackArguments(disc.device, disc.firstSector - origin, disc.length, rate, output);
+            },
+            int(std::min<qint64>(60000 + disc.length * 2000 / 75, INT_MAX)));
+    }
+    if (ExportRequestScope* scope = ExportRequestScope::current())
+        scope->noteRipReport(QStringLiteral("Read by ffmpeg through libcdio, without error correction."));
+    if (!outputCutOff(destination, destination).isEmpty())
+        return false;
+    // At another rate the length differs from the disc's by design.
+    QString problem = rate == QLatin1String("44100") ? shortRead(destination, disc) : QString();
+    if (problem.isEmpty() && QFileInfo(destination).size() == 0)
+        problem = QStringLiteral("ffmpeg could not read track %1.").arg(disc.number);
+    if (problem.isEmpty())
+        return true;
+    QFile::remove(destination);
+    *why = problem;
+    return false;
 }
 
 void wavexportwrapper::exportWav(const QVariantMap& request)
@@ -311,11 +503,31 @@ JobResult wavexportwrapper::decode(Job& job, const QVariantMap& request)
         return cutOff.isEmpty();
     };
     bool ripped = false;
-    if (request.contains(QStringLiteral("riptrack")) && !cdparanoiaFailed_) {
-        ripped =
-            ripTrack(job, source, request.value(QStringLiteral("riptrack")).toInt(), maxSpeed, made) && notCutOff();
+    if (request.contains(QStringLiteral("riptrack"))) {
+        // A track file of a disc folder holds no audio: it says where to read it.
+        const CdTrack disc = readCdTrack(source);
+        const bool onDisc = !disc.device.isEmpty() && disc.length > 0 && firstAudioSector(source) >= 0;
+        const int track = request.value(QStringLiteral("riptrack")).toInt();
+        QString problem;
+        if (!cdparanoiaFailed_) {
+            const bool read = ripTrack(job, source, track, maxSpeed, made, &problem);
+            ripped = notCutOff() && read;
+        }
+        // ffmpeg reads through the same library: once cd-paranoia has read this
+        // track short, with all its retries, ffmpeg would not get further.
+        if (!ripped && onDisc && problem.isEmpty() && !job.isCancelled() && cutOff.isEmpty()) {
+            const bool read = readTrackWithFfmpeg(job, source, rate, made, &problem);
+            ripped = notCutOff() && read;
+        }
         if (!ripped)
             QFile::remove(made);
+        if (onDisc && !ripped) {
+            if (job.isCancelled())
+                return JobResult::cancelled();
+            return JobResult::failed(!cutOff.isEmpty()  ? cutOff
+                                     : problem.isEmpty() ? QStringLiteral("Track %1 could not be read.").arg(track)
+                                                         : problem);
+        }
     }
     const QString ffmpeg = ResourceLocator::pathForTool(QStringLiteral("ffmpeg"));
     if (!ripped && !ffmpeg.isEmpty() && !job.isCancelled()) {

@@ -10,6 +10,7 @@
 #include "playlists/MediaDataSource.h"
 #include "playlists/PlayListDataSource.h"
 #include "tabs/MusicSourcesWrapper.h"
+#include "tabs/RipSourcesWrapper.h"
 
 AppControllers::AppControllers()
     : exportJobs_(std::make_unique<ExportJobs>()),
@@ -20,7 +21,8 @@ AppControllers::AppControllers()
       itunes_(std::make_unique<iTunesManager>()),
       m3u_(std::make_unique<m3uManager>()),
       cdWatcher_(std::make_unique<mounted_cd_wrapper>(std::make_unique<SystemCdDrives>())),
-      music_(std::make_unique<MusicSourcesWrapper>())
+      music_(std::make_unique<MusicSourcesWrapper>()),
+      rip_(std::make_unique<RipSourcesWrapper>(*cdWatcher_))
 {
     playlists_->setMediaSource(media_.get());
     playlists_->setHiddenSource(hidden_.get());

@@ -8,6 +8,7 @@ class MediaDataSource;
 class MusicSourcesWrapper;
 class MyController;
 class PlayListDataSource;
+class RipSourcesWrapper;
 class iTunesManager;
 class m3uManager;
 class mounted_cd_wrapper;
@@ -32,6 +33,7 @@ public:
     m3uManager& m3u() { return *m3u_; }
     mounted_cd_wrapper& cdWatcher() { return *cdWatcher_; }
     MusicSourcesWrapper& musicSources() { return *music_; }
+    RipSourcesWrapper& ripSources() { return *rip_; }
 
 private:
     std::unique_ptr<ExportJobs> exportJobs_;
@@ -42,6 +44,7 @@ private:
     std::unique_ptr<iTunesManager> itunes_;
     std::unique_ptr<m3uManager> m3u_;
     std::unique_ptr<mounted_cd_wrapper> cdWatcher_;
-    // Last: it goes first, while the export jobs it feeds still listen.
+    // Last: the tabs go first, while the export jobs they feed still listen.
     std::unique_ptr<MusicSourcesWrapper> music_;
+    std::unique_ptr<RipSourcesWrapper> rip_;
 };

@@ -9,6 +9,7 @@
 #include "platform/FileNames.h"
 #include "playlists/PlaylistFiles.h"
 #include "tabs/FolderCollector.h"
+#include "tabs/UniqueNames.h"
 
 #include <QDir>
 #include <QFile>
@@ -444,21 +445,8 @@ QString MusicSourcesWrapper::uniqueFilename(const QString& source, const QString
 {
     createDirectoriesAtPath(folder);
     const QString stem = QFileInfo(source).completeBaseName();
-    const QString candidate = folder + '/' + FileNames::fitName(stem, '.' + type);
-    // A name is ours once reserve() has made it; something already there (or a
-    // concurrent batch that got it first) moves us on to the next number.
-    const auto claim = [](const QString& name) { return FileNames::reserve(name) || !QFileInfo::exists(name); };
-    if (!QFileInfo::exists(candidate) && claim(candidate))
-        return candidate;
-    if (params.value("replace").toBool())
-        return candidate;
-    QString numbered;
-    for (int n = 1; n <= 1024; ++n) {
-        numbered = folder + '/' + FileNames::fitName(stem, QStringLiteral(" %1.%2").arg(n).arg(type));
-        if (!QFileInfo::exists(numbered) && claim(numbered))
-            return numbered;
-    }
-    return numbered;
+    return UniqueNames::claim(folder, FileNames::fitName(stem, '.' + type), stem, type,
+                              params.value("replace").toBool());
 }
 
 void MusicSourcesWrapper::terminateSave()

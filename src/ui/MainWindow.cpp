@@ -11,6 +11,7 @@
 #include "ui/LamePreferencesPage.h"
 #include "ui/MusicTab.h"
 #include "ui/PreferencesDialog.h"
+#include "ui/RipTab.h"
 #include "ui/StoresTab.h"
 
 #include <QApplication>
@@ -37,7 +38,7 @@ QStringList MainWindow::tabTitles()
 
 MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QWidget* parent)
     : QMainWindow(parent), controller_(controller), controllers_(controllers), tabs_(new QTabWidget),
-      musicTab_(new MusicTab(controllers)), jobList_(nullptr)
+      musicTab_(new MusicTab(controllers)), ripTab_(new RipTab(controllers)), jobList_(nullptr)
 {
     setWindowTitle(QStringLiteral("Velmora"));
     resize(1000, 680);
@@ -46,7 +47,8 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
     outlines_ << musicTab_->libraryOutline();
     tabs_->addTab(musicTab_, titles[MusicTabIndex]);
     tabs_->addTab(makeSourcePane(tr("Playing is not available yet.")), titles[PlayTab]);
-    tabs_->addTab(makeSourcePane(tr("Ripping audio CDs is not available yet.")), titles[RipTab]);
+    outlines_ << nullptr;  // the Rip tab shows discs, not the library
+    tabs_->addTab(ripTab_, titles[RipTabIndex]);
     tabs_->addTab(makeSourcePane(tr("Editing tags is not available yet.")), titles[TagTab]);
     tabs_->addTab(makeSourcePane(tr("Making clips and ringtones is not available yet.")), titles[ClipTab]);
     tabs_->addTab(new StoresTab, titles[StoresTabIndex]);

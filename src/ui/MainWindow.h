@@ -10,6 +10,7 @@ class QLabel;
 class QMessageBox;
 class QTabWidget;
 class QTreeView;
+class RipTab;
 
 // The single main window: six tabs, the library outline in each, the menus,
 // and the sheets of the shell (add a library folder, tasks still running).
@@ -19,12 +20,13 @@ public:
     MainWindow(MyController& controller, AppControllers& controllers, QWidget* parent = nullptr);
 
     MusicTab* musicTab() const { return musicTab_; }
+    RipTab* ripTab() const { return ripTab_; }
 
     QTabWidget* tabs() const { return tabs_; }
     // Below the tabs, on every tab: the running and failed jobs.
     JobListView* jobList() const { return jobList_; }
     static QStringList tabTitles();
-    enum Tab { MusicTabIndex, PlayTab, RipTab, TagTab, ClipTab, StoresTabIndex };
+    enum Tab { MusicTabIndex, PlayTab, RipTabIndex, TagTab, ClipTab, StoresTabIndex };
 
     void addToLibrary();
     void removeFromLibrary();
@@ -43,6 +45,7 @@ private:
     AppControllers& controllers_;
     QTabWidget* tabs_;
     MusicTab* musicTab_;
+    RipTab* ripTab_;
     JobListView* jobList_;
     QList<QTreeView*> outlines_;
     QPointer<QMessageBox> tasksSheet_;

@@ -353,7 +353,8 @@ TEST_F(ExportJobsTest, CdparanoiaFailureIsRememberedForLaterTracks)
     qputenv("PATH", oldPath);
     // Only the first track asked the drive, writing into a private folder beside the destination.
     const QString log = QString::fromUtf8(testsupport::readFile(path("paranoia.log")));
-    EXPECT_TRUE(QRegularExpression(QStringLiteral("^-d /dev/velmora-none -Z 1 %1/\\.velmora-\\w{6}/t1\\.wav\n$")
+    EXPECT_TRUE(QRegularExpression(
+                    QStringLiteral("^-d /dev/velmora-none -Z -l (%1/\\.velmora-\\w{6})/cd-paranoia\\.log 1 \\1/t1\\.wav\n$")
                                        .arg(QRegularExpression::escape(dir_.path())))
                     .match(log)
                     .hasMatch())
