@@ -69,6 +69,13 @@ std::optional<PcmSpan> wavData(const QString& path)
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return std::nullopt;
+    return wavData(file);
+}
+
+std::optional<PcmSpan> wavData(QFile& file)
+{
+    if (!file.seek(0))
+        return std::nullopt;
     const qint64 fileSize = file.size();
     unsigned char head[12];
     if (file.read(reinterpret_cast<char*>(head), 12) != 12 || std::memcmp(head, "RIFF", 4) != 0 ||
@@ -140,9 +147,16 @@ TrackSums Accumulator::sums() const
 
 std::optional<TrackSums> forWav(const QString& path, bool firstTrack, bool lastTrack)
 {
-    const std::optional<PcmSpan> span = wavData(path);
     QFile file(path);
-    if (!span || !file.open(QIODevice::ReadOnly) || !file.seek(span->offset))
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    return forWav(file, firstTrack, lastTrack);
+}
+
+std::optional<TrackSums> forWav(QFile& file, bool firstTrack, bool lastTrack)
+{
+    const std::optional<PcmSpan> span = wavData(file);
+    if (!span || !file.seek(span->offset))
         return std::nullopt;
     Accumulator sums(span->size / 4, firstTrack, lastTrack);
     QByteArray block(1 << 20, Qt::Uninitialized);

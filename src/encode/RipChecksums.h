@@ -1,6 +1,8 @@
 #pragma once
 #include <QString>
 
+class QFile;
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -18,6 +20,7 @@ struct PcmSpan {
 // The data chunk of a 16-bit stereo PCM WAV file; empty when the file is not one
 // (or a chunk claims more bytes than the file holds).
 std::optional<PcmSpan> wavData(const QString& path);
+std::optional<PcmSpan> wavData(QFile& file);
 
 quint32 crc32(const unsigned char* data, std::size_t size, quint32 crc = 0);
 
@@ -54,5 +57,7 @@ private:
 
 // Reads a track's WAV file once for all three sums; empty when it cannot be read.
 std::optional<TrackSums> forWav(const QString& path, bool firstTrack, bool lastTrack);
+// The same from a file opened for reading, which may have been removed since.
+std::optional<TrackSums> forWav(QFile& file, bool firstTrack, bool lastTrack);
 
 }  // namespace RipChecksums

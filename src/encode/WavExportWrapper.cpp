@@ -127,6 +127,25 @@ QString paranoiaReport(const QByteArray& summary)
     return kept.join(QLatin1Char('\n'));
 }
 
+// What a read really reads: the drive, or for an image the BIN its cue sheet
+// names (every disc folder, of any process, has its own cue sheet and link).
+QString readSource(const QString& device)
+{
+    const QFileInfo info(device);
+    QFile cue(device);
+    if (info.isFile() && info.suffix().compare(QLatin1String("cue"), Qt::CaseInsensitive) == 0 &&
+        cue.open(QIODevice::ReadOnly)) {
+        static const QRegularExpression fileLine(QStringLiteral("^\\s*FILE\\s+\"([^\"]+)\""),
+                                                 QRegularExpression::MultilineOption);
+        const QRegularExpressionMatch match = fileLine.match(QString::fromUtf8(cue.read(64 * 1024)));
+        const QString bin = match.hasMatch() ? QFileInfo(info.dir(), match.captured(1)).canonicalFilePath() : QString();
+        if (!bin.isEmpty())
+            return bin;
+    }
+    const QString canonical = info.canonicalFilePath();
+    return canonical.isEmpty() ? device : canonical;
+}
+
 // Reading one drive (or image) is never done twice at once, by this process or
 // another Velmora: an flock on a file named after the drive in the working folder.
 class DriveLock {
@@ -134,11 +153,8 @@ public:
     DriveLock(Job& job, const QString& device)
     {
         AppPaths::makePrivateFolder(AppPaths::workingFolder());
-        const QString canonical = QFileInfo(device).canonicalFilePath();
-        const QByteArray key = QCryptographicHash::hash(QFile::encodeName(canonical.isEmpty() ? device : canonical),
-                                                        QCryptographicHash::Sha1)
-                                   .toHex()
-                                   .left(16);
+        const QByteArray key =
+            QCryptographicHash::hash(QFile::encodeName(readSource(device)), QCryptographicHash::Sha1).toHex().left(16);
         const QByteArray path = QFile::encodeName(AppPaths::workingFolder()) + "/drive-" + key + ".lock";
         fd_ = ::open(path.constData(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
         if (fd_ < 0)

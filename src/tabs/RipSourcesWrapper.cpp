@@ -22,6 +22,8 @@
 #include <QFileInfo>
 #include <QHash>
 
+#include <future>
+
 namespace {
 
 const QString kRippingOperation = QStringLiteral("Ripping Files");
@@ -77,8 +79,8 @@ struct RipSourcesWrapper::Run {
     };
     struct Entry {
         Track track;
-        QString folder;  // where its files go
-        std::optional<RipChecksums::TrackSums> sums;
+        QString folder;                                                   // where its files go
+        std::shared_future<std::optional<RipChecksums::TrackSums>> sums;  // summed beside the next read
         QString report;
         QStringList files;
         QString failure;
@@ -624,9 +626,17 @@ void RipSourcesWrapper::ripTracks(Job& job, const RipRequest& request, const Rip
                 continue;
             }
         }
-        if (settings.writeLog)
-            entry.sums =
-                RipChecksums::forWav(wav, track.number == request.firstTrack, track.number == request.lastTrack);
+        if (settings.writeLog) {
+            // Opened now: an encoder that removes the intermediate when it is
+            // done cannot take the samples away from the sums.
+            auto file = std::make_shared<QFile>(wav);
+            if (file->open(QIODevice::ReadOnly)) {
+                const bool first = track.number == request.firstTrack, last = track.number == request.lastTrack;
+                entry.sums = std::async(std::launch::async, [file, first, last] {
+                                 return RipChecksums::forWav(*file, first, last);
+                             }).share();
+            }
+        }
 
         for (qsizetype f = 0; f < formats.size(); ++f) {
             const QString& format = formats[f];
@@ -740,10 +750,10 @@ void RipSourcesWrapper::finish(Job& job, const RipRequest& request, const RipSet
             text += why.isEmpty() ? QStringLiteral("    File: %1\n").arg(output.path)
                                   : QStringLiteral("    Not made: %1: %2\n").arg(output.path, why);
         }
-        if (entry.sums) {
-            text += QStringLiteral("    PCM CRC32: %1\n").arg(hex(entry.sums->crc32));
-            text += QStringLiteral("    AccurateRip v1: %1\n").arg(hex(entry.sums->accurateRipV1));
-            text += QStringLiteral("    AccurateRip v2: %1\n").arg(hex(entry.sums->accurateRipV2));
+        if (const auto sums = entry.sums.valid() ? entry.sums.get() : std::nullopt) {
+            text += QStringLiteral("    PCM CRC32: %1\n").arg(hex(sums->crc32));
+            text += QStringLiteral("    AccurateRip v1: %1\n").arg(hex(sums->accurateRipV1));
+            text += QStringLiteral("    AccurateRip v2: %1\n").arg(hex(sums->accurateRipV2));
         }
         if (!entry.report.isEmpty()) {
             text += QStringLiteral("    Reader's report:\n");

@@ -103,3 +103,32 @@ TEST(RipCli, InterruptCancelsLeavingOnlyWholeFiles)
     // No reserved name, work folder or intermediate is left.
     EXPECT_EQ(RipFixture::filesUnder(dir.filePath("cache/Velmora")), QStringList());
 }
+
+TEST(RipCli, TwoRipsOfOneDiscNeverReadItAtOnce)
+{
+    QTemporaryDir dir;
+    const Image image = writeImage(dir.filePath("image"), "disc", disc({audio(75), audio(75), audio(75)}));
+    // A cd-paranoia first on PATH that notes when each read begins and ends.
+    const QString log = dir.filePath("reads");
+    QDir().mkpath(dir.filePath("bin"));
+    testsupport::writeFile(dir.filePath("bin/cd-paranoia"),
+                           QStringLiteral("#!/bin/sh\necho begin >> '%1'\nsleep 0.3\n/usr/bin/cd-paranoia \"$@\"\n"
+                                          "code=$?\necho end >> '%1'\nexit $code\n")
+                               .arg(log)
+                               .toUtf8());
+    QFile::setPermissions(dir.filePath("bin/cd-paranoia"), QFile::ReadOwner | QFile::ExeOwner);
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("PATH", dir.filePath("bin") + ':' + environment.value("PATH"));
+    QProcess first, second;
+    for (QProcess* process : {&first, &second}) {
+        process->setProcessEnvironment(environment);
+        process->start(testsupport::builtProgram("velmora-cli"),
+                       {"rip", "--to", "WAV", "--out", dir.filePath(process == &first ? "a" : "b"), "--no-cddb",
+                        image.cue});
+    }
+    for (QProcess* process : {&first, &second}) {
+        ASSERT_TRUE(process->waitForFinished(120000));
+        EXPECT_EQ(process->exitCode(), 0) << process->readAllStandardError().constData();
+    }
+    EXPECT_EQ(testsupport::readFile(log), QByteArray("begin\nend\n").repeated(6));
+}
