@@ -123,6 +123,15 @@ RipTab::RipTab(AppControllers& controllers, QWidget* parent)
         clipRow->addWidget(new QLabel(label));
         clipRow->addWidget(field);
     }
+    // The clip's encoder settings and the character changes of its names.
+    auto* clipSettings = new QPushButton(tr("Clip Settings…"));
+    connect(clipSettings, &QPushButton::clicked, this, [this] {
+        auto* sheet = new RipSettingsSheet(rip_, QStringLiteral("CLP"), this);
+        sheet->setWindowTitle(tr("Clip Settings"));
+        sheet->setAttribute(Qt::WA_DeleteOnClose);
+        sheet->open();
+    });
+    clipRow->addWidget(clipSettings);
     clipRow->addStretch();
 
     auto* layout = new QVBoxLayout(this);

@@ -169,6 +169,41 @@ TEST(RipSourcesWrapper, ADiscThatGoesAwayMidRipLeavesTheTracksRippedBeforeAndNot
     EXPECT_TRUE(f.rip->discs().isEmpty());
 }
 
+TEST(RipSourcesWrapper, CancelTellsEveryEncoderFamilyAndLeavesOnlyWholeFilesOfAListedJob)
+{
+    RipFixture f(disc({audio(150), audio(150), audio(150)}));
+    QStringList told;
+    std::mutex toldMutex;
+    for (const char* name : {VLMP3ExportCancelNotification, VLMP2ExportCancelNotification,
+                             VLAACExportCancelNotification, VLOGGExportCancelNotification,
+                             VLWMAExportCancelNotification})
+        NotificationCenter::defaultCenter().addObserver(&told, name, [&, name](const Notification&) {
+            std::lock_guard lock(toldMutex);
+            told << name;
+        });
+    const auto request = f.rip->ripRequest("MP3", f.out());
+    ASSERT_TRUE(request);
+    const std::shared_ptr<Job> job = f.rip->makeRipJob(*request, f.settings());
+    f.rip->setProgressHandler([&](const QVariantMap& progress) {
+        if (progress.value("savefilename").toString().startsWith("02"))
+            job->cancel();
+    });
+    job->start();
+    EXPECT_TRUE(JobList::shared().jobs().contains(job));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return job->state() == Job::State::Finished; }, 60000));
+    f.jobs.waitForBackgroundWork();
+    NotificationCenter::defaultCenter().removeObserver(&told);
+    EXPECT_EQ(job->result().outcome, JobResult::Outcome::Cancelled);
+    EXPECT_EQ(told.size(), 5);
+    EXPECT_EQ(QSet<QString>(told.begin(), told.end()).size(), 5);
+    // Track 1 was handed to its encoder before the cancel; nothing of track 2 or 3 is left.
+    for (const QString& file : RipFixture::filesUnder(f.out())) {
+        EXPECT_EQ(file, "01 Alpha.mp3");
+        EXPECT_NEAR(probe(f.out() + '/' + file).duration, 2.0, 0.1);
+    }
+    EXPECT_EQ(RipFixture::filesUnder(f.dir.filePath("cache")), QStringList());
+}
+
 TEST(RipSourcesWrapper, SeveralMatchesOfferAChoiceThatRenamesTheTracks)
 {
     RipFixture f(disc({audio(150)}));
