@@ -122,9 +122,9 @@ TEST(RipCli, TwoRipsOfOneDiscNeverReadItAtOnce)
     QProcess first, second;
     for (QProcess* process : {&first, &second}) {
         process->setProcessEnvironment(environment);
-        process->start(testsupport::builtProgram("velmora-cli"),
-                       {"rip", "--to", "WAV", "--out", dir.filePath(process == &first ? "a" : "b"), "--no-cddb",
-                        image.cue});
+        process->start(
+            testsupport::builtProgram("velmora-cli"),
+            {"rip", "--to", "WAV", "--out", dir.filePath(process == &first ? "a" : "b"), "--no-cddb", image.cue});
     }
     for (QProcess* process : {&first, &second}) {
         ASSERT_TRUE(process->waitForFinished(120000));

@@ -174,9 +174,9 @@ TEST(RipSourcesWrapper, CancelTellsEveryEncoderFamilyAndLeavesOnlyWholeFilesOfAL
     RipFixture f(disc({audio(150), audio(150), audio(150)}));
     QStringList told;
     std::mutex toldMutex;
-    for (const char* name : {VLMP3ExportCancelNotification, VLMP2ExportCancelNotification,
-                             VLAACExportCancelNotification, VLOGGExportCancelNotification,
-                             VLWMAExportCancelNotification})
+    for (const char* name :
+         {VLMP3ExportCancelNotification, VLMP2ExportCancelNotification, VLAACExportCancelNotification,
+          VLOGGExportCancelNotification, VLWMAExportCancelNotification})
         NotificationCenter::defaultCenter().addObserver(&told, name, [&, name](const Notification&) {
             std::lock_guard lock(toldMutex);
             told << name;
