@@ -5,6 +5,7 @@
 #include "platform/FileNames.h"
 #include "tabs/FolderCollector.h"
 
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -35,6 +36,12 @@ int run(const QStringList& arguments)
         std::fprintf(stderr, "velmora-cli collect: %s: no such file or folder\n", qPrintable(folders.first()));
         return 1;
     }
+    if (QFileInfo(folders.first()).isFile()) {
+        if (const auto reason = leftOutReason(folders.first(), defaultAudioTypes())) {
+            std::fprintf(stderr, "velmora-cli collect: %s: %s\n", qPrintable(folders.first()), qPrintable(*reason));
+            return 1;
+        }
+    }
     const QVariantList leaves = collection->value(QStringLiteral("leafarray")).toList();
     const QVariantList records = collection->value(QStringLiteral("commentarray")).toList();
     const QVariantList destinations = collection->value(QStringLiteral("destinationarray")).toList();
@@ -52,6 +59,9 @@ int run(const QStringList& arguments)
         for (auto it = record.constBegin(); it != record.constEnd(); ++it)
             std::printf("  %s: %s\n", qPrintable(it.key()), qPrintable(it.value().toString()));
     }
+    if (QFileInfo(folders.first()).isDir())
+        for (const QString& line : leftOutSummary(folders.first(), defaultAudioTypes()))
+            std::fprintf(stderr, "velmora-cli collect: %s\n", qPrintable(line));
     for (const QString& name : unreadable)
         std::fprintf(stderr, "velmora-cli collect: %s\n", qPrintable(FileNames::unreadableNameMessage(name)));
     if (!unreadable.isEmpty())

@@ -8,6 +8,7 @@
 #include "encode/ExportJobs.h"
 #include "encode/LameWrapper.h"
 #include "tabs/AppControllers.h"
+#include "tabs/FolderCollector.h"
 #include "tabs/MusicSourcesWrapper.h"
 
 #include <QFileInfo>
@@ -111,12 +112,22 @@ int runConvert(const QStringList& arguments)
             std::fprintf(stderr, "velmora-cli: %s: no such file or folder\n", qPrintable(path));
             continue;
         }
+        if (info.isFile()) {
+            if (const auto reason = leftOutReason(path, defaultAudioTypes())) {
+                failures << QStringLiteral("%1: %2").arg(path, *reason);
+                std::fprintf(stderr, "velmora-cli: %s: %s\n", qPrintable(path), qPrintable(*reason));
+                continue;
+            }
+        } else {
+            for (const QString& line : leftOutSummary(path, defaultAudioTypes()))
+                std::fprintf(stderr, "velmora-cli: %s: %s\n", qPrintable(path), qPrintable(line));
+        }
         selection << MusicSourcesWrapper::Source::library(info.absoluteFilePath());
     }
 
     QVariantMap request{{"type", type}, {"destinationfolder", out}};
     if (replace || flat)
-        request.insert("flashpanelsettings", QVariantMap{{"replace", replace}, {"dontput", flat}});
+        request.insert("namingoptions", QVariantMap{{"replace", replace}, {"dontput", flat}});
     const std::shared_ptr<Job> save = music.makeSaveJob(request, selection);
 
     // Ctrl-C is the progress sheet's Cancel button, also once every file is handed
@@ -170,7 +181,9 @@ CliRegistration registration({"convert", "--to TYPE --out FOLDER [--replace] [--
                               "Convert files and folders as the Music tab does: destination sub-folders, unique "
                               "names, one export per file in background slots; prints each file written. "
                               "--replace overwrites, --flat puts every file directly into FOLDER. Files whose "
-                              "names are not valid UTF-8 are reported and skipped. Exits 0 only when every file "
+                              "names are not valid UTF-8 are reported and skipped, and so are the kinds of file a folder holds "
+                              "that the library does not list; a file named that is not a library type is an error. "
+                              "Exits 0 only when every file "
                               "was written whole.",
                               runConvert});
 

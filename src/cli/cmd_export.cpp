@@ -45,8 +45,8 @@ int runExport(const QStringList& arguments)
     QStringList paths;
     std::optional<int> bitrateIndex;
     std::optional<QString> resample;
-    bool vbr = false;
-    bool mono = false;
+    std::optional<bool> vbr;
+    std::optional<bool> mono;
     bool replace = false;
     for (int i = 0; i < arguments.size(); ++i) {
         const QString& argument = arguments.at(i);
@@ -72,10 +72,10 @@ int runExport(const QStringList& arguments)
             if (!given || (*given != QLatin1String("44100") && *given != QLatin1String("48000")))
                 return usageError(QStringLiteral("--resample takes 44100 or 48000"));
             resample = *given;
-        } else if (argument == QLatin1String("--vbr")) {
-            vbr = true;
-        } else if (argument == QLatin1String("--mono")) {
-            mono = true;
+        } else if (argument == QLatin1String("--vbr") || argument == QLatin1String("--cbr")) {
+            vbr = argument == QLatin1String("--vbr");
+        } else if (argument == QLatin1String("--mono") || argument == QLatin1String("--stereo")) {
+            mono = argument == QLatin1String("--mono");
         } else if (argument == QLatin1String("--replace")) {
             replace = true;
         } else if (argument.startsWith(QLatin1String("--"))) {
@@ -95,12 +95,15 @@ int runExport(const QStringList& arguments)
         return 1;
     }
 
-    // The settings of this run only: kept in memory, never written to the user's defaults.
+    // The stored settings, each flag given overriding one for this run only: kept
+    // in memory, never written to the user's defaults.
     Defaults& defaults = Defaults::standard();
     if (bitrateIndex)
         defaults.setInteger(QStringLiteral("mTSPBitrateStored"), *bitrateIndex);
-    defaults.setInteger(QStringLiteral("mTSPVBRStored"), vbr ? 1 : 0);
-    defaults.setInteger(QStringLiteral("mTSPMonoStored"), mono ? 1 : 0);
+    if (vbr)
+        defaults.setInteger(QStringLiteral("mTSPVBRStored"), *vbr ? 1 : 0);
+    if (mono)
+        defaults.setInteger(QStringLiteral("mTSPMonoStored"), *mono ? 1 : 0);
     if (resample)
         defaults.setInteger(QStringLiteral("mTSPResampleStored"), *resample == QLatin1String("48000") ? 1 : 0);
 
@@ -175,11 +178,12 @@ int runExport(const QStringList& arguments)
 }
 
 CliRegistration reg({"export",
-                     "--to TYPE [--bitrate-index N] [--vbr] [--mono] [--resample 44100|48000] [--replace] SOURCE "
-                     "DESTINATION",
+                     "--to TYPE [--bitrate-index N] [--vbr|--cbr] [--mono|--stereo] [--resample 44100|48000] "
+                     "[--replace] SOURCE DESTINATION",
                      "Convert SOURCE into DESTINATION with the export job of TYPE (MP3, MP2, AAC, M4A, M4B, M4R, "
                      "OGG, WMA, WAV, AIFF, COPY); prints DESTINATION once it is written whole, or says which step "
-                     "failed and exits 1. An existing DESTINATION is replaced only with --replace.",
+                     "failed and exits 1. The stored export settings apply unless an option overrides one. An "
+                     "existing DESTINATION is replaced only with --replace.",
                      runExport});
 
 } // namespace

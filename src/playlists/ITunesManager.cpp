@@ -239,6 +239,18 @@ bool iTunesManager::isAcceptedTrackPath(const QString& path)
     return acceptedExtensions().contains(pathExtension(path.toLower()));
 }
 
+namespace {
+// A playlist without an item list (folders, smart playlists never synced) has
+// nothing to write: it gets no intermediate and so no playlist file.
+std::optional<QVariantList> playlistItems(const QVariantMap& playlist)
+{
+    const QVariant items = playlist.value(QStringLiteral("Playlist Items"));
+    if (items.typeId() != QMetaType::QVariantList)
+        return std::nullopt;
+    return items.toList();
+}
+} // namespace
+
 QString iTunesManager::intermediatePathFor(const QString& name) const
 {
     return appendingPathComponent(iTunesFolder(), stringByReplacingSlashes(name) + QStringLiteral(".xml"));
@@ -251,9 +263,12 @@ void iTunesManager::createFiles(const ITunesLibrary& library, Job& job, QStringL
         const QVariantMap playlist = library.playlists.at(i).toMap();
         const QString name = playlist.value(QStringLiteral("Name")).toString();
         job.setProgress(100.0 * double(i) / double(total), name);
+        const auto items = playlistItems(playlist);
+        if (!items)
+            continue;
         const QString intermediate = intermediatePathFor(name);
         QString error;
-        if (!PropertyList::write(intermediate, playlist.value(QStringLiteral("Playlist Items")).toList(), &error)) {
+        if (!PropertyList::write(intermediate, *items, &error)) {
             errors.append(error);
             continue;
         }
@@ -342,9 +357,10 @@ QString iTunesManager::convertSelection(const QString& selected, QString* error)
         for (const QVariant& item : library->playlists) {
             const QVariantMap playlist = item.toMap();
             const QString mapped = stringByReplacingSlashes(playlist.value(QStringLiteral("Name")).toString());
-            if (mapped == name &&
-                !PropertyList::write(appendingPathComponent(iTunesFolder(), mapped + QStringLiteral(".xml")),
-                                     playlist.value(QStringLiteral("Playlist Items")).toList(), error))
+            const auto items = playlistItems(playlist);
+            if (mapped == name && items &&
+                !PropertyList::write(appendingPathComponent(iTunesFolder(), mapped + QStringLiteral(".xml")), *items,
+                                     error))
                 return {};
         }
         QFile::remove(converted);

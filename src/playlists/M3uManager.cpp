@@ -7,12 +7,14 @@
 #include "platform/AppPaths.h"
 #include "platform/SafeFile.h"
 #include "playlists/PlaylistFiles.h"
-#include "tags/TagFacade.h"
+#include "tags/Id3FrameLister.h"
+#include "tags/MediaDuration.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <cstdlib>
 
 using namespace PlaylistFiles;
@@ -32,23 +34,20 @@ bool hasNoTitleReader(const QString& path)
     return extension == QLatin1String("WMA") || extension == QLatin1String("FLAC");
 }
 
-struct TrackInfo {
-    QString seconds;
-    std::optional<QString> title;
-};
-
-// Length and title from one reading of the file.
-TrackInfo readTrack(const QString& path)
+// The text of the first frame with that identifier in id3info's listing: it
+// starts two characters after the colon that follows the identifier.
+std::optional<QString> firstFrameText(const QByteArray& listing, const QByteArray& frame)
 {
-    TrackInfo info{QStringLiteral("0"), std::nullopt};
-    const auto record = getComments(path);
-    if (!record)
-        return info;
-    info.seconds = QString::number(record->value(QStringLiteral("duration")).toString().toInt());
-    const QString title = record->value(QStringLiteral("title")).toString();
-    if (!title.isEmpty() && !hasNoTitleReader(path))
-        info.title = title;
-    return info;
+    const QByteArray marker = "=== " + frame + ' ';
+    for (const QByteArray& line : listing.split('\n')) {
+        if (!line.startsWith(marker))
+            continue;
+        const qsizetype colon = line.indexOf(':', marker.size());
+        if (colon < 0)
+            continue;
+        return QString::fromUtf8(line.mid(colon + 2));
+    }
+    return std::nullopt;
 }
 
 } // namespace
@@ -76,12 +75,21 @@ QString m3uManager::targetPathFor(const QString& playlistPath)
 
 QString m3uManager::getSongTime(const QString& path)
 {
-    return readTrack(path).seconds;
+    if (!QFileInfo::exists(path))
+        return QStringLiteral("0");
+    // The media framework's play time, the same for every format.
+    return QString::number(std::max(0, mediaDurationSeconds(path)));
 }
 
 std::optional<QString> m3uManager::getSongName(const QString& path)
 {
-    return readTrack(path).title;
+    if (hasNoTitleReader(path))
+        return std::nullopt;
+    // Only ID3 titles count: other formats' tags are not asked for.
+    const QByteArray listing = id3infoOutput(path);
+    if (auto title = firstFrameText(listing, "TT2"))
+        return title;
+    return firstFrameText(listing, "TIT2");
 }
 
 QString m3uManager::copyPlaylistDict(const QVariantMap& group, const QString& basePath, const QString& root,
@@ -108,12 +116,11 @@ QString m3uManager::copyPlaylistDict(const QVariantMap& group, const QString& ba
             continue;
         }
         const QString track = entry.toString();
-        const TrackInfo info = readTrack(track);
-        const QString title = info.title.value_or(displayName(track));
+        const QString title = getSongName(track).value_or(displayName(track));
         QString path = appendingPathComponent(appendingPathComponent(basePath, root), prefix + lastPathComponent(track));
         if (asMP3 && pathExtension(path).toLower() != QLatin1String("mp3"))
             path = replacingPathExtension(path, QStringLiteral("MP3"));
-        text += QStringLiteral("#EXTINF:%1,%2\n%3\n").arg(info.seconds, title, path);
+        text += QStringLiteral("#EXTINF:%1,%2\n%3\n").arg(getSongTime(track), title, path);
         if (progress) {
             ++progress->done;
             progress->job.setProgress(100.0 * progress->done / progress->total, progress->status);

@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFileInfo>
+#include <QMap>
 
 #include <algorithm>
 #include <numeric>
@@ -78,4 +79,41 @@ std::optional<QVariantMap> contentsOfFolder(const QString& path, const std::atom
                                             const std::function<void(const QString&)>& progress)
 {
     return contentsOfFolder(path, cancel, progress, defaultAudioTypes());
+}
+
+namespace {
+QString notLibraryType(const QString& suffix)
+{
+    return suffix.isEmpty() ? QStringLiteral("a name without an extension is not a library type")
+                            : QStringLiteral(".%1 is not a library type").arg(suffix);
+}
+} // namespace
+
+std::optional<QString> leftOutReason(const QString& file, const QSet<QString>& types)
+{
+    const QString suffix = QFileInfo(file).suffix().toLower();
+    if (types.contains(suffix))
+        return std::nullopt;
+    return notLibraryType(suffix);
+}
+
+QStringList leftOutSummary(const QString& folder, const QSet<QString>& types)
+{
+    QMap<QString, int> counts;
+    QDirIterator walk(folder, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (walk.hasNext()) {
+        const QString suffix = QFileInfo(walk.next()).suffix().toLower();
+        if (!types.contains(suffix))
+            ++counts[suffix];
+    }
+    std::vector<std::pair<int, QString>> order;
+    for (auto it = counts.constBegin(); it != counts.constEnd(); ++it)
+        order.emplace_back(-it.value(), it.key());
+    std::sort(order.begin(), order.end());
+    QStringList lines;
+    for (const auto& [negativeCount, suffix] : order)
+        lines << QStringLiteral("skipped %1 %2: %3")
+                     .arg(-negativeCount)
+                     .arg(negativeCount == -1 ? QStringLiteral("file") : QStringLiteral("files"), notLibraryType(suffix));
+    return lines;
 }

@@ -20,3 +20,12 @@ std::optional<QVariantMap> contentsOfFolder(const QString& path, const std::atom
                                             const QSet<QString>& types, QStringList* unreadable = nullptr);
 std::optional<QVariantMap> contentsOfFolder(const QString& path, const std::atomic<bool>* cancel,
                                             const std::function<void(const QString&)>& progress);
+
+// Why a file is not collected, when it is of none of the types: ".flac is not
+// a library type". Nothing for a file of one of them.
+std::optional<QString> leftOutReason(const QString& file, const QSet<QString>& types);
+
+// One line per kind of file a folder walk passes over ("skipped 2 files: .flac
+// is not a library type"), most frequent first, so batch commands can say what
+// they did not touch.
+QStringList leftOutSummary(const QString& folder, const QSet<QString>& types);

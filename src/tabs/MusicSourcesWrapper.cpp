@@ -381,8 +381,11 @@ void MusicSourcesWrapper::saveFiles(const QVariantMap& request, Job* job)
     const QStringList files = request.value("selectedfiles").toStringList();
     const bool hasFlashSettings = request.contains("flashpanelsettings");
     const QVariantMap flashSettings = request.value("flashpanelsettings").toMap();
+    // The command line's naming options ("replace", "dontput") name files as the
+    // flash options do without changing any encoder's settings.
+    const QVariantMap naming = hasFlashSettings ? flashSettings : request.value("namingoptions").toMap();
     QStringList destinations = request.value("destinationpaths").toStringList();
-    if (hasFlashSettings && flashSettings.value("dontput").toBool())
+    if (naming.value("dontput").toBool())
         destinations.clear();
     const QString notification = exportNotificationName(type);
     if (job)
@@ -414,11 +417,13 @@ void MusicSourcesWrapper::saveFiles(const QVariantMap& request, Job* job)
                 failureHandler_(source, QStringLiteral("the file cannot be read"));
             continue;
         }
-        const QString destination = uniqueFilename(source, destinationFolder, fileType, flashSettings);
+        const QString destination = uniqueFilename(source, destinationFolder, fileType, naming);
         const QString wav = AppPaths::uniqueIntermediate(cache, QStringLiteral("musiccache"), QStringLiteral("WAV"));
         QVariantMap exportRequest{{"sourcepath", source}, {"destinationpath", destination}, {"wavpath", wav}};
         if (hasFlashSettings)
             exportRequest.insert("flashpanelsettings", flashSettings);
+        else if (type == QLatin1String("COPY") && naming.value("replace").toBool())
+            exportRequest.insert("flashpanelsettings", QVariantMap{{"replace", true}});  // copies have no settings
         if (background_)
             exportRequest.insert("ripinbackground", true);
         if (cancel_ || !isServed(qPrintable(notification))) {

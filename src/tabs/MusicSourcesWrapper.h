@@ -61,7 +61,8 @@ public:
     // A save as a job ("Saving MP3 files"), for the window to start() and the
     // command line to run(): its status is the progress sheet's title line, its
     // percent the share of files handed to the export jobs; cancelling it is
-    // terminateSave().
+    // terminateSave(). Besides the save request's keys, "namingoptions"
+    // {"replace", "dontput"} changes how files are named and nothing else.
     std::shared_ptr<Job> makeSaveJob(QVariantMap request, const Selection& selection);
     // The body of the save job.
     void HandleSaveThread(Job& job, QVariantMap request, const Selection& selection);

@@ -1,4 +1,5 @@
 #include "../encode/EncodeTestSupport.h"
+#include "core/Defaults.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -334,4 +335,55 @@ TEST_F(ConvertCliTest, NamesThatAreNotUtf8AreReportedAndCountedByEveryWalk)
                            &output),
               1);
     EXPECT_TRUE(reported(output, file)) << output.constData();
+}
+
+// The naming options change names only: every export takes the stored export
+// settings (here 320 kbit/s mono), whichever command and options ran it.
+TEST_F(ConvertCliTest, StoredExportSettingsApplyWhateverTheNamingOptions)
+{
+    Defaults::standard().setInteger("mTSPBitrateStored", 14);
+    Defaults::standard().setInteger("mTSPMonoStored", 1);
+    Defaults::standard().synchronize();
+    const QString source = dir_.filePath("in/a.wav");
+    const struct {
+        QStringList arguments;
+        QString made;
+    } runs[] = {
+        {{"convert", "--to", "MP3", "--out", dir_.filePath("plain"), source}, dir_.filePath("plain/a.MP3")},
+        {{"convert", "--to", "MP3", "--replace", "--out", dir_.filePath("replace"), source},
+         dir_.filePath("replace/a.MP3")},
+        {{"convert", "--to", "MP3", "--flat", "--out", dir_.filePath("flat"), dir_.filePath("in")},
+         dir_.filePath("flat/b.MP3")},
+        {{"export", "--to", "MP3", source, dir_.filePath("export.MP3")}, dir_.filePath("export.MP3")},
+    };
+    for (const auto& run : runs) {
+        QByteArray output;
+        ASSERT_EQ(testsupport::run(testsupport::builtProgram("velmora-cli"), run.arguments, &output), 0)
+            << output.constData();
+        QByteArray rate;
+        testsupport::run("ffprobe", {"-v", "error", "-show_entries", "stream=bit_rate,channels", "-of", "csv=p=0",
+                                     run.made},
+                         &rate);
+        EXPECT_TRUE(rate.startsWith("1,320000")) << rate.constData() << qPrintable(run.arguments.join(' '));
+    }
+    Defaults::standard().removeObject("mTSPBitrateStored");
+    Defaults::standard().removeObject("mTSPMonoStored");
+    Defaults::standard().synchronize();
+}
+
+// What a batch passes over is named; a file named on its own that cannot be
+// converted is an error.
+TEST_F(ConvertCliTest, FilesOfOtherTypesAreNamedWhenSkipped)
+{
+    for (const char* name : {"in/c.flac", "in/Disc 1/d.flac", "in/e.opus"})
+        testsupport::writeFile(dir_.filePath(name), "not read");
+    QByteArray output;
+    EXPECT_EQ(convert({"--to", "WAV", "--out", dir_.filePath("out"), dir_.filePath("in")}, &output), 0);
+    EXPECT_TRUE(output.contains("skipped 2 files: .flac is not a library type")) << output.constData();
+    EXPECT_TRUE(output.contains("skipped 1 file: .opus is not a library type")) << output.constData();
+    EXPECT_TRUE(output.contains("2 written, 0 failed")) << output.constData();
+
+    EXPECT_EQ(convert({"--to", "WAV", "--out", dir_.filePath("out"), dir_.filePath("in/c.flac")}, &output), 1);
+    EXPECT_TRUE(output.contains("c.flac: .flac is not a library type")) << output.constData();
+    EXPECT_TRUE(output.contains("0 written, 1 failed")) << output.constData();
 }

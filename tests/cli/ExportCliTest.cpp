@@ -235,12 +235,4 @@ TEST_F(ExportCliTest, InterruptStopsTheToolAndLeavesNothingBehind)
     EXPECT_EQ(entries(dir_.path()), (QStringList{"long.wav", "source song.ogg"}));
 }
 
-TEST_F(ExportCliTest, HelpDescribesExport)
-{
-    QByteArray output;
-    ASSERT_EQ(testsupport::run(testsupport::builtProgram("velmora-cli"), {"--help"}, &output), 0);
-    EXPECT_TRUE(output.contains("export --to TYPE [--bitrate-index N] [--vbr] [--mono] [--resample 44100|48000] "
-                                "[--replace] SOURCE DESTINATION"));
-}
-
 } // namespace

@@ -58,7 +58,9 @@ QByteArray sampleLibrary()
                            + track(5, QString())
                            + track(6, "http://radio.example.com/stream.mp3")
                            + track(7, "file://localhost/Users/me/Music/Direct/Ärger.ogg");
-    return library(tracks, playlist("A/B", {1, 2, 3, 4, 5, 6, -1, 99, 7}) + playlist("Plain", {3, 1}));
+    // A folder of playlists has no items of its own.
+    const QString folder = "<dict><key>Name</key><string>Folder</string><key>Folder</key><true/></dict>";
+    return library(tracks, playlist("A/B", {1, 2, 3, 4, 5, 6, -1, 99, 7}) + folder + playlist("Plain", {3, 1}));
 }
 
 const QStringList kExpectedAB{"/Users/me/Music/One.mp3", "/Users/me/Music/Loud.M4A",
@@ -111,6 +113,7 @@ TEST_F(ITunesImport, LaunchWritesIntermediatesAndSelectionConvertsOnce)
 
     EXPECT_TRUE(QFileInfo::exists(iTunesFolder() + "/A-B.xml"));
     EXPECT_TRUE(QFileInfo::exists(iTunesFolder() + "/Plain.xml"));
+    EXPECT_FALSE(QFileInfo::exists(iTunesFolder() + "/Folder.xml"));
     const QStringList names = recorder.names();
     ASSERT_GE(names.size(), 3);
     EXPECT_EQ(names.mid(names.size() - 3), (QStringList{VLDidPreparseItunesNotification, VLPlaylistInfoNotification,
@@ -224,7 +227,7 @@ TEST_F(ITunesImport, TheImportRunsAsJobsWithAStepPerPlaylistThatStopWhenCancelle
     {
         Watch importing("Importing the iTunes playlists", false);
         launch();
-        EXPECT_EQ(importing.steps, (QList<std::pair<double, QString>>{{0, "A/B"}, {50, "Plain"}}));
+        EXPECT_EQ(importing.steps, (QList<std::pair<double, QString>>{{0, "A/B"}, {100.0 / 3, "Folder"}, {200.0 / 3, "Plain"}}));
         EXPECT_TRUE(QFileInfo::exists(iTunesFolder() + "/Plain.xml"));
     }
 }

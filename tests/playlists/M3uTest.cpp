@@ -20,14 +20,14 @@ class M3u : public ::testing::Test {
 protected:
     void SetUp() override { resetPlaylistState(); }
 
-    static QString makeTone(const QString& name, const QStringList& metadata)
+    static QString makeTone(const QString& name, const QStringList& metadata, const QString& seconds = "3")
     {
         const QString folder = testsupport::homeDir() + "/tones";
         QDir().mkpath(folder);
         const QString path = folder + '/' + name;
         if (QFileInfo::exists(path))
             return path;
-        QStringList arguments{"-nostdin", "-loglevel", "error", "-f", "lavfi", "-i", "sine=frequency=440:duration=3"};
+        QStringList arguments{"-nostdin", "-loglevel", "error", "-f", "lavfi", "-i", "sine=frequency=440:duration=" + seconds};
         for (const QString& item : metadata)
             arguments << "-metadata" << item;
         arguments << path;
@@ -71,19 +71,30 @@ TEST_F(M3u, NestedGroupsWithPreserveOrderAndTheMp3Flag)
               "#EXTINF:0,Six\n07Trip/player/Music/004Six.MP3\n");
 }
 
-TEST_F(M3u, LengthsAndTitlesComeFromTheTags)
+// Titles are ID3 titles only; every other file is listed by its name, and
+// lengths are the media framework's play time.
+TEST_F(M3u, LengthsAndTitlesComeFromId3AndTheMediaFramework)
 {
-    const QString titled = makeTone("titled.mp3", {"title=Morning Tune"});
-    const QString untitled = makeTone("untitled.mp3", {});
-    const QString flac = makeTone("tagged.flac", {"title=Not Used"});
-    EXPECT_EQ(m3uManager::getSongTime(titled), "3");
+    const QVariantList tracks{
+        makeTone("titled.mp3", {"title=Morning Tune"}),
+        makeTone("Artist - Album - 03 - Title.mp3", {}),
+        makeTone("tagged.flac", {"title=Not Used"}),
+        makeTone("comment.ogg", {"title=O Title"}),
+        makeTone("atom.m4a", {"title=M4A T"}),
+        makeTone("short.wma", {"title=W"}, "5.6"),
+    };
     EXPECT_EQ(m3uManager::getSongTime("/no/such/file.mp3"), "0");
-    EXPECT_EQ(m3uManager::getSongName(titled), "Morning Tune");
-    EXPECT_FALSE(m3uManager::getSongName(flac).has_value());
+    EXPECT_FALSE(m3uManager::getSongName(tracks.at(2).toString()).has_value());
 
     m3uManager manager;
-    EXPECT_EQ(manager.copyPlaylistDict(makeGroup("OVRoot", {titled, untitled, flac}), "", "", 0, false),
-              "#EXTINF:3,Morning Tune\ntitled.mp3\n#EXTINF:3,untitled\nuntitled.mp3\n#EXTINF:3,tagged\ntagged.flac\n");
+    EXPECT_EQ("#EXTM3U\n" + manager.copyPlaylistDict(makeGroup("OVRoot", tracks), "", "", 0, false),
+              "#EXTM3U\n"
+              "#EXTINF:3,Morning Tune\ntitled.mp3\n"
+              "#EXTINF:3,Artist - Album - 03 - Title\nArtist - Album - 03 - Title.mp3\n"
+              "#EXTINF:3,tagged\ntagged.flac\n"
+              "#EXTINF:3,comment\ncomment.ogg\n"
+              "#EXTINF:3,atom\natom.m4a\n"
+              "#EXTINF:5,short\nshort.wma\n");
 }
 
 TEST_F(M3u, ShuffleExchangesWholeEntriesAndKeepsTheExtraLineFeed)

@@ -7,6 +7,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QImage>
 #include <QTemporaryDir>
 
@@ -129,6 +130,20 @@ TEST_F(TagFacadeTest, UnknownExtensionsAreReadFromTheNameWithADuration)
     EXPECT_EQ(getComments(path("notes.txt")).value(), QVariantMap());
     EXPECT_FALSE(updateTags(path("notes.txt"), record({{"title", "x"}}), {}));
     EXPECT_EQ(testsupport::readFile(path("notes.txt")), "not audio at all");
+}
+
+// Raw AAC has no container TagLib reads: GStreamer times it, from any path.
+TEST_F(TagFacadeTest, ARawAacStreamIsTimedAlikeByRelativeAndAbsolutePath)
+{
+    ASSERT_EQ(testsupport::run("ffmpeg", {"-v", "error", "-f", "lavfi", "-i", "sine=duration=5", "-c:a", "aac", "-f",
+                                          "adts", path("raw.aac")}),
+              0);
+    EXPECT_EQ(getComments(path("raw.aac")).value().value("duration"), "5");
+    const QString before = QDir::currentPath();
+    ASSERT_TRUE(QDir::setCurrent(QFileInfo(path("raw.aac")).path()));
+    const auto relative = getComments("raw.aac");
+    QDir::setCurrent(before);
+    EXPECT_EQ(relative.value().value("duration"), "5");
 }
 
 TEST_F(TagFacadeTest, WmaIsReadOnly)
