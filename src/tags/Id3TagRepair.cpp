@@ -111,26 +111,34 @@ std::optional<Repaired> repairLeadingTag(const Reader& read, qint64 fileSize)
     const qint64 tagSize = syncsafe(header, 6);
     const Body body(read, qBound<qint64>(0, fileSize - 10, tagSize), (flags & 0x80) && major <= 3);
 
-    // The frames lie where TagLib looks for them: behind an extended header
-    // that fits, and short of a footer.
+    // The frames start behind an extended header (of 4 + n bytes in ID3v2.3,
+    // n in ID3v2.4) and end at the end of the tag, a footer lying behind it.
+    // TagLib takes every extended header for one of ID3v2.4, counts its size
+    // off the end as well, and a footer too: where it looks is worked out
+    // beside, and a frame it would not see there is one to mend.
     qint64 position = 0;
-    qint64 end = body.size();
+    qint64 tagLibStart = 0;
+    qint64 tagLibEnd = body.size();
     if (flags & 0x40) {
-        const qint64 extended = syncsafe(body.bytes(0, 4), 0);
-        if (extended <= body.size()) {
-            position += extended;
-            end -= extended;
+        const QByteArray extended = body.bytes(0, 4);
+        const qint64 tagLibSize = syncsafe(extended, 0);
+        if (tagLibSize <= body.size()) {
+            tagLibStart = tagLibSize;
+            tagLibEnd -= tagLibSize;
         }
+        const qint64 size = major == 3 && extended.size() == 4 ? 4 + qint64(bigEndian(extended, 0, 4)) : tagLibSize;
+        position = qMin(size, body.size());
     }
-    if (footer && end >= 10)
-        end -= 10;
+    if (footer && tagLibEnd >= 10)
+        tagLibEnd -= 10;
     const int headerSize = major < 3 ? 6 : 10;
+    const qint64 framesStart = position;
 
     Repaired repaired;
     repaired.replaces = 10 + tagSize + (footer ? 10 : 0);
     QByteArray frames;
-    bool keptAfterDropped = false;
-    while (position + headerSize < end) {
+    bool tagLibMisses = false;
+    while (position + headerSize < body.size()) {
         const QByteArray frameHeader = body.bytes(position, headerSize);
         if (frameHeader.size() < headerSize || frameHeader[0] == '\0')
             break;  // padding
@@ -160,11 +168,12 @@ std::optional<Repaired> repairLeadingTag(const Reader& read, qint64 fileSize)
             ++repaired.dropped;
         } else {
             frames += body.bytes(position, headerSize + size);
-            keptAfterDropped = keptAfterDropped || repaired.dropped > 0;
+            tagLibMisses = tagLibMisses || repaired.dropped > 0 || tagLibStart != framesStart ||
+                           position + headerSize >= tagLibEnd;
         }
         position += headerSize + size;
     }
-    if (!keptAfterDropped)
+    if (!tagLibMisses)
         return std::nullopt;
 
     // The new tag has no extended header and no footer; an ID3v2.3 tag is
