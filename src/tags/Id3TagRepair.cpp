@@ -2,6 +2,9 @@
 
 #include <QtGlobal>
 
+#include <utility>
+#include <vector>
+
 namespace Id3TagRepair {
 namespace {
 
@@ -136,7 +139,7 @@ std::optional<Repaired> repairLeadingTag(const Reader& read, qint64 fileSize)
 
     Repaired repaired;
     repaired.replaces = 10 + tagSize + (footer ? 10 : 0);
-    QByteArray frames;
+    std::vector<std::pair<qint64, qint64>> kept;  // where the frames that can be read lie
     bool tagLibMisses = false;
     while (position + headerSize < body.size()) {
         const QByteArray frameHeader = body.bytes(position, headerSize);
@@ -167,7 +170,7 @@ std::optional<Repaired> repairLeadingTag(const Reader& read, qint64 fileSize)
         if (!isFrameId(id) || size <= (lengthIndicator ? 4 : 0)) {
             ++repaired.dropped;
         } else {
-            frames += body.bytes(position, headerSize + size);
+            kept.emplace_back(position, headerSize + size);
             tagLibMisses = tagLibMisses || repaired.dropped > 0 || tagLibStart != framesStart ||
                            position + headerSize >= tagLibEnd;
         }
@@ -175,6 +178,9 @@ std::optional<Repaired> repairLeadingTag(const Reader& read, qint64 fileSize)
     }
     if (!tagLibMisses)
         return std::nullopt;
+    QByteArray frames;
+    for (const auto& [at, length] : kept)
+        frames += body.bytes(at, length);
 
     // The new tag has no extended header and no footer; an ID3v2.3 tag is
     // already decoded, while ID3v2.4 frames keep their own unsynchronisation.
