@@ -30,7 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     static const QString path = QStringLiteral("/proc/self/fd/%1").arg(fd);
     if (fd < 0 || ftruncate(fd, 0) != 0 || pwrite(fd, data, size, 0) != ssize_t(size))
         std::abort();
-    TagAPI tags;
+    TagAPI& tags = TagAPI::forThisThread();
     if (tags.examineFile(path)) {
         tags.getTitle();
         tags.getArtist();
@@ -41,5 +41,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         tags.getTotalNumberTracks();
         tags.getDuration();
     }
+    tags.releaseFile();
     return 0;
 }
