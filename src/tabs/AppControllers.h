@@ -5,6 +5,7 @@ class ExportJobs;
 class HPlayListDataSource;
 class LameWrapper;
 class MediaDataSource;
+class MusicSourcesWrapper;
 class MyController;
 class PlayListDataSource;
 class iTunesManager;
@@ -12,8 +13,9 @@ class m3uManager;
 class mounted_cd_wrapper;
 
 // The long-lived controllers of the application, made together with the main
-// window. Each registers on the notification bus when it wakes; the shell's
-// launch notice then starts their own start-up work.
+// window (and by velmora-cli, which drives the same ones without it). Each
+// registers on the notification bus when it wakes; the shell's launch notice
+// then starts their own start-up work.
 class AppControllers {
 public:
     AppControllers();
@@ -29,6 +31,7 @@ public:
     HPlayListDataSource& hiddenPlaylists() { return *hidden_; }
     m3uManager& m3u() { return *m3u_; }
     mounted_cd_wrapper& cdWatcher() { return *cdWatcher_; }
+    MusicSourcesWrapper& musicSources() { return *music_; }
 
 private:
     std::unique_ptr<ExportJobs> exportJobs_;
@@ -39,4 +42,6 @@ private:
     std::unique_ptr<iTunesManager> itunes_;
     std::unique_ptr<m3uManager> m3u_;
     std::unique_ptr<mounted_cd_wrapper> cdWatcher_;
+    // Last: it goes first, while the export jobs it feeds still listen.
+    std::unique_ptr<MusicSourcesWrapper> music_;
 };
