@@ -146,14 +146,13 @@ int run(const QStringList& arguments)
 
     int status = 0;
     for (const QString& path : files) {
-        const std::optional<QVariantMap> record = getComments(path);
-        if (!record) {
-            fail(missingReason(path));
+        if (const QString missing = missingReason(path); !missing.isEmpty()) {
+            fail(missing);
             status = 1;
             continue;
         }
         if (!writing) {
-            printRecord(path, *record, getAlbumArt(path), json);
+            printRecord(path, getComments(path).value_or(QVariantMap()), getAlbumArt(path), json);
             continue;
         }
         if (!canUpdateTags(path)) {
@@ -161,7 +160,9 @@ int run(const QStringList& arguments)
             status = 1;
             continue;
         }
-        QVariantMap tags = *record;
+        // Only the keys given change: the rest is what the file's tags hold,
+        // never the guesses from its name.
+        QVariantMap tags = getFileTags(path).value_or(QVariantMap());
         for (auto it = changes.constBegin(); it != changes.constEnd(); ++it)
             tags.insert(it.key(), it.value());
         const bool keepPictures = artworkFiles.isEmpty() && !noArtwork;

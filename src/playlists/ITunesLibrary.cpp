@@ -70,6 +70,11 @@ std::optional<ITunesLibrary> ITunesLibrary::read(const QString& path, QString* e
         data = copy.constData();
         length = copy.size();
     }
+    return parse(data, length, error);
+}
+
+std::optional<ITunesLibrary> ITunesLibrary::parse(const char* data, qsizetype length, QString* error)
+{
     XmlPlist::Cursor cursor(data, length);
     ITunesLibrary library;
     bool ok = cursor.enterRoot();

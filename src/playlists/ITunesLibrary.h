@@ -16,4 +16,6 @@ struct ITunesLibrary {
     // Nothing, and a message, when the file is missing, is not an XML
     // property list, declares entities or nests too deeply.
     static std::optional<ITunesLibrary> read(const QString& path, QString* error = nullptr);
+    // The same for the bytes of such a file.
+    static std::optional<ITunesLibrary> parse(const char* data, qsizetype length, QString* error = nullptr);
 };

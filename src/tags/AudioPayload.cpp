@@ -11,7 +11,9 @@
 #include <deque>
 #include <fcntl.h>
 #include <functional>
+#include <memory>
 #include <optional>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -22,17 +24,29 @@ namespace {
 
 constexpr qint64 kBlock = 1 << 20;
 
-// A file read at given offsets; no read reaches past its end.
+// A file read at given offsets; no read reaches past its end. A file that
+// nobody else can change (the new version a write made) may be mapped, and is
+// then compared in place.
 class Source {
 public:
-    explicit Source(const QString& path) : fd_(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC))
+    explicit Source(const QString& path, bool mapped = false)
+        : fd_(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC))
     {
         struct stat info {};
         if (fd_ >= 0 && ::fstat(fd_, &info) == 0 && S_ISREG(info.st_mode))
             size_ = info.st_size;
+        if (mapped && size_ > 0) {
+            void* map = ::mmap(nullptr, size_t(size_), PROT_READ, MAP_SHARED, fd_, 0);
+            if (map != MAP_FAILED) {
+                map_ = static_cast<const char*>(map);
+                ::madvise(map, size_t(size_), MADV_SEQUENTIAL);
+            }
+        }
     }
     ~Source()
     {
+        if (map_)
+            ::munmap(const_cast<char*>(map_), size_t(size_));
         if (fd_ >= 0)
             ::close(fd_);
     }
@@ -46,6 +60,10 @@ public:
     {
         if (offset < 0 || length < 0 || offset > size_ || length > size_ - offset)
             return false;
+        if (map_) {
+            std::memcpy(out, map_ + offset, size_t(length));
+            return true;
+        }
         while (length > 0) {
             const ssize_t got = ::pread(fd_, out, size_t(length), off_t(offset));
             if (got < 0 && errno == EINTR)
@@ -59,6 +77,15 @@ public:
         return true;
     }
 
+    // The bytes at an offset: in place when mapped, else read into `scratch`
+    // (which holds at least `length` bytes); null when they are not all there.
+    const char* view(qint64 offset, qint64 length, char* scratch) const
+    {
+        if (map_)
+            return offset >= 0 && length >= 0 && offset <= size_ && length <= size_ - offset ? map_ + offset : nullptr;
+        return read(offset, length, scratch) ? scratch : nullptr;
+    }
+
     QByteArray bytes(qint64 offset, qint64 length) const
     {
         QByteArray data(length, Qt::Uninitialized);
@@ -68,43 +95,13 @@ public:
 private:
     int fd_;
     qint64 size_ = -1;
+    const char* map_ = nullptr;
 };
 
 // A stretch of a file's bytes.
 struct Run {
     qint64 offset;
     qint64 length;
-};
-
-// The bytes of a list of runs, read in order, a block at a time.
-class RunReader {
-public:
-    RunReader(const Source& file, const std::vector<Run>& runs) : file_(file), runs_(runs) {}
-
-    // Fills `out` with up to `capacity` bytes; the count, 0 at the end, -1 when a read fails.
-    qint64 next(char* out, qint64 capacity)
-    {
-        qint64 filled = 0;
-        while (filled < capacity && run_ < runs_.size()) {
-            const Run& run = runs_[run_];
-            const qint64 take = std::min(capacity - filled, run.length - within_);
-            if (!file_.read(run.offset + within_, take, out + filled))
-                return -1;
-            filled += take;
-            within_ += take;
-            if (within_ == run.length) {
-                ++run_;
-                within_ = 0;
-            }
-        }
-        return filled;
-    }
-
-private:
-    const Source& file_;
-    const std::vector<Run>& runs_;
-    size_t run_ = 0;
-    qint64 within_ = 0;
 };
 
 qint64 totalLength(const std::vector<Run>& runs)
@@ -115,21 +112,37 @@ qint64 totalLength(const std::vector<Run>& runs)
     return total;
 }
 
+// Whether the runs of one file hold the same bytes as those of the other,
+// compared a block at a time.
 bool sameBytes(const Source& a, const std::vector<Run>& runsA, const Source& b, const std::vector<Run>& runsB)
 {
-    if (totalLength(runsA) != totalLength(runsB))
+    const qint64 total = totalLength(runsA);
+    if (total != totalLength(runsB))
         return false;
-    RunReader readerA(a, runsA);
-    RunReader readerB(b, runsB);
-    std::vector<char> blockA(static_cast<size_t>(kBlock)), blockB(static_cast<size_t>(kBlock));
-    for (;;) {
-        const qint64 gotA = readerA.next(blockA.data(), kBlock);
-        const qint64 gotB = readerB.next(blockB.data(), kBlock);
-        if (gotA < 0 || gotB < 0 || gotA != gotB || std::memcmp(blockA.data(), blockB.data(), size_t(gotA)) != 0)
+    const size_t block = size_t(std::min(kBlock, total));
+    std::unique_ptr<char[]> scratchA(new char[block]), scratchB(new char[block]);
+    size_t runA = 0, runB = 0;
+    qint64 withinA = 0, withinB = 0;
+    while (runA < runsA.size() && runB < runsB.size()) {
+        const Run& a0 = runsA[runA];
+        const Run& b0 = runsB[runB];
+        const qint64 take = std::min({qint64(block), a0.length - withinA, b0.length - withinB});
+        const char* bytesA = a.view(a0.offset + withinA, take, scratchA.get());
+        const char* bytesB = b.view(b0.offset + withinB, take, scratchB.get());
+        if (!bytesA || !bytesB || std::memcmp(bytesA, bytesB, size_t(take)) != 0)
             return false;
-        if (gotA == 0)
-            return true;
+        withinA += take;
+        withinB += take;
+        if (withinA == a0.length) {
+            ++runA;
+            withinA = 0;
+        }
+        if (withinB == b0.length) {
+            ++runB;
+            withinB = 0;
+        }
     }
+    return true;
 }
 
 QString cannotOpen()
@@ -634,7 +647,7 @@ QString unreadable(Format format, const QString& path)
 QString difference(Format format, const QString& before, const QString& after)
 {
     const Source a(before);
-    const Source b(after);
+    const Source b(after, true);
     if (!a.isOpen() || !b.isOpen())
         return cannotOpen();
     switch (format) {

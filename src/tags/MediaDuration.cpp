@@ -1,6 +1,7 @@
 #include "tags/MediaDuration.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QUrl>
 
 #include <gst/gst.h>
@@ -16,7 +17,8 @@ int discovererDuration(const QString& path)
     GstDiscoverer* discoverer = gst_discoverer_new(5 * GST_SECOND, nullptr);
     if (!discoverer)
         return -1;
-    const QByteArray uri = QUrl::fromLocalFile(path).toEncoded();
+    // A relative path would make a URI with no folder in it.
+    const QByteArray uri = QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()).toEncoded();
     int seconds = -1;
     if (GstDiscovererInfo* info = gst_discoverer_discover_uri(discoverer, uri.constData(), nullptr)) {
         if (gst_discoverer_info_get_result(info) == GST_DISCOVERER_OK) {

@@ -35,9 +35,16 @@ uint64_t be64(const char* p)
     return (uint64_t(be32(p)) << 32) | be32(p + 4);
 }
 
+// Four type characters as one number: types compare without a call to memcmp.
+uint32_t typeCode(const char* type)
+{
+    return (uint32_t(uint8_t(type[0])) << 24) | (uint32_t(uint8_t(type[1])) << 16) | (uint32_t(uint8_t(type[2])) << 8) |
+           uint8_t(type[3]);
+}
+
 bool sameType(const char* a, const char* b)
 {
-    return std::memcmp(a, b, 4) == 0;
+    return typeCode(a) == typeCode(b);
 }
 
 // The UUID AtomicParsley derives from a 4-character atom name (version 5, SHA-1,
@@ -169,13 +176,30 @@ const KnownAtom& AtomTree::matchKnownAtom(const char* type, int parent) const
         }
         return false;
     };
-    for (const KnownAtom& row : kKnownAtoms)
-        if (sameType(row.name, type) && parentMatches(row))
-            return row;
+    // The rows by type, each type's rows in table order: a lookup, not a walk of the table.
+    using Entry = std::pair<uint32_t, uint16_t>;
+    static const std::array<Entry, kKnownAtomCount> byType = [] {
+        std::array<Entry, kKnownAtomCount> table{};
+        for (size_t i = 0; i < table.size(); ++i)
+            table[i] = {typeCode(kKnownAtoms[i].name), uint16_t(i)};
+        std::sort(table.begin(), table.end());
+        return table;
+    }();
+    auto firstMatch = [&](uint32_t code) -> const KnownAtom* {
+        const auto rows = std::equal_range(byType.begin(), byType.end(), Entry{code, 0},
+                                           [](const Entry& a, const Entry& b) { return a.first < b.first; });
+        for (auto row = rows.first; row != rows.second; ++row)
+            if (parentMatches(kKnownAtoms[row->second]))
+                return &kKnownAtoms[row->second];
+        return nullptr;
+    };
+    if (const KnownAtom* row = firstMatch(typeCode(type)))
+        return *row;
     // Any item under "ilst", any entry under "dref".
-    for (const KnownAtom& row : kKnownAtoms)
-        if ((sameType(row.name, "(..)") || sameType(row.name, ".><.")) && parentMatches(row))
-            return row;
+    const KnownAtom* item = firstMatch(typeCode("(..)"));
+    const KnownAtom* entry = firstMatch(typeCode(".><."));
+    if (item || entry)
+        return !entry || (item && item < entry) ? *item : *entry;
     return kKnownAtoms[0];
 }
 

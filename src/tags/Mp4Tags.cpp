@@ -13,7 +13,9 @@
 #include <QFileInfo>
 #include <QImage>
 #include <QtDebug>
+#include <QtEndian>
 
+#include <algorithm>
 #include <cctype>
 #include <memory>
 
@@ -120,8 +122,36 @@ QStringList atomicParsleyArguments(const QString& path, const QVariantMap& tags,
 
 } // namespace mp4
 
+namespace {
+
+// Whether a file is a raw AAC stream (ADTS frames, or an ADIF header), maybe
+// behind an ID3v2 tag, rather than an MPEG-4 file.
+bool isRawAac(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    QByteArray head = file.read(10);
+    if (head.size() == 10 && head.startsWith("ID3")) {
+        qint64 size = 0;
+        for (int i = 6; i < 10; ++i)
+            size = (size << 7) | (quint8(head[i]) & 0x7F);
+        if (!file.seek(10 + size + ((quint8(head[5]) & 0x10) ? 10 : 0)))
+            return false;
+        head = file.read(4);
+    }
+    if (head.size() < 4)
+        return false;
+    return head.startsWith("ADIF") || (quint8(head[0]) == 0xFF && (quint8(head[1]) & 0xF6) == 0xF0);
+}
+
+} // namespace
+
 std::optional<QVariantMap> getAACComments(const QString& path)
 {
+    // A raw stream has no atoms; the file name and the media framework fill its record.
+    if (isRawAac(path))
+        return QVariantMap();
     mp4::AtomTree tree;
     if (!tree.scan(path)) {
         qWarning().noquote() << path + QStringLiteral(": ") + tree.errorText().trimmed();
@@ -195,10 +225,78 @@ bool sameTrack(const QString& written, const QString& read)
            intValue(written.section(QLatin1Char('/'), 1, 1)) == intValue(read.section(QLatin1Char('/'), 1, 1));
 }
 
+// AtomicParsley loses the items behind a "data" atom whose size runs past its
+// item (iTunes has written a size of 0 there). The copy it edits gets the size
+// the scanner reads such an atom with: the rest of its item.
+bool mendDataAtoms(const QString& file)
+{
+    mp4::AtomTree tree;
+    if (!tree.scan(file) || tree.warnings().isEmpty())
+        return true;
+    tree.closeSource();
+    QFile out(file);
+    if (!out.open(QIODevice::ReadWrite))
+        return false;
+    const std::vector<mp4::AtomRecord>& atoms = tree.atoms();
+    for (const mp4::AtomRecord& atom : atoms) {
+        const int item = tree.findParentAtom(atom.number, atom.level);
+        const int list = item < 0 ? -1 : tree.findParentAtom(item, atoms[size_t(item)].level);
+        if (!atom.isType("data") || list < 0 || !atoms[size_t(list)].isType("ilst"))
+            continue;
+        char size[4];
+        if (!out.seek(atom.start) || out.read(size, 4) != 4)
+            return false;
+        const quint32 stored = qFromBigEndian<quint32>(size);
+        if (stored != 0 && stored <= atom.length)
+            continue;
+        qToBigEndian(atom.length, size);
+        if (!out.seek(atom.start) || out.write(size, 4) != 4)
+            return false;
+    }
+    return out.flush();
+}
+
+// The items a write leaves alone: those whose names it does not set.
+QStringList itemsWritten(const QVariantMap& tags, bool pictures)
+{
+    QStringList names;
+    const std::pair<const char*, QStringList> keys[] = {
+        {"album", {QStringLiteral("\u00A9alb")}}, {"artist", {QStringLiteral("\u00A9ART")}},
+        {"title", {QStringLiteral("\u00A9nam")}}, {"genre", {QStringLiteral("gnre"), QStringLiteral("\u00A9gen")}},
+        {"year", {QStringLiteral("\u00A9day")}},  {"track", {QStringLiteral("trkn")}},
+    };
+    for (const auto& [key, items] : keys) {
+        if (tags.contains(QLatin1String(key)))
+            names += items;
+    }
+    if (pictures)
+        names << QStringLiteral("covr");
+    return names;
+}
+
+// The bytes of each item under "ilst" not named in `written`, sorted.
+QList<QByteArray> itemsBesides(const mp4::AtomTree& tree, const QStringList& written)
+{
+    QList<QByteArray> items;
+    const mp4::AtomRecord* ilst = tree.findAtom("moov.udta.meta.ilst");
+    if (!ilst)
+        return items;
+    for (size_t i = size_t(ilst->number) + 1; i < tree.atoms().size(); ++i) {
+        const mp4::AtomRecord& atom = tree.atoms()[i];
+        if (atom.start >= ilst->end())
+            break;
+        if (atom.level == ilst->level + 1 && !written.contains(QString::fromLatin1(atom.name, 4)))
+            items << tree.readAt(atom.start, atom.length);
+    }
+    std::sort(items.begin(), items.end());
+    return items;
+}
+
 // Why the file AtomicParsley made is not what was asked for: "" when its
-// samples are the old ones and the values and the number of pictures read back.
+// samples are the old ones, the values and the number of pictures read back,
+// and every other item is there as it was (`kept`).
 QString checkWritten(const QString& path, const QString& target, const QString& made, const QVariantMap& tags,
-                     const QStringList* pictures)
+                     const QStringList* pictures, const QList<QByteArray>& kept)
 {
     if (!AudioPayload::difference(AudioPayload::Format::Mp4, target, made).isEmpty())
         return quoted(path) + QStringLiteral(": the audio would have changed; the file was left as it was.");
@@ -222,6 +320,9 @@ QString checkWritten(const QString& path, const QString& target, const QString& 
     }
     if (pictures && mp4::coverPayloads(tree).size() != pictures->size())
         return unreadable;
+    if (itemsBesides(tree, itemsWritten(tags, pictures)) != kept)
+        return quoted(path) + QStringLiteral(": AtomicParsley would have lost other tags of the file; the file was "
+                                             "left as it was.");
     return {};
 }
 
@@ -241,6 +342,9 @@ bool writeAACTags(const QString& path, const QVariantMap& tags, const QVariantLi
         return fail(QStringLiteral("AtomicParsley is not installed; the tags of ") + quoted(path) +
                     QStringLiteral(" cannot be written."));
     const QString target = SafeFile::resolvedTarget(path);
+    if (isRawAac(target))
+        return fail(quoted(path) + QStringLiteral(" is a raw AAC stream (ADTS or ADIF); such files carry no MP4 tags, "
+                                                  "so none were written."));
     if (const QString why = AudioPayload::unreadable(AudioPayload::Format::Mp4, target); !why.isEmpty())
         return fail(quoted(path) + QStringLiteral(": its audio cannot be told from its tags (") + why +
                     QStringLiteral("); the file was left as it was."));
@@ -257,6 +361,15 @@ bool writeAACTags(const QString& path, const QVariantMap& tags, const QVariantLi
     if (!work.copyTarget())
         return fail(work.errorString());
     const QString copy = work.fileFor();
+    if (!mendDataAtoms(copy))
+        return fail(QStringLiteral("Cannot prepare a copy of ") + quoted(path) +
+                    QStringLiteral("; the file was left as it was."));
+    QList<QByteArray> kept;
+    {
+        mp4::AtomTree before;
+        if (before.scan(copy))
+            kept = itemsBesides(before, itemsWritten(tags, images != nullptr));
+    }
     ChildProcess atomicParsley(tool, mp4::atomicParsleyArguments(copy, tags, images ? &files : nullptr));
     const int limitMs = atomicParsleyTimeLimitMs(QFileInfo(copy).size());
     atomicParsley.setTimeLimit(limitMs);
@@ -272,8 +385,9 @@ bool writeAACTags(const QString& path, const QVariantMap& tags, const QVariantLi
                     (status < 0 ? QStringLiteral(" (it was stopped by a signal)")
                                 : QStringLiteral(" (exit status %1)").arg(status)) +
                     QStringLiteral("; the file was left as it was."));
-    const bool placed = work.place(
-        copy, [&](const QString& made) { return checkWritten(path, target, made, tags, images ? &files : nullptr); });
+    const bool placed = work.place(copy, [&](const QString& made) {
+        return checkWritten(path, target, made, tags, images ? &files : nullptr, kept);
+    });
     return placed || fail(work.errorString());
 }
 

@@ -138,8 +138,20 @@ QByteArray pictureBlock(const QVariantMap& record, const QImage& image, const QB
     return block;
 }
 
-// Reads a picture block; every length is checked against the bytes left.
-bool readPictureBlock(const QByteArray& block, QVariantMap* record)
+// An entry "KEY=value" split at its first "=", the key trimmed and lower-cased.
+bool splitEntry(const QByteArray& entry, QString* key, QString* value)
+{
+    const qsizetype equals = entry.indexOf('=');
+    if (equals < 0)
+        return false;
+    *key = QString::fromUtf8(entry.left(equals)).trimmed().toLower();
+    *value = QString::fromUtf8(entry.mid(equals + 1)).trimmed();
+    return true;
+}
+} // namespace
+
+// Every length is checked against the bytes left.
+bool artworkFromPictureBlock(const QByteArray& block, QVariantMap* record)
 {
     qsizetype at = 0;
     auto number = [&](quint32* value) {
@@ -175,25 +187,9 @@ bool readPictureBlock(const QByteArray& block, QVariantMap* record)
     return true;
 }
 
-// An entry "KEY=value" split at its first "=", the key trimmed and lower-cased.
-bool splitEntry(const QByteArray& entry, QString* key, QString* value)
-{
-    const qsizetype equals = entry.indexOf('=');
-    if (equals < 0)
-        return false;
-    *key = QString::fromUtf8(entry.left(equals)).trimmed().toLower();
-    *value = QString::fromUtf8(entry.mid(equals + 1)).trimmed();
-    return true;
-}
-} // namespace
-
-QVariantMap getOGGComments(const QString& path)
+QVariantMap oggRecordFromEntries(const QList<QByteArray>& entries)
 {
     QVariantMap record;
-    QList<QByteArray> entries;
-    long seconds = -1;
-    if (!readEntries(path, &entries, &seconds))
-        return record;
     for (const QByteArray& entry : entries) {
         QString key, value;
         if (!splitEntry(entry, &key, &value))
@@ -204,6 +200,16 @@ QVariantMap getOGGComments(const QString& path)
             key = QStringLiteral("year");
         appendJoined(record, key, value);
     }
+    return record;
+}
+
+QVariantMap getOGGComments(const QString& path)
+{
+    QList<QByteArray> entries;
+    long seconds = -1;
+    if (!readEntries(path, &entries, &seconds))
+        return {};
+    QVariantMap record = oggRecordFromEntries(entries);
     if (seconds >= 0)
         record.insert(QStringLiteral("duration"), QString::number(seconds));
     return record;
@@ -314,10 +320,13 @@ bool writeOGGTags(const QString& path, const QVariantMap& tags, const QVariantLi
 
 QVariantList getOGGAlbumArt(const QString& path)
 {
-    QVariantList pictures;
     QList<QByteArray> entries;
-    if (!readEntries(path, &entries))
-        return pictures;
+    return readEntries(path, &entries) ? oggArtworkFromEntries(entries) : QVariantList();
+}
+
+QVariantList oggArtworkFromEntries(const QList<QByteArray>& entries)
+{
+    QVariantList pictures;
     for (const QByteArray& entry : entries) {
         QString key, value;
         if (!splitEntry(entry, &key, &value))
@@ -332,7 +341,7 @@ QVariantList getOGGAlbumArt(const QString& path)
                 ImageCoding::mimeTypeOfBytes(data), image));
         } else if (key == QLatin1String("metadata_block_picture")) {
             QVariantMap record;
-            if (readPictureBlock(Base64::decode(value.toLatin1()), &record))
+            if (artworkFromPictureBlock(Base64::decode(value.toLatin1()), &record))
                 pictures.append(record);
         }
     }

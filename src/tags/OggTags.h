@@ -21,6 +21,13 @@ bool writeOGGTags(const QString& path, const QVariantMap& tags, const QVariantLi
 // The pictures of COVERART and METADATA_BLOCK_PICTURE entries as artwork records.
 QVariantList getOGGAlbumArt(const QString& path);
 
+// The pieces behind the readers, over the comment entries ("KEY=value") of a stream.
+QVariantMap oggRecordFromEntries(const QList<QByteArray>& entries);
+QVariantList oggArtworkFromEntries(const QList<QByteArray>& entries);
+// A METADATA_BLOCK_PICTURE block (base64-decoded) as an artwork record; false
+// when it is cut short or its picture does not decode.
+bool artworkFromPictureBlock(const QByteArray& block, QVariantMap* record);
+
 // The older Ogg reader: keys as they stand (lower case), then guesses from the
 // file name split at "-".
 class vorbiscomment_wrapper {

@@ -3,10 +3,12 @@
 #include "platform/SafeFile.h"
 #include "tags/AudioPayload.h"
 #include "tags/ID3Tables.h"
+#include "tags/Id3TagRepair.h"
 #include "tags/ImageCoding.h"
 
 #include <QFile>
 #include <QImage>
+#include <QScopeGuard>
 #include <QVariantMap>
 
 #include <taglib/attachedpictureframe.h>
@@ -19,6 +21,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -51,155 +54,110 @@ QString reason(int error)
     return QString::fromLocal8Bit(std::strerror(error));
 }
 
-// A TagLib stream over an open file descriptor. TagLib's own file stream drops
-// write errors; this one keeps the first, so a full disk fails the save.
-class DescriptorStream : public TagLib::IOStream {
+// The file as TagLib sees it once a broken ID3v2 tag is mended: the new tag,
+// then the file's bytes behind the old one. Read only.
+class RepairedStream : public TagLib::IOStream {
 public:
-    DescriptorStream(int fd, QByteArray name) : fd_(fd), name_(std::move(name)) {}
+    RepairedStream(std::unique_ptr<TagLib::IOStream> file, const QByteArray& tag, qint64 replaces)
+        : file_(std::move(file)), tag_(tag.constData(), unsigned(tag.size())), replaces_(replaces)
+    {
+    }
 
-    int error() const { return error_; }
-
-    TagLib::FileName name() const override { return name_.constData(); }
-    bool readOnly() const override { return false; }
-    bool isOpen() const override { return fd_ >= 0; }
+    TagLib::FileName name() const override { return file_->name(); }
+    bool readOnly() const override { return true; }
+    bool isOpen() const override { return file_->isOpen(); }
     long tell() const override { return long(position_); }
     void seek(long offset, Position from) override
     {
         const qint64 base = from == Beginning ? 0 : from == Current ? position_ : qint64(length());
         position_ = qMax<qint64>(0, base + offset);
     }
-    long length() override
-    {
-        struct stat info {};
-        if (::fstat(fd_, &info) == 0)
-            return long(info.st_size);
-        remember(errno);
-        return 0;
-    }
-    void truncate(long length) override
-    {
-        if (::ftruncate(fd_, off_t(length)) != 0)
-            remember(errno);
-    }
+    long length() override { return long(qint64(tag_.size()) + qMax<qint64>(0, file_->length() - replaces_)); }
 
     TagLib::ByteVector readBlock(unsigned long length) override
     {
-        // A damaged size field may ask for more than the file holds.
-        length = static_cast<unsigned long>(qBound<qint64>(0, qint64(this->length()) - position_, qint64(length)));
-        TagLib::ByteVector block(static_cast<unsigned int>(length), '\0');
-        qint64 got = 0;
-        while (got < qint64(length)) {
-            const ssize_t read = ::pread(fd_, block.data() + got, size_t(qint64(length) - got), off_t(position_ + got));
-            if (read < 0 && errno == EINTR)
-                continue;
-            if (read < 0)
-                remember(errno);
-            if (read <= 0)
-                break;
-            got += read;
+        const qint64 head = tag_.size();
+        TagLib::ByteVector block;
+        if (position_ < head)
+            block = tag_.mid(unsigned(position_), unsigned(qMin<qint64>(qint64(length), head - position_)));
+        if (block.size() < length && position_ + block.size() >= head) {
+            file_->seek(long(position_ + block.size() - head + replaces_));
+            block.append(file_->readBlock(length - block.size()));
         }
-        block.resize(static_cast<unsigned int>(got));
-        position_ += got;
+        position_ += block.size();
         return block;
     }
 
-    void writeBlock(const TagLib::ByteVector& data) override
-    {
-        writeAt(position_, data.data(), data.size());
-        position_ += data.size();
-    }
-
-    // Writes data over `replace` bytes at `start`, moving what follows them.
-    void insert(const TagLib::ByteVector& data, unsigned long start, unsigned long replace) override
-    {
-        const qint64 end = length();
-        const qint64 tail = qint64(start) + qint64(replace);
-        if (qint64(data.size()) != qint64(replace) && tail < end)
-            move(tail, qint64(start) + data.size(), end - tail);
-        if (qint64(data.size()) < qint64(replace))
-            truncate(long(end - (qint64(replace) - data.size())));
-        writeAt(qint64(start), data.data(), data.size());
-        position_ = qint64(start) + data.size();
-    }
-
-    void removeBlock(unsigned long start, unsigned long length) override
-    {
-        const qint64 end = this->length();
-        const qint64 tail = qint64(start) + qint64(length);
-        if (tail >= end) {
-            truncate(long(qMin<qint64>(qint64(start), end)));
-            return;
-        }
-        move(tail, qint64(start), end - tail);
-        truncate(long(end - qint64(length)));
-    }
+    void writeBlock(const TagLib::ByteVector&) override {}
+    void insert(const TagLib::ByteVector&, unsigned long, unsigned long) override {}
+    void removeBlock(unsigned long, unsigned long) override {}
+    void truncate(long) override {}
 
 private:
-    void remember(int error)
-    {
-        if (!error_)
-            error_ = error;
-    }
-
-    void writeAt(qint64 offset, const char* bytes, qint64 count)
-    {
-        while (count > 0) {
-            const ssize_t put = ::pwrite(fd_, bytes, size_t(count), off_t(offset));
-            if (put < 0 && errno == EINTR)
-                continue;
-            if (put <= 0) {
-                remember(put < 0 ? errno : EIO);
-                return;
-            }
-            bytes += put;
-            offset += put;
-            count -= put;
-        }
-    }
-
-    // Moves `count` bytes from `from` to `to`, a block at a time, from the far
-    // end first when they move up so nothing is overwritten before it is read.
-    void move(qint64 from, qint64 to, qint64 count)
-    {
-        constexpr qint64 kBlock = 1 << 20;
-        std::vector<char> buffer(size_t(qMin(count, kBlock)));
-        for (qint64 done = 0; done < count && !error_;) {
-            const qint64 take = qMin(kBlock, count - done);
-            const qint64 at = to > from ? count - done - take : done;
-            for (qint64 got = 0; got < take;) {
-                const ssize_t read = ::pread(fd_, buffer.data() + got, size_t(take - got), off_t(from + at + got));
-                if (read < 0 && errno == EINTR)
-                    continue;
-                if (read <= 0) {
-                    remember(read < 0 ? errno : EIO);
-                    return;
-                }
-                got += read;
-            }
-            writeAt(to + at, buffer.data(), take);
-            done += take;
-        }
-    }
-
-    int fd_;
-    QByteArray name_;
+    std::unique_ptr<TagLib::IOStream> file_;
+    TagLib::ByteVector tag_;
+    qint64 replaces_;
     qint64 position_ = 0;
-    int error_ = 0;
 };
 
-// Moves every frame of one ID3v2 tag into another, whose own frames go. The
-// frames are listed in plain vectors: a copy of a tag's own list would share
-// it and delete the frames when it goes.
-void moveFrames(TagLib::ID3v2::Tag* from, TagLib::ID3v2::Tag* to)
+// The bytes a leading ID3v2 tag takes as TagLib counts them (a header whose
+// size is not syncsafe stands for an empty tag); 0 without one.
+qint64 leadingTagSpan(const char* header, qint64 length)
 {
-    const std::vector<TagLib::ID3v2::Frame*> dropped(to->frameList().begin(), to->frameList().end());
-    for (TagLib::ID3v2::Frame* frame : dropped)
-        to->removeFrame(frame, true);
-    const std::vector<TagLib::ID3v2::Frame*> moving(from->frameList().begin(), from->frameList().end());
-    for (TagLib::ID3v2::Frame* frame : moving) {
-        from->removeFrame(frame, false);
-        to->addFrame(frame);
+    if (length < 10 || std::memcmp(header, "ID3", 3) != 0)
+        return 0;
+    qint64 size = 0;
+    for (int i = 6; i < 10; ++i) {
+        if (quint8(header[i]) & 0x80)
+            return 10;
+        size = (size << 7) | quint8(header[i]);
     }
+    return 10 + size + ((quint8(header[5]) & 0x10) ? 10 : 0);
+}
+
+// Copies `length` bytes of `in` from `offset` to the end of `out` (in the
+// kernel where it can); errno tells why when it cannot.
+bool copyRange(int in, qint64 offset, qint64 length, int out)
+{
+    off_t from = off_t(offset);
+    while (length > 0) {
+        const ssize_t copied = ::copy_file_range(in, &from, out, nullptr, size_t(qMin<qint64>(length, 1 << 30)), 0);
+        if (copied > 0) {
+            length -= copied;
+            continue;
+        }
+        if (copied < 0 && errno == EINTR)
+            continue;
+        if (copied == 0) {
+            errno = EIO;  // the file got shorter
+            return false;
+        }
+        if (errno != EXDEV && errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP)
+            return false;
+        std::vector<char> buffer(size_t(qMin<qint64>(length, 1 << 20)));
+        while (length > 0) {
+            const ssize_t got = ::pread(in, buffer.data(), size_t(qMin<qint64>(length, qint64(buffer.size()))), from);
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got <= 0) {
+                errno = got < 0 ? errno : EIO;
+                return false;
+            }
+            for (ssize_t done = 0; done < got;) {
+                const ssize_t put = ::write(out, buffer.data() + done, size_t(got - done));
+                if (put < 0 && errno == EINTR)
+                    continue;
+                if (put <= 0) {
+                    errno = put < 0 ? errno : EIO;
+                    return false;
+                }
+                done += put;
+            }
+            from += got;
+            length -= got;
+        }
+    }
+    return true;
 }
 
 // The text of the first ID3v2 frame with this id, "" when there is none.
@@ -233,14 +191,25 @@ TagAPI& TagAPI::forThisThread()
 bool TagAPI::examineFile(const QString& path)
 {
     releaseFile();
-    auto stream = std::make_unique<TagLib::FileStream>(QFile::encodeName(path).constData(), true);
+    std::unique_ptr<TagLib::IOStream> stream =
+        std::make_unique<TagLib::FileStream>(QFile::encodeName(path).constData(), true);
     if (!stream->isOpen())
         return false;
+    // A tag with frames TagLib would stop at is read in a mended copy.
+    TagLib::IOStream* plain = stream.get();
+    const auto read = [plain](qint64 offset, qint64 length) {
+        plain->seek(long(offset));
+        const TagLib::ByteVector block = plain->readBlock(static_cast<unsigned long>(length));
+        return QByteArray(block.data(), qsizetype(block.size()));
+    };
+    if (const auto repaired = Id3TagRepair::repairLeadingTag(read, plain->length()))
+        stream = std::make_unique<RepairedStream>(std::move(stream), repaired->tag, repaired->replaces);
     auto file = std::make_unique<TagLib::MPEG::File>(stream.get(), TagLib::ID3v2::FrameFactory::instance(), true,
                                                      TagLib::AudioProperties::Average);
     if (!file->isOpen())
         return false;
     path_ = path;
+    tagVersion_ = file->hasID3v2Tag() ? int(file->ID3v2Tag()->header()->majorVersion()) : 0;
     stream_ = std::move(stream);
     file_ = std::move(file);
     return true;
@@ -251,6 +220,7 @@ void TagAPI::releaseFile()
     file_.reset();
     stream_.reset();
     path_.clear();
+    tagVersion_ = 0;
 }
 
 QString TagAPI::getTitle() const
@@ -275,7 +245,16 @@ int TagAPI::getTrack() const
 
 int TagAPI::getYear() const
 {
-    return file_ && file_->tag() ? int(file_->tag()->year()) : 0;
+    if (!file_)
+        return 0;
+    // ID3v2.4 tags made by ID3v2.3 writers keep the year in TYER, which TagLib
+    // reads as the year of ID3v2.3 tags only.
+    if (const TagLib::ID3v2::Tag* tag = file_->ID3v2Tag(); tag && tag->year() == 0) {
+        const int year = frameText(tag, "TYER").substr(0, 4).toInt();
+        if (year > 0)
+            return year;
+    }
+    return file_->tag() ? int(file_->tag()->year()) : 0;
 }
 
 QString TagAPI::resolveGenre(const QString& name) const
@@ -398,7 +377,10 @@ void TagAPI::setYear(int year)
 {
     if (!file_)
         return;
-    file_->ID3v2Tag(true)->setYear(unsigned(qMax(0, year)));
+    // The year lives in one frame: a TYER beside it would read as a second year.
+    TagLib::ID3v2::Tag* tag = file_->ID3v2Tag(true);
+    tag->removeFrames("TYER");
+    tag->setYear(unsigned(qMax(0, year)));
     if (file_->hasID3v1Tag())
         file_->ID3v1Tag()->setYear(unsigned(qMax(0, year)));
 }
@@ -491,31 +473,39 @@ bool TagAPI::updateFile(QString* error)
         return fail(quoted(path_) + QStringLiteral(": its audio cannot be told from its tags (") + why +
                     QStringLiteral("); the file was left as it was."));
     const Fields expected = fields();
-    int tags = TagLib::MPEG::File::ID3v2;
-    if (file_->hasID3v1Tag())
-        tags |= TagLib::MPEG::File::ID3v1;
+
+    // The new file: the new ID3v2 tag (TagLib leaves out one with nothing in
+    // it), the old file's bytes between its ID3v2 and ID3v1 tags (the audio,
+    // and an APE tag if there is one), and the new ID3v1 tag.
+    TagLib::ID3v2::Tag* tag = file_->ID3v2Tag(true);
+    const TagLib::ByteVector id3v2 =
+        tag->isEmpty() ? TagLib::ByteVector() : tag->render(tagVersion_ == 4 ? TagLib::ID3v2::v4 : TagLib::ID3v2::v3);
+    const bool hadId3v1 = file_->hasID3v1Tag();
+    const TagLib::ByteVector id3v1 =
+        hadId3v1 && !file_->ID3v1Tag()->isEmpty() ? file_->ID3v1Tag()->render() : TagLib::ByteVector();
+    const auto cannotWrite = [&](int why) {
+        return fail(QStringLiteral("Cannot write ") + quoted(path_) + QStringLiteral(": ") + reason(why) +
+                    QStringLiteral("; the file was left as it was."));
+    };
+    const int in = ::open(QFile::encodeName(path_).constData(), O_RDONLY | O_CLOEXEC);
+    if (in < 0)
+        return fail(quoted(path_) + QStringLiteral(" cannot be read: ") + reason(errno) + QLatin1Char('.'));
+    const auto closeInput = qScopeGuard([in] { ::close(in); });
+    struct stat info {};
+    char header[10];
+    const qint64 headerLength = ::fstat(in, &info) == 0 ? ::pread(in, header, sizeof header, 0) : -1;
+    if (headerLength < 0)
+        return fail(quoted(path_) + QStringLiteral(" cannot be read: ") + reason(errno) + QLatin1Char('.'));
+    const qint64 audioStart = qMin<qint64>(leadingTagSpan(header, headerLength), info.st_size);
+    const qint64 audioEnd = qMax(audioStart, hadId3v1 ? qint64(info.st_size) - 128 : qint64(info.st_size));
 
     SafeFile::Replacement copy(path_);
-    if (!copy.createCopy())
+    if (!copy.create() || !copy.write(QByteArray::fromRawData(id3v2.data(), qsizetype(id3v2.size()))))
         return fail(copy.errorString());
-    int writeError = 0;
-    bool saved = false;
-    {
-        // The copy takes the edited tags and TagLib saves them there; the
-        // examined file gets its frames back afterwards.
-        DescriptorStream stream(copy.fd(), QFile::encodeName(copy.path()));
-        TagLib::MPEG::File written(&stream, TagLib::ID3v2::FrameFactory::instance(), false);
-        moveFrames(file_->ID3v2Tag(true), written.ID3v2Tag(true));
-        if (file_->hasID3v1Tag())
-            TagLib::Tag::duplicate(file_->ID3v1Tag(), written.ID3v1Tag(true), true);
-        saved = written.isOpen() && written.save(tags, TagLib::File::StripNone, TagLib::ID3v2::v3,
-                                                 TagLib::File::DoNotDuplicate);
-        moveFrames(written.ID3v2Tag(true), file_->ID3v2Tag(true));
-        writeError = stream.error();
-    }
-    if (writeError || !saved)
-        return fail(QStringLiteral("Cannot write ") + quoted(path_) + QStringLiteral(": ") +
-                    reason(writeError ? writeError : EIO) + QStringLiteral("; the file was left as it was."));
+    if (!copyRange(in, audioStart, audioEnd - audioStart, copy.fd()))
+        return cannotWrite(errno);
+    if (!id3v1.isEmpty() && !copy.write(QByteArray::fromRawData(id3v1.data(), qsizetype(id3v1.size()))))
+        return fail(copy.errorString());
     if (!copy.commit([&](const QString& made) { return checkWritten(made, expected); }))
         return fail(copy.errorString());
     return true;

@@ -6,7 +6,7 @@
 #include <memory>
 
 namespace TagLib {
-class FileStream;
+class IOStream;
 namespace MPEG {
 class File;
 }
@@ -15,7 +15,8 @@ class File;
 // The ID3 tag object of the MP3 reader and writer, on TagLib. It is aimed at one
 // file with examineFile() before every use; getters read that file's ID3v2 tag
 // (its ID3v1 tag when it has no ID3v2), setters change the ID3v2 tag (and an
-// ID3v1 tag the file already has) until updateFile() writes them.
+// ID3v1 tag the file already has) until updateFile() writes them. Frames that
+// cannot be decoded are left out, and the others read, rather than the tag.
 //
 // Not thread-safe: forThisThread() gives each thread its own object, so the
 // export threads, the Tag tab and the flash writer never share one.
@@ -55,10 +56,12 @@ public:
     // Replaces the pictures. Bytes come from "cachepath" when that file can be
     // read, otherwise "Image" is encoded as its "Mime Type" asks (JPEG or PNG).
     void setImages(const QVariantList& artwork);
-    // Writes the changed tags (ID3v2.3, the version id3 readers of every age
-    // understand) into a copy of the file, checks that the copy reads back with
-    // them and with the same MPEG audio, and renames it over the file. False
-    // with the reason in *error when the file was left as it was.
+    // Writes the changed tags into a new file beside the old one (the ID3v2 tag
+    // in its own version, 2.4 or 2.3; a new tag, or one of 2.2, as 2.3, the
+    // version id3 readers of every age understand), followed by the old file's
+    // audio; checks that it reads back with them and with the same MPEG audio,
+    // and renames it over the file. False with the reason in *error when the
+    // file was left as it was.
     bool updateFile(QString* error = nullptr);
 
 private:
@@ -76,6 +79,7 @@ private:
 
     QStringList genres_;
     QString path_;
-    std::unique_ptr<TagLib::FileStream> stream_;
+    int tagVersion_ = 0;  // the major version of the file's ID3v2 tag, 0 when it has none
+    std::unique_ptr<TagLib::IOStream> stream_;
     std::unique_ptr<TagLib::MPEG::File> file_;
 };

@@ -77,23 +77,38 @@ bool writeByExtension(const QString& path, const QVariantMap& tags, const QVaria
 }
 } // namespace
 
+namespace {
+// The reader's record; nothing when it gave none or failed (the reason goes to the log).
+std::optional<QVariantMap> guardedRead(const QString& path)
+{
+    try {
+        return readByExtension(path, QFileInfo(path).suffix().toLower());
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "Reading the tags of %s failed: %s\n", qPrintable(path), error.what());
+    } catch (...) {
+        std::fprintf(stderr, "Reading the tags of %s failed\n", qPrintable(path));
+    }
+    return std::nullopt;
+}
+} // namespace
+
 std::optional<QVariantMap> getComments(const QString& path)
 {
     if (!isExistingFile(path))
         return std::nullopt;
-    std::optional<QVariantMap> record;
-    try {
-        record = readByExtension(path, QFileInfo(path).suffix().toLower());
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "Reading the tags of %s failed: %s\n", qPrintable(path), error.what());
-        record.reset();
-    } catch (...) {
-        std::fprintf(stderr, "Reading the tags of %s failed\n", qPrintable(path));
-        record.reset();
-    }
-    QVariantMap result = record.value_or(QVariantMap());
+    QVariantMap result = guardedRead(path).value_or(QVariantMap());
     filenameTags(path, result);
     return result;
+}
+
+std::optional<QVariantMap> getFileTags(const QString& path)
+{
+    if (!isExistingFile(path))
+        return std::nullopt;
+    std::optional<QVariantMap> record = guardedRead(path);
+    if (record)
+        record->remove(QStringLiteral("duration"));
+    return record;
 }
 
 TagWriteResult writeTags(const QString& path, const QVariantMap& tags, const QVariantList* images)
@@ -204,17 +219,25 @@ bool updateMP3Tags(const QString& path, const QVariantMap& record, const QVarian
             *error = QStringLiteral("%1: cannot be read as an MP3 file").arg(path);
         return false;
     }
+    // A value the file already holds is left as it is stored (its frame, its
+    // encoding, the ID3v1 copy), so a write changes only what it changes.
     auto text = [&](const char* key) { return record.value(QLatin1String(key)).toString(); };
-    if (record.contains(QStringLiteral("album")))
+    auto changes = [&](const char* key, const QString& current) {
+        return record.contains(QLatin1String(key)) && text(key) != current;
+    };
+    if (changes("album", tags->getAlbum()))
         tags->setAlbum(text("album"));
-    if (record.contains(QStringLiteral("artist")))
+    if (changes("artist", tags->getArtist()))
         tags->setArtist(text("artist"));
-    if (record.contains(QStringLiteral("title")))
+    if (changes("title", tags->getTitle()))
         tags->setTitle(text("title"));
-    if (record.contains(QStringLiteral("genre")))
+    const QStringList genres = tags->getGenreNames();
+    if (changes("genre", genres.value(0)))
         tags->setGenreName({text("genre")});
-    tags->setYear(intValue(text("year")));
-    tags->setTrack(intValue(text("track")), tags->getTotalNumberTracks());
+    if (intValue(text("year")) != tags->getYear())
+        tags->setYear(intValue(text("year")));
+    if (intValue(text("track")) != tags->getTrack())
+        tags->setTrack(intValue(text("track")), tags->getTotalNumberTracks());
     if (images)
         tags->setImages(*images);
     return tags->updateFile(error);

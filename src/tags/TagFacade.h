@@ -13,6 +13,11 @@
 // m4b, m4r, aac), completed from the file name; nothing when the path does not
 // exist or is a folder. Any other extension gives a record from the name only.
 std::optional<QVariantMap> getComments(const QString& path);
+// What the tags of a file hold, read as getComments reads them but without the
+// guesses from the file name and without "duration": the record a write that
+// changes only some keys starts from. Nothing when the path does not exist or
+// is a folder, or when the reader failed.
+std::optional<QVariantMap> getFileTags(const QString& path);
 // What a tag write came to: the new version checked (its tags read back, its
 // audio byte for byte the old audio) and in place, or the reason, naming the
 // file, why the file was left as it was.

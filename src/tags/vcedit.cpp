@@ -2,7 +2,9 @@
 
 #include <ogg/ogg.h>
 
+#include <cstdint>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -131,6 +133,70 @@ std::vector<unsigned char> commentHeader(const std::string& vendor, const vorbis
     return packet;
 }
 
+// A comment header libvorbis refuses (an entry whose length runs past the
+// packet, no framing bit) rebuilt from its vendor and the entries in front of
+// the damage; nothing when the packet is no comment header at all.
+std::optional<std::vector<unsigned char>> mendedCommentHeader(const ogg_packet& packet)
+{
+    const unsigned char* bytes = packet.packet;
+    const size_t size = packet.bytes > 0 ? size_t(packet.bytes) : 0;
+    if (size < 7 || bytes[0] != 3 || std::memcmp(bytes + 1, "vorbis", 6) != 0)
+        return std::nullopt;
+    size_t at = 7;
+    auto length = [&](uint32_t* value) {
+        if (size - at < 4)
+            return false;
+        *value = uint32_t(bytes[at]) | uint32_t(bytes[at + 1]) << 8 | uint32_t(bytes[at + 2]) << 16 |
+                 uint32_t(bytes[at + 3]) << 24;
+        at += 4;
+        return true;
+    };
+    uint32_t vendorLength = 0;
+    std::string vendor;
+    if (length(&vendorLength) && vendorLength <= size - at) {
+        vendor.assign(reinterpret_cast<const char*>(bytes + at), vendorLength);
+        at += vendorLength;
+    } else {
+        at = size;  // the entries cannot be found behind a vendor that does not fit
+    }
+    std::vector<std::string> entries;
+    uint32_t count = 0;
+    if (length(&count)) {
+        uint32_t entryLength = 0;
+        while (entries.size() < count && length(&entryLength) && entryLength <= size - at) {
+            entries.emplace_back(reinterpret_cast<const char*>(bytes + at), entryLength);
+            at += entryLength;
+        }
+    }
+    vorbis_comment comments {};
+    std::vector<int> lengths;
+    std::vector<char*> texts;
+    for (std::string& entry : entries) {
+        lengths.push_back(int(entry.size()));
+        texts.push_back(entry.data());
+    }
+    comments.comments = int(entries.size());
+    comments.comment_lengths = lengths.data();
+    comments.user_comments = texts.data();
+    return commentHeader(vendor, comments);
+}
+
+// Decodes the comment header into the state's comment list, mending one that
+// libvorbis refuses so the entries in front of the damage are still read.
+bool readCommentHeader(vorbis_info* info, vorbis_comment* comments, const ogg_packet& packet)
+{
+    if (vorbis_synthesis_headerin(info, comments, const_cast<ogg_packet*>(&packet)) == 0)
+        return true;
+    std::optional<std::vector<unsigned char>> mended = mendedCommentHeader(packet);
+    if (!mended)
+        return false;
+    // A refused header leaves the list cleared: it takes the mended one as a first.
+    ogg_packet retry = packet;
+    retry.packet = mended->data();
+    retry.bytes = long(mended->size());
+    return vorbis_synthesis_headerin(info, comments, &retry) == 0;
+}
+
 void setPageSequence(ogg_page* page, long sequence)
 {
     for (int i = 0; i < 4; ++i)
@@ -231,7 +297,7 @@ int vcedit_open(vcedit_state* state, FILE* in)
                 // The setup header is copied, not decoded: unpacking its codebooks
                 // costs more than everything else here and nothing needs them.
                 const bool valid = result > 0
-                    && (headers == 0 ? vorbis_synthesis_headerin(&state->info, &state->comments, &packet) == 0
+                    && (headers == 0 ? readCommentHeader(&state->info, &state->comments, packet)
                                      : isSetupHeader(packet));
                 if (!valid) {
                     state->lastError = kCorruptSecondary;

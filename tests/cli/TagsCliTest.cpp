@@ -1,3 +1,5 @@
+#include "tags/TagFacade.h"
+
 #include "common/TestSupport.h"
 
 #include <QDir>
@@ -165,4 +167,22 @@ TEST(CollectCommand, ListsAFolderInFinderOrder)
     EXPECT_EQ(destinations, (QStringList{"Box/CD 1", "Box", "Box"}));
     EXPECT_EQ(last.value("tags").toObject().value("duration").toString(), "1");
     EXPECT_EQ(cli({"collect", dir.filePath("none")}, &output), 1);
+}
+
+TEST(TagsCommand, SetChangesOnlyTheKeysGivenNeverWritingNameGuesses)
+{
+    // Each name splits into an artist guess ("lame", "rare", "empty") that the file's tags do not hold.
+    for (const char* name : {"lame_cbr.mp3", "rare_frames.mp3", "empty_alac.m4a"}) {
+        SCOPED_TRACE(name);
+        QTemporaryDir dir;
+        const QString file = dir.filePath(QLatin1String(name));
+        ASSERT_TRUE(QFile::copy(QStringLiteral(VELMORA_TEST_DATA_DIR "/") + QLatin1String(name), file));
+        ::chmod(QFile::encodeName(file).constData(), 0644);
+        QVariantMap expected = getFileTags(file).value_or(QVariantMap());
+        ASSERT_FALSE(expected.contains("artist"));
+        QByteArray output;
+        ASSERT_EQ(cli({"tags", "--set", "title=X", file}, &output), 0) << output.constData();
+        expected.insert("title", "X");
+        EXPECT_EQ(getFileTags(file), expected);
+    }
 }

@@ -16,6 +16,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ogg/ogg.h>
+
 #include <cstdio>
 
 namespace {
@@ -81,6 +83,54 @@ TEST_F(OggTagsTest, ReadsEntriesUnderLowerCaseKeys)
     EXPECT_EQ(old.value("artist"), "A B");
     EXPECT_FALSE(old.contains("a"));
     EXPECT_FALSE(old.contains("track"));
+}
+
+TEST_F(OggTagsTest, EntriesInFrontOfADamagedOneAreReadAndTheFileStaysWritable)
+{
+    // Each row damages the comment packet in place (its size stays, so the Ogg
+    // layer still takes it) at the text `at`, `back` bytes before it.
+    struct Row {
+        const char* name;
+        QByteArray at;
+        int back;
+        QByteArray bytes;
+        QVariantMap read;
+    };
+    const QVariantMap both{{"title", "T"}, {"artist", "A"}};
+    const Row rows[] = {
+        {"an entry whose length runs past the packet", "ALBUM=L", 4, QByteArray(4, '\x7f'), both},
+        {"a count of entries larger than those there", "TITLE=T", 8, QByteArray("\x09\0\0\0", 4),
+         {{"title", "T"}, {"artist", "A"}, {"album", "L"}}},
+        {"no framing bit", "ALBUM=L", -7, QByteArray(1, '\0'), {{"title", "T"}, {"artist", "A"}, {"album", "L"}}},
+        {"a vendor length past the packet", "\x03vorbis", -7, QByteArray(4, '\x7f'), {}},
+    };
+    const QString seed = fixtures::oggVorbis(path("seed.ogg"), {"-c", "TITLE=T", "-c", "ARTIST=A", "-c", "ALBUM=L"});
+    const QByteArray original = testsupport::readFile(seed);
+    const qsizetype page = original.indexOf("OggS", 4);
+    ASSERT_GT(page, 0);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        QByteArray bytes = original;
+        const qsizetype at = bytes.indexOf(row.at, page) - row.back;
+        ASSERT_GT(at, page);
+        bytes.replace(at, row.bytes.size(), row.bytes);
+        auto* header = reinterpret_cast<unsigned char*>(bytes.data() + page);
+        const int segments = header[26];
+        long body = 0;
+        for (int i = 0; i < segments; ++i)
+            body += header[27 + i];
+        ogg_page view {header, 27 + segments, header + 27 + segments, body};
+        ogg_page_checksum_set(&view);
+        const QString file = path(QStringLiteral("damaged.ogg"));
+        ASSERT_TRUE(testsupport::writeFile(file, bytes));
+
+        QVariantMap read = getOGGComments(file);
+        EXPECT_EQ(read.take("duration"), "1");
+        EXPECT_EQ(read, row.read);
+        ASSERT_TRUE(updateOGGTags(file, {{"title", "New"}}, {}));
+        EXPECT_EQ(getOGGComments(file).value("title"), "New");
+        EXPECT_EQ(decodedPcm(file), decodedPcm(seed));
+    }
 }
 
 TEST_F(OggTagsTest, RewriteKeepsTheAudioAndPassesOgginfo)
