@@ -16,6 +16,8 @@ packages=(
   # tools run as child processes
   lame twolame ffmpeg sox mplayer atomicparsley cd-paranoia
   vorbis-tools libid3-tools id3v2 genisoimage dosfstools
+  # icons, man pages, package checks
+  librsvg2-bin help2man desktop-file-utils appstream bash-completion
   # tests, benchmarks, fuzzing
   googletest libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev
 )

@@ -14,5 +14,6 @@ export ASAN_OPTIONS="halt_on_error=1:abort_on_error=0:detect_leaks=1:detect_stac
 export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1"
 export LSAN_OPTIONS="suppressions=$PWD/scripts/lsan.supp:print_suppressions=0"
 export QT_QPA_PLATFORM=offscreen
-cd "$build"
-ctest --output-on-failure -j "$(nproc)" --timeout 600
+(cd "$build" && ctest --output-on-failure -j "$(nproc)" --timeout 600)
+# The Debian package, unpacked into a scratch root and run from there.
+scripts/package.sh --check

@@ -17,7 +17,7 @@ int main(int argc, char** argv)
 {
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--version") == 0) {
-            std::printf("Velmora %s\n", VELMORA_VERSION);
+            std::printf("velmora (Velmora) %s\n", VELMORA_VERSION);
             return 0;
         }
         if (std::strcmp(argv[i], "--help") == 0) {
@@ -32,7 +32,7 @@ int main(int argc, char** argv)
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Velmora"));
     QApplication::setApplicationVersion(QStringLiteral(VELMORA_VERSION));
-    QApplication::setDesktopFileName(QStringLiteral("velmora"));
+    QApplication::setDesktopFileName(QStringLiteral("com.dorvane.velmora"));
 
     QStringList files;
     for (const QString& argument : app.arguments().mid(1))

@@ -25,7 +25,7 @@ QString usageLine(const CliCommand& command)
 void printHelp(FILE* out)
 {
     std::fprintf(out, "Usage: velmora-cli COMMAND [OPTIONS] [ARGUMENTS]\n"
-                      "       velmora-cli --version | --help\n\n"
+                      "  or:  velmora-cli --version | --help\n\n"
                       "Velmora's engine without windows, for scripts and tests.\n\nCommands:\n");
     auto commands = registry();
     std::sort(commands.begin(), commands.end(),
@@ -73,7 +73,7 @@ int main(int argc, char** argv)
     }
     const QString first = arguments.takeFirst();
     if (first == QLatin1String("--version")) {
-        std::printf("Velmora %s\n", VELMORA_VERSION);
+        std::printf("velmora-cli (Velmora) %s\n", VELMORA_VERSION);
         return 0;
     }
     if (first == QLatin1String("--help") || first == QLatin1String("-h") || first == QLatin1String("help")) {

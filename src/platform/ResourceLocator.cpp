@@ -1,19 +1,18 @@
 #include "platform/ResourceLocator.h"
 
-#include <QCoreApplication>
 #include <QFileInfo>
 #include <QStandardPaths>
-#include <QStringList>
 
 namespace {
 
-QStringList ownFolders(const char* sub, const char* installed, const char* buildTree)
+// A folder given relative to the running program's own folder: an install under
+// any prefix and the build tree are laid out alike, so no path of the machine
+// that built the program is kept in it.
+QString besideProgram(const char* relative)
 {
-    QStringList folders;
-    if (QCoreApplication::instance())
-        folders << QCoreApplication::applicationDirPath() + "/../" + sub;
-    folders << QString::fromUtf8(installed) << QString::fromUtf8(buildTree);
-    return folders;
+    static const QString programFolder =
+        QFileInfo(QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath()).path();
+    return programFolder + QLatin1Char('/') + QLatin1String(relative);
 }
 
 } // namespace
@@ -34,13 +33,8 @@ QString programNameForResource(const QString& name)
 QString ownToolPath(const QString& name)
 {
     const QString program = programNameForResource(name);
-    for (const QString& folder :
-         ownFolders("libexec/velmora", VELMORA_INSTALL_LIBEXEC, VELMORA_BUILD_LIBEXEC)) {
-        const QFileInfo candidate(folder + '/' + program);
-        if (candidate.isFile() && candidate.isExecutable())
-            return candidate.canonicalFilePath();
-    }
-    return {};
+    const QFileInfo candidate(besideProgram(VELMORA_BIN_TO_LIBEXEC) + '/' + program);
+    return candidate.isFile() && candidate.isExecutable() ? candidate.canonicalFilePath() : QString();
 }
 
 QString pathForTool(const QString& name)
@@ -51,13 +45,8 @@ QString pathForTool(const QString& name)
 
 QString pathForResource(const QString& relativePath)
 {
-    for (const QString& folder :
-         ownFolders("share/velmora", VELMORA_INSTALL_SHARE, VELMORA_BUILD_SHARE)) {
-        const QFileInfo candidate(folder + '/' + relativePath);
-        if (candidate.exists())
-            return candidate.canonicalFilePath();
-    }
-    return {};
+    const QFileInfo candidate(besideProgram(VELMORA_BIN_TO_SHARE) + '/' + relativePath);
+    return candidate.exists() ? candidate.canonicalFilePath() : QString();
 }
 
 } // namespace ResourceLocator

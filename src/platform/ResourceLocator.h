@@ -1,8 +1,9 @@
 #pragma once
 #include <QString>
 
-// Finds the programs and resource files the system runs and reads: the install's
-// own libexec/velmora and share/velmora first, then the build tree, then PATH.
+// Finds the programs and resource files the system runs and reads: libexec/velmora
+// and share/velmora beside the program's own bin folder (in an install and in the
+// build tree), then PATH.
 // Resource names of the original desktop map to the Debian tools that stand in
 // for them ("cdparanoia" is cd-paranoia, "atomicparsley" is AtomicParsley, ...).
 namespace ResourceLocator {
