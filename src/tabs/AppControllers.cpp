@@ -9,6 +9,7 @@
 #include "playlists/M3uManager.h"
 #include "playlists/MediaDataSource.h"
 #include "playlists/PlayListDataSource.h"
+#include "tabs/PlaySourcesWrapper.h"
 
 AppControllers::AppControllers()
     : exportJobs_(std::make_unique<ExportJobs>()),
@@ -18,8 +19,10 @@ AppControllers::AppControllers()
       playlists_(std::make_unique<PlayListDataSource>()),
       itunes_(std::make_unique<iTunesManager>()),
       m3u_(std::make_unique<m3uManager>()),
-      cdWatcher_(std::make_unique<mounted_cd_wrapper>(std::make_unique<SystemCdDrives>()))
+      cdWatcher_(std::make_unique<mounted_cd_wrapper>(std::make_unique<SystemCdDrives>())),
+      play_(std::make_unique<PlaySourcesWrapper>())
 {
+    play_->setCdWatcher(cdWatcher_.get());
     playlists_->setMediaSource(media_.get());
     playlists_->setHiddenSource(hidden_.get());
 }

@@ -7,6 +7,7 @@ class LameWrapper;
 class MediaDataSource;
 class MyController;
 class PlayListDataSource;
+class PlaySourcesWrapper;
 class iTunesManager;
 class m3uManager;
 class mounted_cd_wrapper;
@@ -29,6 +30,7 @@ public:
     HPlayListDataSource& hiddenPlaylists() { return *hidden_; }
     m3uManager& m3u() { return *m3u_; }
     mounted_cd_wrapper& cdWatcher() { return *cdWatcher_; }
+    PlaySourcesWrapper& play() { return *play_; }
 
 private:
     std::unique_ptr<ExportJobs> exportJobs_;
@@ -39,4 +41,5 @@ private:
     std::unique_ptr<iTunesManager> itunes_;
     std::unique_ptr<m3uManager> m3u_;
     std::unique_ptr<mounted_cd_wrapper> cdWatcher_;
+    std::unique_ptr<PlaySourcesWrapper> play_;  // shows the watcher's discs: made after it, gone before it
 };

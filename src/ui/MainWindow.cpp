@@ -10,6 +10,7 @@
 #include "ui/JobListView.h"
 #include "ui/LamePreferencesPage.h"
 #include "ui/MusicTab.h"
+#include "ui/PlayTab.h"
 #include "ui/PreferencesDialog.h"
 #include "ui/StoresTab.h"
 
@@ -45,7 +46,9 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
     const QStringList titles = tabTitles();
     outlines_ << musicTab_->libraryOutline();
     tabs_->addTab(musicTab_, titles[MusicTabIndex]);
-    tabs_->addTab(makeSourcePane(tr("Playing is not available yet.")), titles[PlayTab]);
+    tabs_->addTab(new ::PlayTab(controllers.play()), titles[PlayTab]);
+    outlines_ << nullptr;  // the Play tab's sources are no library outline
+    connect(&controllers.play(), &PlaySourcesWrapper::playTabRequested, this, [this] { tabs_->setCurrentIndex(PlayTab); });
     tabs_->addTab(makeSourcePane(tr("Ripping audio CDs is not available yet.")), titles[RipTab]);
     tabs_->addTab(makeSourcePane(tr("Editing tags is not available yet.")), titles[TagTab]);
     tabs_->addTab(makeSourcePane(tr("Making clips and ringtones is not available yet.")), titles[ClipTab]);

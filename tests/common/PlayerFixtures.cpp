@@ -18,7 +18,7 @@ void useFakeAudio()
 }
 
 QString makeSong(const QString& folder, const QString& name, double seconds, const QString& title,
-                 const QString& artist, const QString& album)
+                 const QString& artist, const QString& album, const QString& cover)
 {
     QDir().mkpath(folder);
     const QString path = folder + '/' + name;
@@ -36,6 +36,8 @@ QString makeSong(const QString& folder, const QString& name, double seconds, con
             arguments << "--ta" << artist;
         if (!album.isEmpty())
             arguments << "--tl" << album;
+        if (!cover.isEmpty())
+            arguments << "--ti" << cover;
         status = testsupport::run("lame", arguments << wav << path);
     } else if (suffix == QLatin1String("ogg")) {
         QStringList arguments{"-Q", "-q", "0", "-o", path};
