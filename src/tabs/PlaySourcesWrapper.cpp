@@ -304,7 +304,9 @@ void PlaySourcesWrapper::load(const LoadRequest& request)
                 break;
             }
             default:
-                if (isDiscTrack(part.path) && QFileInfo(part.path).isFile())
+                if (part.path.endsWith(QLatin1String(".cd3"), Qt::CaseInsensitive))
+                    take(MusicSourcesWrapper::contentsOfPlaylist(part.path, &cancel));
+                else if (isDiscTrack(part.path) && QFileInfo(part.path).isFile())
                     take({{"leafarray", QVariantList{part.path}},
                           {"commentarray", QVariantList{getComments(part.path).value_or(QVariantMap())}}});
                 else if (const auto contents = contentsOfFolder(part.path, &cancel, examining))
@@ -373,7 +375,12 @@ void PlaySourcesWrapper::selectSong(int row)
 void PlaySourcesWrapper::vlFileOpenNotification(const QVariantMap& object)
 {
     emit playTabRequested();
-    selectPendingFiles(object.value("filearray").toStringList(), true);
+    playFiles(object.value("filearray").toStringList());
+}
+
+void PlaySourcesWrapper::playFiles(const QStringList& files)
+{
+    selectPendingFiles(files, true);
 }
 
 void PlaySourcesWrapper::vlFileDropNotification(const QVariantMap& object)

@@ -65,6 +65,9 @@ public:
     bool isLoading() const { return loading_ != nullptr; }
 
     // Playing.
+    // Plays files (and the songs of folders and .cd3 playlists) as a list of
+    // their own, from the first, as files opened from the desktop play.
+    void playFiles(const QStringList& files);
     void playSelectedSong();
     void playThisSong(const QString& path);
     void stopPlayingSong();

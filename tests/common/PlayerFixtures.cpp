@@ -95,6 +95,19 @@ QList<pid_t> zombies()
     return found;
 }
 
+QList<pid_t> processesMentioning(const QString& text)
+{
+    QList<pid_t> found;
+    for (const QString& entry : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        bool number = false;
+        const pid_t pid = pid_t(entry.toInt(&number));
+        if (number && pid != getpid() &&
+            procFile("/proc/" + entry + "/cmdline").replace('\0', ' ').contains(text.toUtf8()))
+            found << pid;
+    }
+    return found;
+}
+
 pid_t childWith(const QString& text)
 {
     for (pid_t pid : children()) {

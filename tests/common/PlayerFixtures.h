@@ -23,6 +23,9 @@ QString makeCorrupt(const QString& folder, const QString& name);
 // that have ended (zombies).
 QList<pid_t> children();
 QList<pid_t> zombies();
+// Every process of the machine whose command line mentions text (players
+// a program left behind are no children of ours).
+QList<pid_t> processesMentioning(const QString& text);
 // The pid of the running child whose command line mentions text; -1 when none.
 pid_t childWith(const QString& text);
 
