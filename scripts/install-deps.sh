@@ -17,7 +17,7 @@ packages=(
   lame twolame ffmpeg sox mplayer atomicparsley cd-paranoia
   vorbis-tools libid3-tools id3v2 genisoimage dosfstools
   # tests, benchmarks, fuzzing
-  googletest libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev
+  googletest libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev dbus-daemon
 )
 
 missing=()

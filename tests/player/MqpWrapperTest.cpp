@@ -123,6 +123,13 @@ TEST_F(PlayerTest, MqpDialectPlaysPausesSeeksAndEnds)
     EXPECT_FALSE(player.isRunning());
     player.play();  // a player without a process ignores commands
     EXPECT_FALSE(player.paused());
+
+    // Progress in seconds, made from a creation dictionary.
+    mqp_wrapper seconds(QVariantMap{{"path", path}, {"progressaspercent", false}});
+    QSignalSpy secondsShown(&seconds, &mqp_wrapper::progressChanged);
+    seconds.setTimeSeconds(3);
+    EXPECT_EQ(seconds.updateProgress(), 3);
+    EXPECT_EQ(secondsShown.last().at(1).toString(), "3");
 }
 
 TEST_F(PlayerTest, MplayerDialectStartsPausedAfterTheLengthQueryAndPlaysToTheEnd)
