@@ -1,5 +1,8 @@
 // velmora-cli collect: the audio files of a folder with destinations and tags.
 #include "cli/CliCommand.h"
+
+#include "core/StringUtils.h"
+#include "platform/FileNames.h"
 #include "tabs/FolderCollector.h"
 
 #include <QJsonDocument>
@@ -25,7 +28,9 @@ int run(const QStringList& arguments)
         std::fprintf(stderr, "velmora-cli collect: give one folder or file\n");
         return 2;
     }
-    const std::optional<QVariantMap> collection = contentsOfFolder(folders.first(), nullptr, {});
+    QStringList unreadable;
+    const std::optional<QVariantMap> collection =
+        contentsOfFolder(folders.first(), nullptr, {}, defaultAudioTypes(), &unreadable);
     if (!collection) {
         std::fprintf(stderr, "velmora-cli collect: %s: no such file or folder\n", qPrintable(folders.first()));
         return 1;
@@ -47,6 +52,11 @@ int run(const QStringList& arguments)
         for (auto it = record.constBegin(); it != record.constEnd(); ++it)
             std::printf("  %s: %s\n", qPrintable(it.key()), qPrintable(it.value().toString()));
     }
+    for (const QString& name : unreadable)
+        std::fprintf(stderr, "velmora-cli collect: %s\n", qPrintable(FileNames::unreadableNameMessage(name)));
+    if (!unreadable.isEmpty())
+        std::fprintf(stderr, "%lld collected, %lld skipped\n", static_cast<long long>(leaves.size()),
+                     static_cast<long long>(unreadable.size()));
     return 0;
 }
 

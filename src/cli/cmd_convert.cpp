@@ -1,12 +1,15 @@
 // velmora-cli convert: the Music tab's save path without the window.
 #include "cli/CliCommand.h"
+#include "cli/HeldJobs.h"
+#include "cli/JobProgress.h"
 
-#include "tabs/MusicSourcesWrapper.h"
+#include "core/Job.h"
 #include "core/StringUtils.h"
 #include "encode/ExportJobs.h"
 #include "encode/LameWrapper.h"
+#include "tabs/AppControllers.h"
+#include "tabs/MusicSourcesWrapper.h"
 
-#include <QDir>
 #include <QFileInfo>
 
 #include <atomic>
@@ -64,9 +67,9 @@ int runConvert(const QStringList& arguments)
         return 1;
     }
 
-    ExportJobs jobs;
-    LameWrapper lame;
+    AppControllers controllers;
     if (type == QLatin1String("MP3")) {
+        LameWrapper& lame = controllers.lame();
         lame.lookForLame();
         if (!lame.lameFound()) {
             std::fprintf(stderr, "velmora-cli convert: MP3 export is disabled: %s (%s)\n",
@@ -74,12 +77,15 @@ int runConvert(const QStringList& arguments)
             return 1;
         }
     }
-    MusicSourcesWrapper music;
+    MusicSourcesWrapper& music = controllers.musicSources();
     music.setSaveInBackground(true);
+    HeldJobs held;
+    JobProgress progress;
 
     std::mutex outputMutex;
     QList<QPair<QString, QString>> dispatched;
     QStringList failures;
+    int skipped = 0;
     music.setDispatchHandler([&](const QString& source, const QString& destination) {
         std::lock_guard lock(outputMutex);
         dispatched << qMakePair(source, destination);
@@ -90,6 +96,11 @@ int runConvert(const QStringList& arguments)
         std::lock_guard lock(outputMutex);
         failures << QStringLiteral("%1: %2").arg(path, reason);
         std::fprintf(stderr, "velmora-cli: %s: %s\n", qPrintable(path), qPrintable(reason));
+    });
+    music.setSkipHandler([&](const QString& message) {
+        std::lock_guard lock(outputMutex);
+        ++skipped;
+        std::fprintf(stderr, "velmora-cli: %s\n", qPrintable(message));
     });
 
     MusicSourcesWrapper::Selection selection;
@@ -103,7 +114,13 @@ int runConvert(const QStringList& arguments)
         selection << MusicSourcesWrapper::Source::library(info.absoluteFilePath());
     }
 
-    // Ctrl-C cancels like the progress sheet's Cancel button.
+    QVariantMap request{{"type", type}, {"destinationfolder", out}};
+    if (replace || flat)
+        request.insert("flashpanelsettings", QVariantMap{{"replace", replace}, {"dontput", flat}});
+    const std::shared_ptr<Job> save = music.makeSaveJob(request, selection);
+
+    // Ctrl-C is the progress sheet's Cancel button, also once every file is handed
+    // over: encoders still waiting for a slot never start.
     interrupted = false;
     auto previous = std::signal(SIGINT, onInterrupt);
     std::atomic<bool> finished{false};
@@ -116,40 +133,45 @@ int runConvert(const QStringList& arguments)
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
     });
-
-    QVariantMap request{{"type", type}, {"destinationfolder", out}};
-    if (replace || flat)
-        request.insert("flashpanelsettings", QVariantMap{{"replace", replace}, {"dontput", flat}});
-    music.HandleSaveThread(request, selection);
-    jobs.waitForBackgroundWork();
+    save->run();
+    controllers.exportJobs().waitForBackgroundWork();
     finished = true;
     watcher.join();
     std::signal(SIGINT, previous);
 
+    // A file counts as written only when its job says it was made whole.
     int written = 0;
     for (const auto& [source, destination] : dispatched) {
-        if (QFileInfo(destination).isFile() && QFileInfo(destination).size() > 0) {
+        const std::shared_ptr<Job> job = exportJobFor(destination);
+        if (job)
+            job->wait();
+        const JobResult result = job ? job->result() : JobResult::failed(QStringLiteral("no export job answered"));
+        // A job that succeeds without the file left it out on purpose (AppleDouble companions).
+        if (result.ok() && result.files.contains(destination)) {
             ++written;
             std::printf("%s\n", qPrintable(destination));
-        } else if (!music.isCancelled()) {
-            const QString reason = jobs.lastFailure(type);
-            failures << QStringLiteral("%1: %2").arg(source, reason.isEmpty() ? QStringLiteral("no file resulted")
-                                                                               : reason);
+        } else if (result.outcome == JobResult::Outcome::Failed) {
+            failures << QStringLiteral("%1: %2").arg(source, result.error);
+        } else if (result.outcome == JobResult::Outcome::Cancelled && !music.isCancelled()) {
+            failures << QStringLiteral("%1: cancelled").arg(source);
         }
     }
     for (const QString& failure : failures)
         std::fprintf(stderr, "failed: %s\n", qPrintable(failure));
-    std::fprintf(stderr, "%d written, %lld failed%s\n", written, static_cast<long long>(failures.size()),
-                 music.isCancelled() ? ", cancelled" : "");
+    std::fprintf(stderr, "%d written, %lld failed, %d skipped%s\n", written, static_cast<long long>(failures.size()),
+                 skipped, music.isCancelled() ? ", cancelled" : "");
     if (music.isCancelled())
         return 130;
-    return failures.isEmpty() ? 0 : 1;
+    // Files left out for their names were not converted either.
+    return failures.isEmpty() && skipped == 0 ? 0 : 1;
 }
 
 CliRegistration registration({"convert", "--to TYPE --out FOLDER [--replace] [--flat] PATH...",
                               "Convert files and folders as the Music tab does: destination sub-folders, unique "
                               "names, one export per file in background slots; prints each file written. "
-                              "--replace overwrites, --flat puts every file directly into FOLDER.",
+                              "--replace overwrites, --flat puts every file directly into FOLDER. Files whose "
+                              "names are not valid UTF-8 are reported and skipped. Exits 0 only when every file "
+                              "was written whole.",
                               runConvert});
 
 } // namespace

@@ -1,20 +1,35 @@
 // velmora-cli export: one export request, posted exactly as a tab posts it.
 #include "cli/CliCommand.h"
+#include "cli/HeldJobs.h"
+#include "cli/JobProgress.h"
 
 #include "core/Defaults.h"
+#include "core/Job.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
+#include "core/StringUtils.h"
 #include "encode/ExportJobs.h"
 #include "encode/LameWrapper.h"
 #include "platform/AppPaths.h"
+#include "platform/FileNames.h"
+#include "tabs/AppControllers.h"
 
-#include <QDir>
-#include <QFile>
 #include <QFileInfo>
 
+#include <atomic>
+#include <chrono>
+#include <csignal>
 #include <cstdio>
+#include <thread>
 
 namespace {
+
+std::atomic<bool> interrupted{false};
+
+void onInterrupt(int)
+{
+    interrupted = true;
+}
 
 const QStringList kTypes {"MP3", "MP2", "AAC", "M4A", "M4B", "M4R", "OGG", "WMA", "WAV", "AIFF", "COPY"};
 
@@ -32,6 +47,7 @@ int runExport(const QStringList& arguments)
     std::optional<QString> resample;
     bool vbr = false;
     bool mono = false;
+    bool replace = false;
     for (int i = 0; i < arguments.size(); ++i) {
         const QString& argument = arguments.at(i);
         auto value = [&]() -> std::optional<QString> {
@@ -60,6 +76,8 @@ int runExport(const QStringList& arguments)
             vbr = true;
         } else if (argument == QLatin1String("--mono")) {
             mono = true;
+        } else if (argument == QLatin1String("--replace")) {
+            replace = true;
         } else if (argument.startsWith(QLatin1String("--"))) {
             return usageError(QStringLiteral("unknown option %1").arg(argument));
         } else {
@@ -86,9 +104,9 @@ int runExport(const QStringList& arguments)
     if (resample)
         defaults.setInteger(QStringLiteral("mTSPResampleStored"), *resample == QLatin1String("48000") ? 1 : 0);
 
-    ExportJobs jobs;
-    LameWrapper lame;
+    AppControllers controllers;
     if (type == QLatin1String("MP3")) {
+        LameWrapper& lame = controllers.lame();
         lame.lookForLame();
         if (!lame.lameFound()) {
             std::fprintf(stderr, "velmora-cli export: MP3 export is disabled: %s (%s)\n",
@@ -97,32 +115,71 @@ int runExport(const QStringList& arguments)
         }
     }
 
-    // The intermediate WAV of the Music tab, cleared before each file.
-    QDir().mkpath(AppPaths::cacheDir());
-    const QString wavPath = AppPaths::cacheDir() + QStringLiteral("/musiccache.WAV");
-    QFile::remove(wavPath);
-    const QVariantMap request {{QStringLiteral("sourcepath"), source},
-                               {QStringLiteral("destinationpath"), destination},
-                               {QStringLiteral("wavpath"), wavPath}};
+    // The destination is ours once reserved; a file already there is replaced
+    // (in one step, when the new one is whole) only when asked to.
+    createDirectoriesAtPath(QFileInfo(destination).absolutePath());
+    if (!replace && !FileNames::reserve(destination) && QFileInfo::exists(destination)) {
+        std::fprintf(stderr, "velmora-cli export: %s exists already (--replace replaces it)\n",
+                     qPrintable(destination));
+        return 1;
+    }
+
+    // The Music tab's intermediate WAV, private to this run.
+    AppPaths::makePrivateFolder(AppPaths::cacheDir());
+    QVariantMap request{
+        {QStringLiteral("sourcepath"), source},
+        {QStringLiteral("destinationpath"), destination},
+        {QStringLiteral("wavpath"),
+         AppPaths::uniqueIntermediate(AppPaths::cacheDir(), QStringLiteral("musiccache"), QStringLiteral("WAV"))}};
+    // Copies are the one member told about replacing; the encoders' settings
+    // would change with the flash options.
+    if (type == QLatin1String("COPY") && replace)
+        request.insert(QStringLiteral("flashpanelsettings"), QVariantMap{{QStringLiteral("replace"), true}});
+    HeldJobs held;
+    JobProgress progress;
+    // Ctrl-C cancels the job, which stops its tool and leaves nothing behind.
+    interrupted = false;
+    auto previous = std::signal(SIGINT, onInterrupt);
+    std::atomic<bool> finished{false};
+    std::thread watcher([&] {
+        for (; !finished; std::this_thread::sleep_for(std::chrono::milliseconds(20))) {
+            if (const auto job = interrupted ? exportJobFor(destination) : nullptr) {
+                job->cancel();
+                break;
+            }
+        }
+    });
     const QString key = type == QLatin1String("AIFF") ? QStringLiteral("AIF") : type;
     NotificationCenter::defaultCenter().post(exportNotificationName(key), request);
-    jobs.waitForBackgroundWork();
+    controllers.exportJobs().waitForBackgroundWork();
+    finished = true;
+    watcher.join();
+    std::signal(SIGINT, previous);
+    FileNames::release(destination);  // when no job took the request
 
-    if (QFileInfo::exists(destination)) {
+    const std::shared_ptr<Job> job = exportJobFor(destination);
+    if (job)
+        job->wait();
+    const JobResult result =
+        job ? job->result() : JobResult::failed(QStringLiteral("no %1 export job answered").arg(type));
+    if (result.ok() && result.files.contains(destination)) {
         std::printf("%s\n", qPrintable(destination));
         return 0;
     }
-    QString why = jobs.lastFailure(type);
-    if (why.isEmpty())
-        why = QStringLiteral("no %1 export job answered").arg(type);
-    std::fprintf(stderr, "velmora-cli export: no %s file was made: %s\n", qPrintable(type), qPrintable(why));
+    if (result.outcome == JobResult::Outcome::Cancelled) {
+        std::fprintf(stderr, "velmora-cli export: cancelled; no %s file was made\n", qPrintable(type));
+        return 130;
+    }
+    std::fprintf(stderr, "velmora-cli export: no %s file was made: %s\n", qPrintable(type), qPrintable(result.error));
     return 1;
 }
 
 CliRegistration reg({"export",
-                     "--to TYPE [--bitrate-index N] [--vbr] [--mono] [--resample 44100|48000] SOURCE DESTINATION",
+                     "--to TYPE [--bitrate-index N] [--vbr] [--mono] [--resample 44100|48000] [--replace] SOURCE "
+                     "DESTINATION",
                      "Convert SOURCE into DESTINATION with the export job of TYPE (MP3, MP2, AAC, M4A, M4B, M4R, "
-                     "OGG, WMA, WAV, AIFF, COPY); prints DESTINATION, or says which step failed and exits 1.",
+                     "OGG, WMA, WAV, AIFF, COPY); prints DESTINATION once it is written whole, or says which step "
+                     "failed and exits 1. An existing DESTINATION is replaced only with --replace.",
                      runExport});
 
 } // namespace

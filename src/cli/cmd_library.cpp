@@ -4,6 +4,7 @@
 
 #include "core/FileSystemItem.h"
 #include "core/FileSystemItemListing.h"
+#include "platform/FileNames.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -74,8 +75,14 @@ int runLibrary(const QStringList& arguments)
         }
     }
 
-    const QByteArray out = json ? FileSystemItemListing::toJson(roots) : FileSystemItemListing::toText(roots);
+    QStringList unreadable;
+    const QByteArray out =
+        json ? FileSystemItemListing::toJson(roots, &unreadable) : FileSystemItemListing::toText(roots, &unreadable);
     std::fwrite(out.constData(), 1, size_t(out.size()), stdout);
+    for (const QString& name : unreadable)
+        std::fprintf(stderr, "velmora-cli library: %s\n", qPrintable(FileNames::unreadableNameMessage(name)));
+    if (!unreadable.isEmpty())
+        std::fprintf(stderr, "%lld skipped\n", static_cast<long long>(unreadable.size()));
     return std::fflush(stdout) == 0 ? 0 : 1;
 }
 

@@ -8,6 +8,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <csignal>
 #include <cstdio>
 
 namespace {
@@ -140,6 +141,8 @@ int run(const QStringList& arguments)
     QVariantList artwork;
     if (!loadArtwork(artworkFiles, &artwork))
         return 2;
+    // A file-size limit then fails a write with a message instead of ending the process.
+    std::signal(SIGXFSZ, SIG_IGN);
 
     int status = 0;
     for (const QString& path : files) {
@@ -161,10 +164,10 @@ int run(const QStringList& arguments)
         QVariantMap tags = *record;
         for (auto it = changes.constBegin(); it != changes.constEnd(); ++it)
             tags.insert(it.key(), it.value());
-        const bool written = artworkFiles.isEmpty() && !noArtwork ? updateTags(path, tags)
-                                                                  : updateTags(path, tags, artwork);
-        if (!written) {
-            fail(QStringLiteral("%1: the tags could not be written").arg(path));
+        const bool keepPictures = artworkFiles.isEmpty() && !noArtwork;
+        const TagWriteResult result = writeTags(path, tags, keepPictures ? nullptr : &artwork);
+        if (!result.written) {
+            fail(result.error);
             status = 1;
         }
     }
@@ -176,6 +179,8 @@ CliRegistration reg({"tags",
                      "Print the track record and artwork of files (one JSON object per line with --json), or "
                      "write tags (KEY: title, artist, album, year, track, genre) and pictures (the "
                      "first --artwork is the front cover; without --artwork or --no-artwork the pictures stay) into "
-                     "MP3, Ogg and MP4/AAC files; WMA and other types are read only.",
+                     "MP3, Ogg and MP4/AAC files; WMA and other types are read only. Each file is written as a "
+                     "new version beside it that replaces it only when its tags read back and its audio is "
+                     "unchanged; exit status 0 means every file was written, 1 names each file that was not.",
                      run});
 } // namespace

@@ -1,6 +1,7 @@
 #include "core/FileSystemItem.h"
 
 #include "core/Defaults.h"
+#include "core/StringUtils.h"
 #include "platform/AppPaths.h"
 
 #include <QDirIterator>
@@ -120,7 +121,7 @@ bool FileSystemItem::isLibraryEntry(const QString& name, bool isFolder)
     return isFolder && !name.startsWith(QLatin1Char('.'));
 }
 
-std::vector<FileSystemItem::Entry> FileSystemItem::readEntries(const QString& folder)
+std::vector<FileSystemItem::Entry> FileSystemItem::readEntries(const QString& folder, QStringList* unreadable)
 {
     std::vector<Entry> entries;
     // System brings in broken links and special files; the filter decides.
@@ -133,6 +134,9 @@ std::vector<FileSystemItem::Entry> FileSystemItem::readEntries(const QString& fo
         if (isLibraryEntry(name, folderEntry))
             entries.push_back({name, folderEntry});
     }
+    // The iterator passes over names that do not decode; they are read by bytes.
+    if (unreadable)
+        unreadable->append(unreadableEntries(folder, &FileSystemItem::isLibraryEntry));
     return entries;
 }
 

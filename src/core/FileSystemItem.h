@@ -49,8 +49,10 @@ public:
         bool isFolder = false;
     };
     // The filtered listing of a folder in file-system order; empty when it
-    // cannot be read.
-    static std::vector<Entry> readEntries(const QString& folder);
+    // cannot be read. Entries whose names are not valid UTF-8 are left out (no
+    // name held as text opens them); *unreadable gets those the filter would
+    // have kept, as escaped full paths.
+    static std::vector<Entry> readEntries(const QString& folder, QStringList* unreadable = nullptr);
 
     // The children, read on first use; null when the item is not a folder.
     const std::vector<std::unique_ptr<FileSystemItem>>* children();

@@ -23,6 +23,8 @@ enum class Stop { None, DepthLimit, AlreadyListed };
 // (folders are told apart by device and inode, which sees through symlinks).
 class Walk {
 public:
+    explicit Walk(QStringList* unreadable) : unreadable_(unreadable) {}
+
     Stop enter(FileSystemItem& folder, int depth, int maxDepth)
     {
         if (maxDepth >= 0 && depth >= maxDepth)
@@ -35,8 +37,16 @@ public:
         return Stop::None;
     }
 
+    // The children of a folder being entered, noting the names left out.
+    const std::vector<std::unique_ptr<FileSystemItem>>* children(FileSystemItem& folder)
+    {
+        folder.adoptEntries(FileSystemItem::readEntries(folder.fullPath(), unreadable_));
+        return folder.children();
+    }
+
 private:
     std::set<std::pair<dev_t, ino_t>> seen_;
+    QStringList* unreadable_;
 };
 
 void appendIndent(QByteArray& out, int depth)
@@ -67,7 +77,7 @@ void textFolder(FileSystemItem& folder, int depth, int maxDepth, Walk& walk, QBy
 
 void textChildren(FileSystemItem& folder, int depth, int maxDepth, Walk& walk, QByteArray& out)
 {
-    const auto* children = folder.children();
+    const auto* children = walk.children(folder);
     if (!children)
         return;
     for (const auto& child : *children) {
@@ -104,7 +114,7 @@ void jsonFolder(FileSystemItem& folder, int depth, int maxDepth, Walk& walk, QJs
 QJsonArray jsonChildren(FileSystemItem& folder, int depth, int maxDepth, Walk& walk)
 {
     QJsonArray array;
-    const auto* children = folder.children();
+    const auto* children = walk.children(folder);
     if (!children)
         return array;
     for (const auto& child : *children) {
@@ -120,10 +130,10 @@ QJsonArray jsonChildren(FileSystemItem& folder, int depth, int maxDepth, Walk& w
 
 } // namespace
 
-QByteArray toText(const QList<Root>& roots)
+QByteArray toText(const QList<Root>& roots, QStringList* unreadable)
 {
     QByteArray out;
-    Walk walk;
+    Walk walk(unreadable);
     for (const Root& root : roots) {
         FileSystemItem item(root.path, nullptr);
         out.append(root.path.toUtf8());
@@ -140,10 +150,10 @@ QByteArray toText(const QList<Root>& roots)
     return out;
 }
 
-QByteArray toJson(const QList<Root>& roots)
+QByteArray toJson(const QList<Root>& roots, QStringList* unreadable)
 {
     QJsonArray array;
-    Walk walk;
+    Walk walk(unreadable);
     for (const Root& root : roots) {
         FileSystemItem item(root.path, nullptr);
         const bool exists = QFileInfo::exists(root.path);

@@ -2,6 +2,7 @@
 #include <QByteArray>
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 // The whole library as the library tree shows it, walked recursively: every
 // root and, under it, the audio files and folders of the listing. Each folder is
@@ -17,11 +18,13 @@ struct Root {
 // Lines "path" for each root, then one line per entry indented by two spaces a
 // level, folders ending in "/". A folder whose contents are not listed carries
 // a note: "(depth limit)" or "(already listed)"; a missing root "(missing)".
-QByteArray toText(const QList<Root>& roots);
+// Entries left out because their names are not valid UTF-8 go to *unreadable
+// (escaped full paths) when it is given.
+QByteArray toText(const QList<Root>& roots, QStringList* unreadable = nullptr);
 
 // {"roots": [{"path", "exists", "folder", "children"}]}; each entry is
 // {"name", "path", "folder"} with "children" for a listed folder, or
 // "truncated": true (depth limit) / "alreadyListed": true instead.
-QByteArray toJson(const QList<Root>& roots);
+QByteArray toJson(const QList<Root>& roots, QStringList* unreadable = nullptr);
 
 } // namespace FileSystemItemListing

@@ -1,5 +1,7 @@
 #include "core/StringUtils.h"
 
+#include "platform/FileNames.h"
+
 #include <QCollator>
 #include <QDir>
 #include <QFile>
@@ -7,6 +9,8 @@
 #include <QtEndian>
 
 #include <cerrno>
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -51,6 +55,27 @@ const QSet<QString>& defaultAudioTypes()
     static const QSet<QString> types = {"mp3", "mp2", "wma", "m4a", "m4b", "m4r", "m4p", "aac",
                                         "aif", "aiff", "aifc", "wav", "ogg"};
     return types;
+}
+
+QStringList unreadableEntries(const QString& folder, const std::function<bool(const QString&, bool)>& wanted)
+{
+    QStringList names;
+    const QByteArray native = QFile::encodeName(folder);
+    DIR* dir = ::opendir(native.constData());
+    if (!dir)
+        return names;
+    while (const dirent* entry = ::readdir(dir)) {
+        const QByteArray name(entry->d_name);
+        if (FileNames::isValidUtf8(name))
+            continue;
+        struct stat info {};
+        const bool isFolder = ::fstatat(::dirfd(dir), entry->d_name, &info, 0) == 0 && S_ISDIR(info.st_mode);
+        if (wanted(QFile::decodeName(name), isFolder))
+            names << FileNames::escaped(native + '/' + name);
+    }
+    ::closedir(dir);
+    names.sort();
+    return names;
 }
 
 bool createDirectoriesAtPath(const QString& path)

@@ -4,6 +4,7 @@
 #include <QStringList>
 #include <QVariantMap>
 
+#include <functional>
 
 // Operations on path strings shared by every tab.
 
@@ -18,6 +19,13 @@ bool mySort(const QString& a, const QString& b);
 
 // The lower-case extensions of the audio files the library collects.
 const QSet<QString>& defaultAudioTypes();
+
+// The entries of a folder whose names are not valid UTF-8 (no name held as text
+// opens them) and that a walk would have taken: wanted() is asked with the name
+// as far as it decodes (the extension usually does) and whether it is a folder.
+// Escaped full paths, for FileNames::unreadableNameMessage.
+QStringList unreadableEntries(const QString& folder,
+                              const std::function<bool(const QString& name, bool isFolder)>& wanted);
 
 // Makes every missing folder of a path, each with mode 0777 under the umask;
 // false at the first level that cannot be made.

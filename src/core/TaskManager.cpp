@@ -1,5 +1,8 @@
 #include "core/TaskManager.h"
 
+#include "platform/AppPaths.h"
+#include "platform/FileNames.h"
+
 #include <QFile>
 #include <QFileInfo>
 
@@ -16,7 +19,10 @@ void wavManager::needWavForSource(const QString& source, const QStringList& type
 {
     Entry entry;
     entry.types = QSet<QString>(types.begin(), types.end());
-    entry.wavpath = folder + '/' + QFileInfo(source).fileName() + ".WAV";
+    // "song.mp3-<pid>-<n>.WAV": the source's name leads, and no other process or
+    // request shares the file. Room is kept for the suffix in the longest name.
+    entry.wavpath = AppPaths::uniqueIntermediate(
+        folder, FileNames::fitName(QFileInfo(source).fileName(), {}, FileNames::kMaxNameBytes - 48), "WAV");
     entries_.insert(source, entry);
 }
 

@@ -9,7 +9,8 @@
 #include <vector>
 
 // Tracks the intermediate WAV that several exports of one source share and
-// deletes it when the last export needing it ends. No lock of its own: removal
+// deletes it when the last export needing it ends. Its name is unique to this
+// process and this request, so another running Velmora never touches it. No lock of its own: removal
 // runs inside the task manager's lock, and callers of the other operations do
 // not run them concurrently for one source.
 class wavManager {

@@ -1,6 +1,7 @@
 #pragma once
 #include "encode/ExportArguments.h"
 
+#include <QList>
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
@@ -13,19 +14,55 @@
 #include <mutex>
 
 class ChildProcess;
+class Job;
+struct JobResult;
 
-// What a job remembers about its last request that produced no file, so that
-// a caller who only sees a missing file (the command-line tool) can say why.
-class FailureNote {
+// The export request being handled on this thread. The stages a request runs
+// through the bus (the WAV stage, the clip cut, AIFF copies of MIDI files) work
+// under its job, so cancelling the job stops them too, and leave here why they
+// failed.
+class ExportRequestScope {
 public:
-    void clear();
-    void set(const QString& text);
-    QString text() const;
+    explicit ExportRequestScope(Job& job);
+    ~ExportRequestScope();
+    ExportRequestScope(const ExportRequestScope&) = delete;
+    ExportRequestScope& operator=(const ExportRequestScope&) = delete;
+
+    static ExportRequestScope* current();
+    Job& job() { return job_; }
+    void noteFailure(const QString& reason) { failure_ = reason; }
+    QString failure() const { return failure_; }
 
 private:
-    mutable std::mutex mutex_;
-    QString text_;
+    Job& job_;
+    ExportRequestScope* outer_;
+    QString failure_;
 };
+
+// Runs one export request as a job: as a stage of the request already handled
+// on this thread, or as a job of its own ("Converting a.flac to MP3"), run here.
+JobResult runExportRequest(const QString& title, const QString& destination,
+                           const std::function<JobResult(Job& job)>& body);
+// "Converting <source's file name> to <type>".
+QString exportJobTitle(const QString& source, const QString& type);
+// The job of the latest request for a destination, while something holds it
+// (the job list keeps running and failed jobs): how a sender that only posted a
+// request learns its outcome.
+std::shared_ptr<Job> exportJobFor(const QString& destination);
+void rememberExportJob(const QString& destination, const std::shared_ptr<Job>& job);
+
+// Why a file a tool has written stopped short: the disk was full or the file
+// reached the process's size limit. "" when neither stopped it.
+QString outputCutOff(const QString& made, const QString& target);
+// Why a file a tool has just written cannot be a whole result: empty, or cut off.
+// "" when it looks whole.
+QString incompleteOutput(const QString& made, const QString& target);
+// Runs a child that cancelling the job stops; its exit code, -1 when it did not
+// run to its end.
+int runCancellable(Job& job, ChildProcess& child);
+// Makes the folder a result goes into: private (0700) inside the cache, else as
+// the umask allows.
+bool makeFolderFor(const QString& file);
 
 // Watches which disc folder is being played, so the decoding stages leave it alone.
 class PlayingMediaWatch {
@@ -41,6 +78,8 @@ private:
 
 // The WAV stage: turns any source into an uncompressed WAV file (cd-paranoia for
 // CD tracks, then ffmpeg, then mqp, then mplayer), and cuts clip WAVs with sox.
+// Decoders write into a private folder beside the destination; the result is
+// renamed into place only when it is whole.
 class wavexportwrapper {
 public:
     wavexportwrapper();
@@ -51,28 +90,25 @@ public:
     void cancel();                                   // either cancel notification
 
     bool cdparanoiaFailed() const { return cdparanoiaFailed_; }
-    QString lastFailure() const { return failure_.text(); }
 
 private:
-    // Runs one child; the cancel notification terminates it. Returns its exit code.
-    int runChild(const QString& program, const QStringList& arguments);
-    // A decoder run that writes through the per-user link (decoder runs never overlap).
-    int runThroughLink(const QString& program, const QString& destination,
+    JobResult decode(Job& job, const QVariantMap& request);
+    JobResult cutClip(Job& job, const QVariantMap& request);
+    // A decoder run that writes through a link of its own in the working folder.
+    int runThroughLink(Job& job, const QString& program, const QString& destination,
                        const std::function<QStringList(const QString& output)>& arguments);
-    bool ripTrack(const QString& source, int track, bool maxSpeed, const QString& destination);
+    bool ripTrack(Job& job, const QString& source, int track, bool maxSpeed, const QString& destination);
 
     std::mutex stageMutex_;  // one WAV stage at a time per job object
-    std::mutex childMutex_;
-    ChildProcess* child_ = nullptr;
-    std::atomic<bool> cancelled_ {false};
-    std::atomic<bool> cdparanoiaFailed_ {false};  // sticky for the object's life
-    FailureNote failure_;
+    std::mutex jobMutex_;
+    Job* stageJob_ = nullptr;                    // the job the stage works under, for the cancel notifications
+    std::atomic<bool> cdparanoiaFailed_{false};  // sticky for the object's life
     PlayingMediaWatch playing_;
 };
 
 // The shared flow of the encoding members: settings, tags, the WAV stage, the
 // encoder in the foreground or on a worker thread under a task slot, the clip,
-// and the clean-up of the intermediate WAV.
+// and the clean-up of the intermediate WAV. Each request is a job.
 class EncoderExportWrapper {
 public:
     struct EncodeRequest {
@@ -88,9 +124,10 @@ public:
     virtual ~EncoderExportWrapper();
 
     void exportFile(const QVariantMap& request);
+    // The cancel notification: stops the requests in hand; background encoders
+    // still waiting for a slot never start, running ones finish their file.
     void cancel();
 
-    QString lastFailure() const { return failure_.text(); }
     // Blocks until every background encoder started by this job has ended.
     void waitForBackgroundWork();
 
@@ -110,20 +147,18 @@ protected:
     virtual QString typeForSave(const QString& savePath) const;
     // Refuses sources it must not read (protected AAC files); empty when accepted.
     virtual QString refusal(const QString& sourcePath) const;
-    // Encodes encode.wavPath into output (a temporary file beside the save path).
-    // Returns false with a note in failure_ when the encoder could not run.
-    virtual bool encode(const EncodeRequest& encode, const QString& output) = 0;
-
-    // Runs one child that the cancel notification can stop while in the foreground.
-    int runEncoderChild(ChildProcess& child, bool foreground);
-
-    FailureNote failure_;
+    // Makes encode.savePath from encode.wavPath: by default encode() into a private
+    // folder beside it, renamed into place when whole. "" on success, else why not.
+    virtual QString makeOutput(Job& job, const EncodeRequest& encode);
+    // Encodes encode.wavPath into output. "" on success, else why not.
+    virtual QString encode(Job& job, const EncodeRequest& encode, const QString& output) = 0;
 
 private:
-    void makeFile(const EncodeRequest& encode);
-    void workerBody(const EncodeRequest& encode, quint64 generation, quint64 ticket);
+    struct Pending;
+    void prepare(Job& job, const QVariantMap& request, Pending& pending);
+    JobResult finish(Job& job, Pending& pending);
     // Waits for a task slot in the order the requests came; false when cancelled first.
-    bool takeTaskSlot(const EncodeRequest& encode, quint64 generation, quint64 ticket);
+    bool takeTaskSlot(Job& job, Pending& pending);
     QString clipFileName(const QVariantMap& request) const;
 
     const QString cleanupKey_;
@@ -131,10 +166,10 @@ private:
     const QStringList requestNames_;
     const QString cancelName_;
 
-    std::atomic<bool> cancelled_ {false};
     std::atomic<quint64> cancelGeneration_ {0};
-    std::mutex foregroundMutex_;
-    ChildProcess* foregroundChild_ = nullptr;
+    // The jobs of the requests whose posts have not returned yet.
+    std::mutex activeMutex_;
+    QList<std::weak_ptr<Job>> active_;
 
     std::mutex workersMutex_;
     std::condition_variable workersDone_;
@@ -155,7 +190,7 @@ protected:
     QStringList exportParams(const ExportArguments::TspSettings& settings, int sampleBits) const override;
     QStringList ripParams(const QVariantMap& ripSettings) const override;
     QStringList flashParams(const QVariantMap& flashSettings) const override;
-    bool encode(const EncodeRequest& encode, const QString& output) override;
+    QString encode(Job& job, const EncodeRequest& encode, const QString& output) override;
 
 private:
     mutable std::mutex lameMutex_;
@@ -171,7 +206,7 @@ protected:
     QStringList exportParams(const ExportArguments::TspSettings& settings, int sampleBits) const override;
     QStringList ripParams(const QVariantMap& ripSettings) const override;
     QStringList flashParams(const QVariantMap& flashSettings) const override;
-    bool encode(const EncodeRequest& encode, const QString& output) override;
+    QString encode(Job& job, const EncodeRequest& encode, const QString& output) override;
 };
 
 // AAC, M4A, M4B and M4R through mqp and its AAC settings files.
@@ -186,7 +221,7 @@ protected:
     QStringList flashParams(const QVariantMap& flashSettings) const override;
     QString typeForSave(const QString& savePath) const override;
     QString refusal(const QString& sourcePath) const override;
-    bool encode(const EncodeRequest& encode, const QString& output) override;
+    QString encode(Job& job, const EncodeRequest& encode, const QString& output) override;
 };
 
 class wmaexportwrapper : public EncoderExportWrapper {
@@ -198,10 +233,11 @@ protected:
     QStringList exportParams(const ExportArguments::TspSettings& settings, int sampleBits) const override;
     QStringList ripParams(const QVariantMap& ripSettings) const override;
     QStringList flashParams(const QVariantMap& flashSettings) const override;
-    bool encode(const EncodeRequest& encode, const QString& output) override;
+    QString encode(Job& job, const EncodeRequest& encode, const QString& output) override;
 };
 
-// Ogg Vorbis, encoded in-process by oggenc_main().
+// Ogg Vorbis, encoded in-process by oggenc_main() straight into the new version
+// of the save file, which replaces the old one only when it is whole.
 class oggexportwrapper : public EncoderExportWrapper {
 public:
     oggexportwrapper();
@@ -211,7 +247,8 @@ protected:
     QStringList exportParams(const ExportArguments::TspSettings& settings, int sampleBits) const override;
     QStringList ripParams(const QVariantMap& ripSettings) const override;
     QStringList flashParams(const QVariantMap& flashSettings) const override;
-    bool encode(const EncodeRequest& encode, const QString& output) override;
+    QString makeOutput(Job& job, const EncodeRequest& encode) override;
+    QString encode(Job& job, const EncodeRequest& encode, const QString& output) override;
 };
 
 // AIFF copies of WAV, AAC and MIDI sources.
@@ -220,10 +257,9 @@ public:
     aifexportwrapper();
     ~aifexportwrapper();
     void exportFile(const QVariantMap& request);
-    QString lastFailure() const { return failure_.text(); }
 
 private:
-    FailureNote failure_;
+    JobResult convert(Job& job, const QVariantMap& request);
     PlayingMediaWatch playing_;
 };
 
@@ -233,12 +269,10 @@ public:
     copyexportwrapper();
     ~copyexportwrapper();
     void exportFile(const QVariantMap& request);
-    QString lastFailure() const { return failure_.text(); }
 
 private:
-    FailureNote failure_;
+    JobResult copy(Job& job, const QVariantMap& request);
 };
-
 
 // Every export job of the family, each listening on its notifications for as
 // long as this object lives. The application and velmora-cli make one.
@@ -250,8 +284,6 @@ public:
     wavexportwrapper& wav() { return *wav_; }
     mp3exportwrapper& mp3() { return *mp3_; }
 
-    // The note of the job serving a format key ("MP3", "M4A", "WAV", ...).
-    QString lastFailure(const QString& formatKey) const;
     void waitForBackgroundWork();
 
 private:

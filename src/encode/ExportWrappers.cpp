@@ -1,16 +1,17 @@
 #include "encode/ExportJobs.h"
 
+#include "core/Job.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "encode/OggEnc.h"
 #include "platform/ChildProcess.h"
+#include "platform/FileNames.h"
 #include "platform/ResourceLocator.h"
+#include "platform/SafeFile.h"
 #include "tags/TagFacade.h"
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QTemporaryFile>
 
 using namespace ExportArguments;
 
@@ -19,11 +20,6 @@ namespace {
 QString missingTool(const QString& tool, const QString& format)
 {
     return QStringLiteral("%1 export needs %2, which is not installed.").arg(format, tool);
-}
-
-bool finishedCleanly(int code, const ChildProcess& child)
-{
-    return code == 0 && !child.wasTerminated();
 }
 
 QString failedTool(const QString& tool, const QString& input, int code)
@@ -36,16 +32,6 @@ QString failedTool(const QString& tool, const QString& input, int code)
 QStringList rateAndMono(const QVariant& rate, const QVariant& mono)
 {
     return {QString::number(rate.toLongLong()), mono.toLongLong() == 1 ? QStringLiteral("1") : QStringLiteral("0")};
-}
-
-QString uniqueNameBeside(const QString& path)
-{
-    const QFileInfo info(path);
-    QTemporaryFile file(info.absolutePath() + QStringLiteral("/.") + info.completeBaseName() +
-                        QStringLiteral(".XXXXXX.") + info.suffix());
-    if (!file.open())
-        return {};
-    return file.fileName();
 }
 
 } // namespace
@@ -89,20 +75,15 @@ QStringList mp3exportwrapper::flashParams(const QVariantMap& flashSettings) cons
     return mp3FlashParams(flashSettings);
 }
 
-bool mp3exportwrapper::encode(const EncodeRequest& job, const QString& output)
+QString mp3exportwrapper::encode(Job& job, const EncodeRequest& request, const QString& output)
 {
     const QString lame = lamePath();
-    if (lame.isEmpty()) {
-        failure_.set(QStringLiteral("MP3 export needs LAME, which was not found (see the LAME page of the Preferences)."));
-        return false;
-    }
-    ChildProcess child(lame, job.params + lameParamsFromComments(job.comments) + QStringList {job.wavPath, output});
-    const int code = runEncoderChild(child, !job.inBackground);
-    if (!finishedCleanly(code, child)) {
-        failure_.set(failedTool(QStringLiteral("lame"), job.wavPath, code));
-        return false;
-    }
-    return true;
+    if (lame.isEmpty())
+        return QStringLiteral("MP3 export needs LAME, which was not found (see the LAME page of the Preferences).");
+    ChildProcess child(lame, request.params + lameParamsFromComments(request.comments) +
+                                 QStringList{request.wavPath, output});
+    const int code = runCancellable(job, child);
+    return code == 0 ? QString() : failedTool(QStringLiteral("lame"), request.wavPath, code);
 }
 
 // --- MP2 ------------------------------------------------------------------
@@ -134,21 +115,15 @@ QStringList mp2exportwrapper::flashParams(const QVariantMap& flashSettings) cons
     return mp2FlashParams(flashSettings);
 }
 
-bool mp2exportwrapper::encode(const EncodeRequest& job, const QString& output)
+QString mp2exportwrapper::encode(Job& job, const EncodeRequest& request, const QString& output)
 {
     const QString twolame = ResourceLocator::pathForTool(QStringLiteral("twolame"));
-    if (twolame.isEmpty()) {
-        failure_.set(missingTool(QStringLiteral("twolame"), QStringLiteral("MP2")));
-        return false;
-    }
+    if (twolame.isEmpty())
+        return missingTool(QStringLiteral("twolame"), QStringLiteral("MP2"));
     // MP2 files get no tags: twolame is not given the track record.
-    ChildProcess child(twolame, job.params + QStringList {job.wavPath, output});
-    const int code = runEncoderChild(child, !job.inBackground);
-    if (!finishedCleanly(code, child)) {
-        failure_.set(failedTool(QStringLiteral("twolame"), job.wavPath, code));
-        return false;
-    }
-    return true;
+    ChildProcess child(twolame, request.params + QStringList{request.wavPath, output});
+    const int code = runCancellable(job, child);
+    return code == 0 ? QString() : failedTool(QStringLiteral("twolame"), request.wavPath, code);
 }
 
 // --- AAC, M4A, M4B, M4R -----------------------------------------------------
@@ -198,30 +173,22 @@ QString aacexportwrapper::refusal(const QString& sourcePath) const
     return {};
 }
 
-bool aacexportwrapper::encode(const EncodeRequest& job, const QString& output)
+QString aacexportwrapper::encode(Job& job, const EncodeRequest& request, const QString& output)
 {
     const QString mqp = ResourceLocator::pathForTool(QStringLiteral("mqp"));
-    if (mqp.isEmpty()) {
-        failure_.set(missingTool(QStringLiteral("mqp"), typeForSave(job.savePath)));
-        return false;
-    }
-    const QString name = job.params.value(0, aacSettingsName(0, false));
+    if (mqp.isEmpty())
+        return missingTool(QStringLiteral("mqp"), typeForSave(request.savePath));
+    const QString name = request.params.value(0, aacSettingsName(0, false));
     const QString settings = ResourceLocator::pathForResource(QStringLiteral("AACSettings/") + name);
-    if (settings.isEmpty()) {
-        failure_.set(QStringLiteral("The AAC settings file %1 is missing.").arg(name));
-        return false;
-    }
-    ChildProcess child(mqp, mqpConvertArguments(job.wavPath, settings, output));
-    // mqp's result file decides, as for every converter run: an empty one is deleted.
-    const int code = runEncoderChild(child, !job.inBackground);
-    if (child.wasTerminated() || QFileInfo(output).size() == 0) {
-        QFile::remove(output);
-        failure_.set(failedTool(QStringLiteral("mqp"), job.wavPath, code));
-        return false;
-    }
-    if (!job.comments.isEmpty())
-        updateTags(output, job.comments, {});
-    return true;
+    if (settings.isEmpty())
+        return QStringLiteral("The AAC settings file %1 is missing.").arg(name);
+    ChildProcess child(mqp, mqpConvertArguments(request.wavPath, settings, output));
+    const int code = runCancellable(job, child);
+    if (code != 0 || QFileInfo(output).size() == 0)
+        return failedTool(QStringLiteral("mqp"), request.wavPath, code);
+    if (!request.comments.isEmpty())
+        updateTags(output, request.comments, {});
+    return {};
 }
 
 // --- WMA ------------------------------------------------------------------
@@ -255,23 +222,19 @@ QStringList wmaexportwrapper::flashParams(const QVariantMap& flashSettings) cons
     return rateAndMono(flashSettings.value(QStringLiteral("quality")), flashSettings.value(QStringLiteral("mono")));
 }
 
-bool wmaexportwrapper::encode(const EncodeRequest& job, const QString& output)
+QString wmaexportwrapper::encode(Job& job, const EncodeRequest& request, const QString& output)
 {
     const QString ffmpeg = ResourceLocator::pathForTool(QStringLiteral("ffmpeg"));
-    if (ffmpeg.isEmpty()) {
-        failure_.set(missingTool(QStringLiteral("ffmpeg"), QStringLiteral("WMA")));
-        return false;
-    }
-    ChildProcess child(ffmpeg, wmaArguments(job.wavPath, output, job.params.value(0).toLongLong(),
-                                            job.params.value(1) == QLatin1String("1")));
-    const int code = runEncoderChild(child, !job.inBackground);
-    if (!finishedCleanly(code, child)) {
-        failure_.set(failedTool(QStringLiteral("ffmpeg"), job.wavPath, code));
-        return false;
-    }
-    if (!job.comments.isEmpty())
-        updateTags(output, job.comments, {});
-    return true;
+    if (ffmpeg.isEmpty())
+        return missingTool(QStringLiteral("ffmpeg"), QStringLiteral("WMA"));
+    ChildProcess child(ffmpeg, wmaArguments(request.wavPath, output, request.params.value(0).toLongLong(),
+                                            request.params.value(1) == QLatin1String("1")));
+    const int code = runCancellable(job, child);
+    if (code != 0)
+        return failedTool(QStringLiteral("ffmpeg"), request.wavPath, code);
+    if (!request.comments.isEmpty())
+        updateTags(output, request.comments, {});
+    return {};
 }
 
 // --- Ogg Vorbis -------------------------------------------------------------
@@ -307,10 +270,27 @@ QStringList oggexportwrapper::flashParams(const QVariantMap& flashSettings) cons
                      flashSettings.value(QStringLiteral("mono")).toLongLong() == 1);
 }
 
-bool oggexportwrapper::encode(const EncodeRequest& job, const QString& output)
+QString oggexportwrapper::makeOutput(Job& job, const EncodeRequest& request)
 {
-    const QStringList params = job.params.isEmpty() ? oggParams(0, false) : job.params;
-    const QStringList arguments = oggEncoderArguments(params, job.comments, job.wavPath, output);
+    if (!makeFolderFor(request.savePath))
+        return QStringLiteral("Cannot create the folder of \"%1\".").arg(request.savePath);
+    SafeFile::Replacement file(request.savePath);
+    if (!file.create())
+        return file.errorString();
+    job.setStatus(QStringLiteral("Encoding %1").arg(QFileInfo(request.savePath).fileName()));
+    if (const QString why = encode(job, request, file.path()); !why.isEmpty()) {
+        const QString full = outputCutOff(file.path(), request.savePath);
+        return full.isEmpty() ? why : full;
+    }
+    if (!file.commit([&](const QString& made) { return incompleteOutput(made, request.savePath); }))
+        return file.errorString();
+    return {};
+}
+
+QString oggexportwrapper::encode(Job&, const EncodeRequest& request, const QString& output)
+{
+    const QStringList params = request.params.isEmpty() ? oggParams(0, false) : request.params;
+    const QStringList arguments = oggEncoderArguments(params, request.comments, request.wavPath, output);
     std::vector<QByteArray> storage;
     for (const QString& argument : arguments)
         storage.push_back(argument.toLocal8Bit());
@@ -319,11 +299,9 @@ bool oggexportwrapper::encode(const EncodeRequest& job, const QString& output)
         argv.push_back(bytes.data());
     argv.push_back(nullptr);
     // In-process: a cancel cannot stop a file once it is being encoded.
-    if (oggenc_main(int(storage.size()), argv.data()) != 0) {
-        failure_.set(QStringLiteral("The Ogg Vorbis encoder failed on %1.").arg(job.wavPath));
-        return false;
-    }
-    return true;
+    if (oggenc_main(int(storage.size()), argv.data()) != 0)
+        return QStringLiteral("The Ogg Vorbis encoder failed on %1.").arg(request.wavPath);
+    return {};
 }
 
 // --- AIFF -----------------------------------------------------------------
@@ -341,33 +319,50 @@ aifexportwrapper::~aifexportwrapper()
 
 void aifexportwrapper::exportFile(const QVariantMap& request)
 {
-    failure_.clear();
+    const QString source = request.value(QStringLiteral("sourcepath")).toString();
+    const QString destination = request.value(QStringLiteral("destinationpath")).toString();
+    runExportRequest(exportJobTitle(source, QStringLiteral("AIFF")), destination, [&](Job& job) {
+        const JobResult result = convert(job, request);
+        FileNames::release(destination);
+        return result;
+    });
+}
+
+JobResult aifexportwrapper::convert(Job& job, const QVariantMap& request)
+{
     const QString source = request.value(QStringLiteral("sourcepath")).toString();
     const QString destination = request.value(QStringLiteral("destinationpath")).toString();
     static const QStringList readable {"wav", "m4a", "m4b", "m4r", "aac", "mid", "midi", "kar"};
     if (source.isEmpty() || destination.isEmpty())
-        return failure_.set(QStringLiteral("An export request needs a source and a destination."));
+        return JobResult::failed(QStringLiteral("An export request needs a source and a destination."));
     if (!readable.contains(QFileInfo(source).suffix().toLower()))
-        return failure_.set(QStringLiteral("AIFF copies are made of WAV, AAC and MIDI files only, not of %1.").arg(source));
+        return JobResult::failed(
+            QStringLiteral("AIFF copies are made of WAV, AAC and MIDI files only, not of %1.").arg(source));
     if (playing_.isOnPlayingDisc(source))
-        return failure_.set(QStringLiteral("%1 is on the disc being played.").arg(source));
+        return JobResult::failed(QStringLiteral("%1 is on the disc being played.").arg(source));
     const QString ffmpeg = ResourceLocator::pathForTool(QStringLiteral("ffmpeg"));
     if (ffmpeg.isEmpty())
-        return failure_.set(missingTool(QStringLiteral("ffmpeg"), QStringLiteral("AIFF")));
+        return JobResult::failed(missingTool(QStringLiteral("ffmpeg"), QStringLiteral("AIFF")));
     const QString rate = resampleRate(request.value(QStringLiteral("resamplerate")).toString(),
                                       TspSettings::fromDefaults());
-    QDir().mkpath(QFileInfo(destination).absolutePath());
-    const QString output = uniqueNameBeside(destination);
-    if (output.isEmpty())
-        return failure_.set(QStringLiteral("Cannot write into the folder of %1.").arg(destination));
-    const int code = ChildProcess::execute(ffmpeg, aiffArguments(source, rate, output));
-    if (code == 0 && QFileInfo(output).size() > 0) {
-        QFile::remove(destination);
-        QFile::rename(output, destination);
-    } else {
-        failure_.set(failedTool(QStringLiteral("ffmpeg"), source, code));
-    }
-    QFile::remove(output);
+    if (!makeFolderFor(destination))
+        return JobResult::failed(QStringLiteral("Cannot create the folder of \"%1\".").arg(destination));
+    SafeFile::WorkFolder work(destination);
+    if (!work.isValid())
+        return JobResult::failed(work.errorString());
+    const QString made = work.fileFor();
+    job.setStatus(QStringLiteral("Converting %1 to AIFF").arg(QFileInfo(source).fileName()));
+    ChildProcess child(ffmpeg, aiffArguments(source, rate, made));
+    const int code = runCancellable(job, child);
+    if (job.isCancelled())
+        return JobResult::cancelled();
+    if (const QString full = outputCutOff(made, destination); !full.isEmpty())
+        return JobResult::failed(full);
+    if (code != 0 || QFileInfo(made).size() == 0)
+        return JobResult::failed(failedTool(QStringLiteral("ffmpeg"), source, code));
+    if (!work.place(made, [&](const QString& file) { return incompleteOutput(file, destination); }))
+        return JobResult::failed(work.errorString());
+    return JobResult::succeeded({destination});
 }
 
 // --- Copy -----------------------------------------------------------------
@@ -385,31 +380,39 @@ copyexportwrapper::~copyexportwrapper()
 
 void copyexportwrapper::exportFile(const QVariantMap& request)
 {
-    failure_.clear();
+    const QString source = request.value(QStringLiteral("sourcepath")).toString();
+    const QString destination = request.value(QStringLiteral("destinationpath")).toString();
+    runExportRequest(QStringLiteral("Copying %1").arg(QFileInfo(source).fileName()), destination, [&](Job& job) {
+        const JobResult result = copy(job, request);
+        FileNames::release(destination);
+        return result;
+    });
+}
+
+JobResult copyexportwrapper::copy(Job& job, const QVariantMap& request)
+{
     const QString source = request.value(QStringLiteral("sourcepath")).toString();
     const QString destination = request.value(QStringLiteral("destinationpath")).toString();
     if (source.isEmpty() || destination.isEmpty())
-        return failure_.set(QStringLiteral("An export request needs a source and a destination."));
+        return JobResult::failed(QStringLiteral("An export request needs a source and a destination."));
     if (QFileInfo(source).fileName().startsWith(QLatin1String("._")))
-        return;  // resource-fork companions of another system are of no use to a player
+        return JobResult::succeeded();  // resource-fork companions of another system are of no use to a player
     if (!QFileInfo(source).isFile())
-        return failure_.set(QStringLiteral("%1 does not exist.").arg(source));
+        return JobResult::failed(QStringLiteral("%1 does not exist.").arg(source));
     const bool replace =
         request.value(QStringLiteral("flashpanelsettings")).toMap().value(QStringLiteral("replace")).toBool();
-    if (QFileInfo::exists(destination) && !replace)
-        return failure_.set(QStringLiteral("%1 exists already.").arg(destination));
-    QDir().mkpath(QFileInfo(destination).absolutePath());
-    const QString output = uniqueNameBeside(destination);
-    QFile::remove(output);
-    if (output.isEmpty() || !QFile::copy(source, output)) {
-        QFile::remove(output);
-        return failure_.set(QStringLiteral("Cannot copy %1 to %2.").arg(source, destination));
-    }
-    QFile::remove(destination);
-    if (!QFile::rename(output, destination)) {
-        QFile::remove(output);
-        failure_.set(QStringLiteral("Cannot write %1.").arg(destination));
-    }
+    // The empty file that reserved the name for this copy is no file of the user's.
+    if (QFileInfo::exists(destination) && !replace && !FileNames::isReserved(destination))
+        return JobResult::failed(QStringLiteral("%1 exists already.").arg(destination));
+    if (!makeFolderFor(destination))
+        return JobResult::failed(QStringLiteral("Cannot create the folder of \"%1\".").arg(destination));
+    job.setStatus(QStringLiteral("Copying %1").arg(QFileInfo(source).fileName()));
+    SafeFile::Replacement file(destination);
+    QString error;
+    if (!file.create() || !SafeFile::copyInto(source, file.fd(), &error) ||
+        !file.commit([&](const QString& made) { return incompleteOutput(made, destination); }))
+        return JobResult::failed(error.isEmpty() ? file.errorString() : error);
+    return JobResult::succeeded({destination});
 }
 
 // --- The family -------------------------------------------------------------
@@ -423,32 +426,6 @@ ExportJobs::ExportJobs()
 }
 
 ExportJobs::~ExportJobs() = default;
-
-QString ExportJobs::lastFailure(const QString& formatKey) const
-{
-    const QString key = formatKey.toUpper();
-    QString own;
-    if (key == QLatin1String("MP3"))
-        own = mp3_->lastFailure();
-    else if (key == QLatin1String("MP2"))
-        own = mp2_->lastFailure();
-    else if (key == QLatin1String("AAC") || key == QLatin1String("M4A") || key == QLatin1String("M4B") ||
-             key == QLatin1String("M4R"))
-        own = aac_->lastFailure();
-    else if (key == QLatin1String("WMA"))
-        own = wma_->lastFailure();
-    else if (key == QLatin1String("OGG"))
-        own = ogg_->lastFailure();
-    else if (key == QLatin1String("AIFF") || key == QLatin1String("AIF"))
-        own = aif_->lastFailure();
-    else if (key == QLatin1String("COPY"))
-        own = copy_->lastFailure();
-    // The WAV stage knows best why a decode failed.
-    const QString wav = wav_->lastFailure();
-    if (key == QLatin1String("WAV") || (!wav.isEmpty() && own.contains(QLatin1String("decoded"))))
-        return wav.isEmpty() ? own : wav;
-    return own;
-}
 
 void ExportJobs::waitForBackgroundWork()
 {

@@ -9,6 +9,7 @@
 #include "playlists/M3uManager.h"
 #include "playlists/MediaDataSource.h"
 #include "playlists/PlayListDataSource.h"
+#include "tabs/MusicSourcesWrapper.h"
 #include "tabs/PlaySourcesWrapper.h"
 
 AppControllers::AppControllers()
@@ -20,6 +21,7 @@ AppControllers::AppControllers()
       itunes_(std::make_unique<iTunesManager>()),
       m3u_(std::make_unique<m3uManager>()),
       cdWatcher_(std::make_unique<mounted_cd_wrapper>(std::make_unique<SystemCdDrives>())),
+      music_(std::make_unique<MusicSourcesWrapper>()),
       play_(std::make_unique<PlaySourcesWrapper>())
 {
     play_->setCdWatcher(cdWatcher_.get());

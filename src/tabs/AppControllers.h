@@ -5,6 +5,7 @@ class ExportJobs;
 class HPlayListDataSource;
 class LameWrapper;
 class MediaDataSource;
+class MusicSourcesWrapper;
 class MyController;
 class PlayListDataSource;
 class PlaySourcesWrapper;
@@ -13,8 +14,9 @@ class m3uManager;
 class mounted_cd_wrapper;
 
 // The long-lived controllers of the application, made together with the main
-// window. Each registers on the notification bus when it wakes; the shell's
-// launch notice then starts their own start-up work.
+// window (and by velmora-cli, which drives the same ones without it). Each
+// registers on the notification bus when it wakes; the shell's launch notice
+// then starts their own start-up work.
 class AppControllers {
 public:
     AppControllers();
@@ -30,6 +32,7 @@ public:
     HPlayListDataSource& hiddenPlaylists() { return *hidden_; }
     m3uManager& m3u() { return *m3u_; }
     mounted_cd_wrapper& cdWatcher() { return *cdWatcher_; }
+    MusicSourcesWrapper& musicSources() { return *music_; }
     PlaySourcesWrapper& play() { return *play_; }
 
 private:
@@ -41,5 +44,7 @@ private:
     std::unique_ptr<iTunesManager> itunes_;
     std::unique_ptr<m3uManager> m3u_;
     std::unique_ptr<mounted_cd_wrapper> cdWatcher_;
+    // Last: it goes first, while the export jobs it feeds still listen.
+    std::unique_ptr<MusicSourcesWrapper> music_;
     std::unique_ptr<PlaySourcesWrapper> play_;  // shows the watcher's discs: made after it, gone before it
 };

@@ -13,7 +13,7 @@
 
 std::optional<QVariantMap> contentsOfFolder(const QString& path, const std::atomic<bool>* cancel,
                                             const std::function<void(const QString&)>& progress,
-                                            const QSet<QString>& types)
+                                            const QSet<QString>& types, QStringList* unreadable)
 {
     const QFileInfo root(path);
     if (!root.exists())
@@ -36,8 +36,13 @@ std::optional<QVariantMap> contentsOfFolder(const QString& path, const std::atom
         const QString folderName = QFileInfo(QDir::cleanPath(root.absoluteFilePath())).fileName();
         QDirIterator walk(root.absoluteFilePath(), QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden,
                           QDirIterator::Subdirectories);
+        // The walk passes over names that do not decode; each folder it enters is
+        // read again by bytes at the end to name them.
+        QStringList walked{root.absoluteFilePath()};
         while (walk.hasNext()) {
             const QFileInfo entry(walk.next());
+            if (unreadable && entry.isDir() && !entry.isSymLink())
+                walked << entry.filePath();
             if (progress)
                 progress(entry.fileName());
             if (entry.isFile() && types.contains(entry.suffix().toLower())) {
@@ -46,6 +51,12 @@ std::optional<QVariantMap> contentsOfFolder(const QString& path, const std::atom
             }
             if (cancel && cancel->load())
                 break;
+        }
+        if (unreadable) {
+            for (const QString& folder : std::as_const(walked))
+                unreadable->append(unreadableEntries(folder, [&](const QString& name, bool isFolder) {
+                    return isFolder || types.contains(QFileInfo(name).suffix().toLower());
+                }));
         }
     }
     std::vector<qsizetype> order(size_t(leaves.size()));

@@ -1,12 +1,14 @@
 #include "tabs/MusicSourcesWrapper.h"
 
 #include "core/Defaults.h"
+#include "core/Job.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "core/StringUtils.h"
-#include "tabs/FolderCollector.h"
 #include "platform/AppPaths.h"
+#include "platform/FileNames.h"
 #include "playlists/PlaylistFiles.h"
+#include "tabs/FolderCollector.h"
 
 #include <QDir>
 #include <QFile>
@@ -76,8 +78,6 @@ QString joinedFolder(const QString& folder, const QString& sub)
     return sub.isEmpty() ? folder : folder + '/' + sub;
 }
 
-std::atomic<int> backgroundWavCounter{0};
-
 } // namespace
 
 MusicSourcesWrapper::MusicSourcesWrapper(QObject* parent) : QObject(parent)
@@ -120,6 +120,15 @@ MusicSourcesWrapper::MusicSourcesWrapper(QObject* parent) : QObject(parent)
 MusicSourcesWrapper::~MusicSourcesWrapper()
 {
     NotificationCenter::defaultCenter().removeObserver(this);
+    std::shared_ptr<Job> job;
+    {
+        std::lock_guard lock(mutex_);
+        job = saveJob_;
+    }
+    // A save still running is cancelled like the sheet's button does; one that
+    // ended leaves the export jobs it fed alone.
+    if (job)
+        job->cancel();
     cancel_ = true;
     waitForSaveThread();
 }
@@ -192,14 +201,15 @@ QVariantMap MusicSourcesWrapper::contentsOfPlaylistGroup(const QString& mediaSet
 }
 
 QVariantMap MusicSourcesWrapper::getSelectedFileNames(const Selection& selection, const std::atomic<bool>* cancel,
-                                                      const std::function<void(const QString&)>& examining) const
+                                                      const std::function<void(const QString&)>& examining,
+                                                      QStringList* unreadable) const
 {
     Collection collection;
     for (const Source& source : selection) {
         if (cancel && *cancel)
             break;
         if (source.kind == Source::LibraryItem) {
-            if (const auto contents = contentsOfFolder(source.path, cancel, examining))
+            if (const auto contents = contentsOfFolder(source.path, cancel, examining, defaultAudioTypes(), unreadable))
                 collection.append(*contents, {});
             continue;
         }
@@ -219,7 +229,7 @@ QVariantMap MusicSourcesWrapper::getSelectedFileNames(const Selection& selection
         const QString cdpath = albums.at(albumIndex).toMap().value("cdpath").toString();
         QSet<QString> types = defaultAudioTypes();
         types.insert(QStringLiteral("cdda"));
-        if (auto discContents = contentsOfFolder(cdpath, cancel, examining, types)) {
+        if (auto discContents = contentsOfFolder(cdpath, cancel, examining, types, unreadable)) {
             const QVariantList trackInfo = disc.value("mFreeDBTrackList").toList();
             if (!trackInfo.isEmpty())
                 discContents->insert("commentarray", trackInfo.mid(0, discContents->value("leafarray").toList().size()));
@@ -260,20 +270,40 @@ void MusicSourcesWrapper::setFailureHandler(std::function<void(const QString&, c
     failureHandler_ = std::move(handler);
 }
 
-void MusicSourcesWrapper::showProgress(const QVariantMap& progress) const
+void MusicSourcesWrapper::setSkipHandler(std::function<void(const QString&)> handler)
 {
+    skipHandler_ = std::move(handler);
+}
+
+void MusicSourcesWrapper::showProgress(const QVariantMap& progress, Job* job) const
+{
+    // The job list shows the sheet's title line; the sheet shows the whole record.
+    if (job && progress.contains("operation"))
+        job->setProgress(-1, progress.value("operation").toString());
     if (progressHandler_)
         progressHandler_(progress);
 }
 
-void MusicSourcesWrapper::startWorker(std::function<void()> body)
+std::shared_ptr<Job> MusicSourcesWrapper::makeCancellableJob(const QString& title, std::function<void(Job&)> body)
+{
+    return Job::create(title, [this, body = std::move(body)](Job& job) {
+        // The flag belongs to the save in hand; a cancel of this job sets it again.
+        cancel_ = false;
+        auto hook = job.onCancel([this] { stopSaving(); });
+        body(job);
+        return job.isCancelled() || cancel_ ? JobResult::cancelled() : JobResult::succeeded();
+    });
+}
+
+void MusicSourcesWrapper::startWorker(const std::shared_ptr<Job>& job)
 {
     waitForSaveThread();
+    {
+        std::lock_guard lock(mutex_);
+        saveJob_ = job;
+    }
     saving_ = true;
-    worker_ = std::thread([this, body = std::move(body)] {
-        body();
-        saving_ = false;
-    });
+    job->start();
 }
 
 bool MusicSourcesWrapper::isSaving() const
@@ -283,8 +313,13 @@ bool MusicSourcesWrapper::isSaving() const
 
 void MusicSourcesWrapper::waitForSaveThread()
 {
-    if (worker_.joinable() && worker_.get_id() != std::this_thread::get_id())
-        worker_.join();
+    std::shared_ptr<Job> job;
+    {
+        std::lock_guard lock(mutex_);
+        job = saveJob_;
+    }
+    if (job)
+        job->wait();
 }
 
 void MusicSourcesWrapper::chooseSaveFolderDidEnd(bool confirmed, const QString& folder, const QString& formatKey,
@@ -294,26 +329,47 @@ void MusicSourcesWrapper::chooseSaveFolderDidEnd(bool confirmed, const QString& 
         return;
     Defaults::standard().setObject(QStringLiteral("default%1Folder").arg(formatKey), folder);
     Defaults::standard().synchronize();
-    QDir().mkpath(folder);
+    createDirectoriesAtPath(folder);
     emit progressSheetShown();
     showProgress(searchingProgress());
-    QVariantMap request{{"type", formatKey}, {"destinationfolder", folder}};
-    cancel_ = false;
-    startWorker([this, request, selection] { HandleSaveThread(request, selection); });
+    const QVariantMap request{{"type", formatKey}, {"destinationfolder", folder}};
+    startWorker(makeSaveJob(request, selection));
 }
 
-void MusicSourcesWrapper::HandleSaveThread(QVariantMap request, const Selection& selection)
+std::shared_ptr<Job> MusicSourcesWrapper::makeSaveJob(QVariantMap request, const Selection& selection)
 {
-    const QVariantMap gathered =
-        getSelectedFileNames(selection, &cancel_, [this](const QString& name) { showProgress({{"savefilename", name}}); });
-    showProgress(savingProgress());
+    const QString title = QStringLiteral("Saving %1 files").arg(request.value("type").toString());
+    return makeCancellableJob(title, [this, request = std::move(request), selection](Job& job) {
+        saving_ = true;
+        HandleSaveThread(job, request, selection);
+        saving_ = false;
+    });
+}
+
+void MusicSourcesWrapper::HandleSaveThread(Job& job, QVariantMap request, const Selection& selection)
+{
+    showProgress(searchingProgress(), &job);
+    QStringList unreadable;
+    const QVariantMap gathered = getSelectedFileNames(
+        selection, &cancel_,
+        [this](const QString& name) {
+            showProgress({{"savefilename", name}});
+        },
+        &unreadable);
+    for (const QString& name : unreadable) {
+        const QString message = FileNames::unreadableNameMessage(name);
+        job.addMessage(message);
+        if (skipHandler_)
+            skipHandler_(message);
+    }
+    showProgress(savingProgress(), &job);
     request.insert("selectedfiles", gathered.value("selectedfiles"));
     request.insert("destinationpaths", gathered.value("destinationpaths"));
-    saveFiles(request);
+    saveFiles(request, &job);
     emit progressSheetEnded(1);
 }
 
-void MusicSourcesWrapper::saveFiles(const QVariantMap& request)
+void MusicSourcesWrapper::saveFiles(const QVariantMap& request, Job* job)
 {
     const QString type = request.value("type").toString();
     {
@@ -327,8 +383,14 @@ void MusicSourcesWrapper::saveFiles(const QVariantMap& request)
     QStringList destinations = request.value("destinationpaths").toStringList();
     if (hasFlashSettings && flashSettings.value("dontput").toBool())
         destinations.clear();
+    const QString notification = exportNotificationName(type);
+    if (job)
+        job->setProgress(0);
 
+    // Each request decodes into an intermediate of its own, in a folder only the
+    // user may enter.
     const QString cache = AppPaths::cacheDir();
+    AppPaths::makePrivateFolder(cache);
     QSet<QString> unwritableFolders;
     int counter = 0;
     for (const QString& source : files) {
@@ -338,7 +400,7 @@ void MusicSourcesWrapper::saveFiles(const QVariantMap& request)
         const QString fileType = type == QLatin1String("COPY") ? QFileInfo(source).suffix().toUpper() : type;
         const QString destinationFolder =
             destinations.isEmpty() ? folder : joinedFolder(folder, destinations.value(index));
-        const QString destination = uniqueFilename(source, destinationFolder, fileType, flashSettings);
+        createDirectoriesAtPath(destinationFolder);
         if (!QFileInfo(destinationFolder).isDir()) {
             // Said once per folder; its files are skipped rather than half-written.
             if (!unwritableFolders.contains(destinationFolder) && failureHandler_)
@@ -351,24 +413,29 @@ void MusicSourcesWrapper::saveFiles(const QVariantMap& request)
                 failureHandler_(source, QStringLiteral("the file cannot be read"));
             continue;
         }
-        createDirectoriesAtPath(cache);
-        // Each background request decodes into its own cache file; one in the
-        // foreground reuses the single cache file.
-        const QString wav = background_
-                                ? cache + QStringLiteral("/musiccache-%1.WAV").arg(backgroundWavCounter++)
-                                : cache + QStringLiteral("/musiccache.WAV");
-        QFile::remove(wav);
+        const QString destination = uniqueFilename(source, destinationFolder, fileType, flashSettings);
+        const QString wav = AppPaths::uniqueIntermediate(cache, QStringLiteral("musiccache"), QStringLiteral("WAV"));
         QVariantMap exportRequest{{"sourcepath", source}, {"destinationpath", destination}, {"wavpath", wav}};
         if (hasFlashSettings)
             exportRequest.insert("flashpanelsettings", flashSettings);
         if (background_)
             exportRequest.insert("ripinbackground", true);
-        if (cancel_)
-            break;
+        if (cancel_ || !isServed(qPrintable(notification))) {
+            // Nothing will write the name: give it back.
+            FileNames::release(destination);
+            if (cancel_)
+                break;
+            if (failureHandler_)
+                failureHandler_(source, QStringLiteral("no export job makes %1 files").arg(fileType));
+            continue;
+        }
         showProgress({{"savefilename", QFileInfo(destination).fileName()}});
         if (dispatchHandler_)
             dispatchHandler_(source, destination);
-        NotificationCenter::defaultCenter().post(exportNotificationName(type), exportRequest);
+        // The export job releases the reserved name when it fails or is cancelled.
+        NotificationCenter::defaultCenter().post(notification, exportRequest);
+        if (job)
+            job->setProgress(100.0 * (index + 1) / files.size());
     }
 }
 
@@ -376,16 +443,19 @@ QString MusicSourcesWrapper::uniqueFilename(const QString& source, const QString
                                             const QVariantMap& params)
 {
     createDirectoriesAtPath(folder);
-    const QFileInfo info(source);
-    const QString candidate = folder + '/' + info.completeBaseName() + '.' + type;
-    if (!QFileInfo::exists(candidate))
+    const QString stem = QFileInfo(source).completeBaseName();
+    const QString candidate = folder + '/' + FileNames::fitName(stem, '.' + type);
+    // A name is ours once reserve() has made it; something already there (or a
+    // concurrent batch that got it first) moves us on to the next number.
+    const auto claim = [](const QString& name) { return FileNames::reserve(name) || !QFileInfo::exists(name); };
+    if (!QFileInfo::exists(candidate) && claim(candidate))
         return candidate;
     if (params.value("replace").toBool())
         return candidate;
     QString numbered;
     for (int n = 1; n <= 1024; ++n) {
-        numbered = QStringLiteral("%1/%2 %3.%4").arg(folder, info.completeBaseName()).arg(n).arg(type);
-        if (!QFileInfo::exists(numbered))
+        numbered = folder + '/' + FileNames::fitName(stem, QStringLiteral(" %1.%2").arg(n).arg(type));
+        if (!QFileInfo::exists(numbered) && claim(numbered))
             return numbered;
     }
     return numbered;
@@ -393,7 +463,21 @@ QString MusicSourcesWrapper::uniqueFilename(const QString& source, const QString
 
 void MusicSourcesWrapper::terminateSave()
 {
-    cancel_ = true;
+    std::shared_ptr<Job> job;
+    {
+        std::lock_guard lock(mutex_);
+        job = saveJob_;
+    }
+    // Cancelling the save job stops the save; its cancel handler does the rest.
+    if (job)
+        job->cancel();
+    stopSaving();
+}
+
+void MusicSourcesWrapper::stopSaving()
+{
+    if (cancel_.exchange(true))
+        return;
     // Requests already handed over may be waiting for a slot or encoding in the
     // background; their job's cancel stops them and removes what they began.
     const QString type = savingType();
@@ -472,23 +556,27 @@ void MusicSourcesWrapper::copyToFlash(const Selection& selection)
 {
     emit progressSheetShown();
     showProgress(searchingProgress());
-    cancel_ = false;
-    startWorker([this, selection] {
+    startWorker(makeCancellableJob(QStringLiteral("Gathering files for the flash player"), [this, selection](Job& job) {
+        saving_ = true;
+        showProgress(searchingProgress(), &job);
         const QVariantMap gathered = getSelectedFileNames(selection, &cancel_);
         emit progressSheetEnded(1);
+        saving_ = false;
         if (!cancel_)
             NotificationCenter::defaultCenter().post(
                 VLV20CopyToFlashSetupNotification,
                 QVariantMap{{"selectedfiles", gathered.value("selectedfiles")},
                             {"destinationpaths", gathered.value("destinationpaths")}});
-    });
+    }));
 }
 
 void MusicSourcesWrapper::vlCopyToFlashV20Notification(const QVariantMap& request)
 {
     emit progressSheetShown();
-    showProgress(savingProgress());
-    saveFiles(request);
+    makeCancellableJob(QStringLiteral("Copying files to the flash player"), [this, request](Job& job) {
+        showProgress(savingProgress(), &job);
+        saveFiles(request, &job);
+    })->run();
     emit progressSheetEnded(1);
 }
 

@@ -6,8 +6,10 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <mutex>
-#include <thread>
+
+class Job;
 
 // The Music tab's logic: the sources it shows (library folders, playlists,
 // media sets, a mounted audio CD, the drop zone), gathering a selection into
@@ -43,20 +45,30 @@ public:
     Selection dropZoneSelection() const;
 
     // Gathering: {"selectedfiles", "destinationpaths", "tags" (only when not empty)}.
+    // Files whose names are not valid UTF-8 are left out; *unreadable gets them.
     QVariantMap getSelectedFileNames(const Selection& selection, const std::atomic<bool>* cancel,
-                                     const std::function<void(const QString&)>& examining = {}) const;
+                                     const std::function<void(const QString&)>& examining = {},
+                                     QStringList* unreadable = nullptr) const;
     static QVariantMap contentsOfPlaylist(const QString& playlistPath, const std::atomic<bool>* cancel);
     static QVariantMap contentsOfPlaylistGroup(const QString& mediaSetPath, const std::atomic<bool>* cancel);
 
     // Saving.
     static QString startingFolderFor(const QString& formatKey);
     static QString chooseFolderMessage(const QString& formatKey);
-    // The folder chooser ended; on confirmation the save starts on a worker thread.
+    // The folder chooser ended; on confirmation the save job starts on a thread of its own.
     void chooseSaveFolderDidEnd(bool confirmed, const QString& folder, const QString& formatKey,
                                 const Selection& selection);
-    // The body of the save thread (also run directly by the command line).
-    void HandleSaveThread(QVariantMap request, const Selection& selection);
-    void saveFiles(const QVariantMap& request);
+    // A save as a job ("Saving MP3 files"), for the window to start() and the
+    // command line to run(): its status is the progress sheet's title line, its
+    // percent the share of files handed to the export jobs; cancelling it is
+    // terminateSave().
+    std::shared_ptr<Job> makeSaveJob(QVariantMap request, const Selection& selection);
+    // The body of the save job.
+    void HandleSaveThread(Job& job, QVariantMap request, const Selection& selection);
+    void saveFiles(const QVariantMap& request, Job* job = nullptr);
+    // A destination name for the source in folder that nothing else uses, reserved
+    // for the export (an empty file made with O_EXCL, which the export job replaces
+    // or gives back); with "replace" the plain name, not reserved.
     static QString uniqueFilename(const QString& source, const QString& folder, const QString& type,
                                   const QVariantMap& params);
     void terminateSave();
@@ -72,6 +84,8 @@ public:
     // Told of each file handed to an export job, and of each that could not be.
     void setDispatchHandler(std::function<void(const QString& source, const QString& destination)> handler);
     void setFailureHandler(std::function<void(const QString& path, const QString& reason)> handler);
+    // Told of each file left out of a save because its name cannot be read as text.
+    void setSkipHandler(std::function<void(const QString& message)> handler);
     // Export requests run on worker threads under task slots when set (the default).
     void setSaveInBackground(bool background) { background_ = background; }
 
@@ -94,9 +108,12 @@ signals:
     void progressSheetEnded(int returnCode);
 
 private:
-    void showProgress(const QVariantMap& progress) const;
+    void showProgress(const QVariantMap& progress, Job* job = nullptr) const;
     QString savingType() const;
-    void startWorker(std::function<void()> body);
+    // Runs a job's body with terminateSave() as its cancel.
+    std::shared_ptr<Job> makeCancellableJob(const QString& title, std::function<void(Job&)> body);
+    void stopSaving();
+    void startWorker(const std::shared_ptr<Job>& job);
 
     mutable std::mutex mutex_;
     QVariantList playlists_;
@@ -111,6 +128,7 @@ private:
     ProgressHandler progressHandler_;
     std::function<void(const QString&, const QString&)> dispatchHandler_;
     std::function<void(const QString&, const QString&)> failureHandler_;
-    std::thread worker_;
+    std::function<void(const QString&)> skipHandler_;
+    std::shared_ptr<Job> saveJob_;  // the save or gathering started on its own thread, guarded by mutex_
     std::atomic<bool> saving_{false};
 };

@@ -16,11 +16,16 @@
 std::optional<QVariantMap> getAACComments(const QString& path);
 // The "covr" pictures: "Cover (front)" for the first, "Other" for the rest.
 QVariantList getAACAlbumArt(const QString& path);
-// Runs AtomicParsley on the file: the record's values, then the pictures,
-// replacing every picture the file had (an empty list removes them all).
-// Pictures come from their "cachepath" file, or are encoded from "Image" when
-// that file is missing. True when the tool ran; its own status is not examined.
-bool updateAACTags(const QString& path, const QVariantMap& tags, const QVariantList& images);
+// Runs AtomicParsley on a copy of the file: the record's values, then the
+// pictures, replacing every picture the file had (an empty list removes them
+// all; null keeps them). Pictures come from their "cachepath" file, or are
+// encoded from "Image" when that file is missing. The copy replaces the file
+// only when the tool ended well within its time limit, the values read back
+// and every track's samples are the old ones; otherwise false, with the reason
+// in *error, and the file is as it was.
+bool writeAACTags(const QString& path, const QVariantMap& tags, const QVariantList* images, QString* error);
+bool updateAACTags(const QString& path, const QVariantMap& tags, const QVariantList& images,
+                   QString* error = nullptr);
 // The same without touching the pictures.
 bool updateAACTags(const QString& path, const QVariantMap& tags);
 

@@ -1,6 +1,8 @@
 #include "tags/OggTags.h"
 
 #include "core/Defaults.h"
+#include "platform/SafeFile.h"
+#include "tags/AudioPayload.h"
 #include "tags/Base64.h"
 #include "tags/ID3Tables.h"
 #include "tags/ImageCoding.h"
@@ -13,12 +15,13 @@
 
 #include <vorbis/vorbisfile.h>
 
-#include <sys/stat.h>
-
 #include <cstdio>
 #include <memory>
 
 namespace {
+// The rewritten stream reaches the new file in blocks of this many bytes.
+constexpr qsizetype kWriteBlock = 1 << 20;
+
 struct FileCloser {
     void operator()(FILE* file) const
     {
@@ -206,33 +209,44 @@ QVariantMap getOGGComments(const QString& path)
     return record;
 }
 
-bool updateOGGTags(const QString& path, const QVariantMap& tags, const QVariantList& images)
+bool updateOGGTags(const QString& path, const QVariantMap& tags, const QVariantList& images, QString* error)
 {
-    const QString temporaryPath = path + QStringLiteral(".tmp");
-    FileHandle in = openFile(path, "rb");
-    if (!in)
-        return false;
-    FileHandle out = openFile(temporaryPath, "wb");
-    if (!out)
-        return false;
-    const QByteArray nativeTemporary = QFile::encodeName(temporaryPath);
-    auto abandon = [&] {
-        out.reset();
-        std::remove(nativeTemporary.constData());
+    return writeOGGTags(path, tags, &images, error);
+}
+
+bool writeOGGTags(const QString& path, const QVariantMap& tags, const QVariantList* images, QString* error)
+{
+    auto fail = [&](const QString& text) {
+        if (error)
+            *error = text;
         return false;
     };
+    if (const QString refused = SafeFile::refusalToReplace(path); !refused.isEmpty())
+        return fail(refused);
+    FileHandle in = openFile(path, "rb");
+    if (!in)
+        return fail(QStringLiteral("\"%1\" cannot be read.").arg(path));
     EditorHandle editor(vcedit_new_state());
     if (vcedit_open(editor.get(), in.get()) < 0) {
         std::fprintf(stderr, "Failed to open file as vorbis: %s\n", vcedit_error(editor.get()));
-        return abandon();
+        return fail(QStringLiteral("\"%1\" cannot be read as Ogg Vorbis: %2").arg(path, vcedit_error(editor.get())));
     }
     vorbis_comment* comments = vcedit_comments(editor.get());
+    QList<QByteArray> pictureEntries;  // kept as they are stored when no pictures are given
+    for (int i = 0; i < comments->comments && !images; ++i) {
+        const QByteArray entry(comments->user_comments[i], comments->comment_lengths[i]);
+        const QByteArray key = entry.left(entry.indexOf('=')).trimmed().toLower();
+        if (key == "metadata_block_picture" || key == "coverart" || key == "coverartmime")
+            pictureEntries.append(entry);
+    }
     vorbis_comment_clear(comments);
     vorbis_comment_init(comments);
-    auto add = [&](const QString& entry) {
-        QByteArray bytes = entry.toUtf8();
+    QList<QByteArray> written;
+    auto addBytes = [&](QByteArray bytes) {
         vorbis_comment_add(comments, bytes.data());
+        written.append(QByteArray(bytes.constData()));  // the entry ends at a zero byte
     };
+    auto add = [&](const QString& entry) { addBytes(entry.toUtf8()); };
     // A value missing from the record is written the way formatting a missing object prints it.
     auto value = [&](const char* key) {
         const auto found = tags.constFind(QLatin1String(key));
@@ -245,9 +259,11 @@ bool updateOGGTags(const QString& path, const QVariantMap& tags, const QVariantL
     add(QStringLiteral("YEAR=") + value("year"));
     add(QStringLiteral("TRACKNUMBER=") + value("track"));
 
+    for (const QByteArray& entry : pictureEntries)
+        addBytes(entry);
     const bool coverArtEntries = Defaults::standard().integerForKey(QStringLiteral("prefsuseCoverartStored")) == 1;
     ImageCoding::Format format = ImageCoding::Format::Tiff;
-    for (const QVariant& entry : images) {
+    for (const QVariant& entry : images ? *images : QVariantList()) {
         const QVariantMap record = entry.toMap();
         const QString mimeType = record.value(QStringLiteral("Mime Type")).toString();
         format = ImageCoding::formatForMimeType(mimeType, format);
@@ -263,24 +279,37 @@ bool updateOGGTags(const QString& path, const QVariantMap& tags, const QVariantL
         }
     }
 
-    if (vcedit_write(editor.get(), out.get()) < 0) {
-        std::fprintf(stderr, "Failed to write %s: %s\n", qPrintable(path), vcedit_error(editor.get()));
-        return abandon();
+    // The stream goes into a new file beside the old one, a few pages at a time.
+    SafeFile::Replacement replacement(path);
+    if (!replacement.create())
+        return fail(replacement.errorString());
+    QByteArray pending;
+    auto flush = [&] {
+        const bool ok = replacement.write(pending);
+        pending.clear();
+        return ok;
+    };
+    const vcedit_sink sink = [&](const unsigned char* bytes, long length) {
+        pending.append(reinterpret_cast<const char*>(bytes), qsizetype(length));
+        return pending.size() < kWriteBlock || flush();
+    };
+    if (vcedit_write(editor.get(), sink) < 0 || !flush()) {
+        const QString why = replacement.errorString();
+        return fail(why.isEmpty() ? QStringLiteral("Cannot write \"%1\": %2").arg(path, vcedit_error(editor.get()))
+                                  : why);
     }
-    if (std::fclose(out.release()) != 0) {
-        std::remove(nativeTemporary.constData());
-        return false;
-    }
-    // The rewritten file keeps the permissions of the one it replaces.
-    struct stat original;
-    if (::fstat(fileno(in.get()), &original) == 0)
-        ::chmod(nativeTemporary.constData(), original.st_mode & 07777);
     in.reset();
-    if (std::rename(nativeTemporary.constData(), QFile::encodeName(path).constData()) != 0) {
-        std::remove(nativeTemporary.constData());
-        return false;
-    }
-    return true;
+    const bool placed = replacement.commit([&](const QString& made) -> QString {
+        if (!AudioPayload::difference(AudioPayload::Format::Ogg, replacement.target(), made).isEmpty())
+            return QStringLiteral("\"%1\": the audio would have changed; the file was left as it was.").arg(path);
+        QList<QByteArray> readBack;
+        if (!readEntries(made, &readBack) || readBack != written)
+            return QStringLiteral("The new version of \"%1\" did not read back as written; the file was left as it "
+                                  "was.")
+                .arg(path);
+        return {};
+    });
+    return placed || fail(replacement.errorString());
 }
 
 QVariantList getOGGAlbumArt(const QString& path)

@@ -10,9 +10,14 @@
 // joined with a blank) and "duration". Empty when the file is not Vorbis.
 QVariantMap getOGGComments(const QString& path);
 // Replaces all comments with the record's album, artist, title, genre, year and
-// track entries and the pictures; written beside the file and renamed over it.
-// False when nothing was changed.
-bool updateOGGTags(const QString& path, const QVariantMap& tags, const QVariantList& images);
+// track entries and the pictures. The stream is written into a new file beside
+// the old one, which replaces it only when its comments read back as written
+// and its audio packets are the old ones. False, with the reason in *error,
+// when the file was left as it was.
+bool updateOGGTags(const QString& path, const QVariantMap& tags, const QVariantList& images,
+                   QString* error = nullptr);
+// The same; images null keeps the picture entries the file has as they are stored.
+bool writeOGGTags(const QString& path, const QVariantMap& tags, const QVariantList* images, QString* error);
 // The pictures of COVERART and METADATA_BLOCK_PICTURE entries as artwork records.
 QVariantList getOGGAlbumArt(const QString& path);
 

@@ -1,5 +1,7 @@
 #include "tags/TagAPI.h"
 
+#include "platform/SafeFile.h"
+#include "tags/AudioPayload.h"
 #include "tags/ID3Tables.h"
 #include "tags/ImageCoding.h"
 
@@ -9,9 +11,17 @@
 
 #include <taglib/attachedpictureframe.h>
 #include <taglib/id3v1tag.h>
+#include <taglib/id3v2framefactory.h>
 #include <taglib/id3v2tag.h>
 #include <taglib/mpegfile.h>
 #include <taglib/textidentificationframe.h>
+#include <taglib/tfilestream.h>
+
+#include <cerrno>
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
 
 namespace {
 QString toQString(const TagLib::String& value)
@@ -27,6 +37,169 @@ TagLib::String toTagString(const QString& value)
 QString nonEmpty(const TagLib::String& value)
 {
     return value.isEmpty() ? QString() : toQString(value);
+}
+
+QString quoted(const QString& path)
+{
+    return QLatin1Char('"') + path + QLatin1Char('"');
+}
+
+QString reason(int error)
+{
+    if (error == ENOSPC || error == EFBIG || error == EDQUOT)
+        return QStringLiteral("the disk is full");
+    return QString::fromLocal8Bit(std::strerror(error));
+}
+
+// A TagLib stream over an open file descriptor. TagLib's own file stream drops
+// write errors; this one keeps the first, so a full disk fails the save.
+class DescriptorStream : public TagLib::IOStream {
+public:
+    DescriptorStream(int fd, QByteArray name) : fd_(fd), name_(std::move(name)) {}
+
+    int error() const { return error_; }
+
+    TagLib::FileName name() const override { return name_.constData(); }
+    bool readOnly() const override { return false; }
+    bool isOpen() const override { return fd_ >= 0; }
+    long tell() const override { return long(position_); }
+    void seek(long offset, Position from) override
+    {
+        const qint64 base = from == Beginning ? 0 : from == Current ? position_ : qint64(length());
+        position_ = qMax<qint64>(0, base + offset);
+    }
+    long length() override
+    {
+        struct stat info {};
+        if (::fstat(fd_, &info) == 0)
+            return long(info.st_size);
+        remember(errno);
+        return 0;
+    }
+    void truncate(long length) override
+    {
+        if (::ftruncate(fd_, off_t(length)) != 0)
+            remember(errno);
+    }
+
+    TagLib::ByteVector readBlock(unsigned long length) override
+    {
+        // A damaged size field may ask for more than the file holds.
+        length = static_cast<unsigned long>(qBound<qint64>(0, qint64(this->length()) - position_, qint64(length)));
+        TagLib::ByteVector block(static_cast<unsigned int>(length), '\0');
+        qint64 got = 0;
+        while (got < qint64(length)) {
+            const ssize_t read = ::pread(fd_, block.data() + got, size_t(qint64(length) - got), off_t(position_ + got));
+            if (read < 0 && errno == EINTR)
+                continue;
+            if (read < 0)
+                remember(errno);
+            if (read <= 0)
+                break;
+            got += read;
+        }
+        block.resize(static_cast<unsigned int>(got));
+        position_ += got;
+        return block;
+    }
+
+    void writeBlock(const TagLib::ByteVector& data) override
+    {
+        writeAt(position_, data.data(), data.size());
+        position_ += data.size();
+    }
+
+    // Writes data over `replace` bytes at `start`, moving what follows them.
+    void insert(const TagLib::ByteVector& data, unsigned long start, unsigned long replace) override
+    {
+        const qint64 end = length();
+        const qint64 tail = qint64(start) + qint64(replace);
+        if (qint64(data.size()) != qint64(replace) && tail < end)
+            move(tail, qint64(start) + data.size(), end - tail);
+        if (qint64(data.size()) < qint64(replace))
+            truncate(long(end - (qint64(replace) - data.size())));
+        writeAt(qint64(start), data.data(), data.size());
+        position_ = qint64(start) + data.size();
+    }
+
+    void removeBlock(unsigned long start, unsigned long length) override
+    {
+        const qint64 end = this->length();
+        const qint64 tail = qint64(start) + qint64(length);
+        if (tail >= end) {
+            truncate(long(qMin<qint64>(qint64(start), end)));
+            return;
+        }
+        move(tail, qint64(start), end - tail);
+        truncate(long(end - qint64(length)));
+    }
+
+private:
+    void remember(int error)
+    {
+        if (!error_)
+            error_ = error;
+    }
+
+    void writeAt(qint64 offset, const char* bytes, qint64 count)
+    {
+        while (count > 0) {
+            const ssize_t put = ::pwrite(fd_, bytes, size_t(count), off_t(offset));
+            if (put < 0 && errno == EINTR)
+                continue;
+            if (put <= 0) {
+                remember(put < 0 ? errno : EIO);
+                return;
+            }
+            bytes += put;
+            offset += put;
+            count -= put;
+        }
+    }
+
+    // Moves `count` bytes from `from` to `to`, a block at a time, from the far
+    // end first when they move up so nothing is overwritten before it is read.
+    void move(qint64 from, qint64 to, qint64 count)
+    {
+        constexpr qint64 kBlock = 1 << 20;
+        std::vector<char> buffer(size_t(qMin(count, kBlock)));
+        for (qint64 done = 0; done < count && !error_;) {
+            const qint64 take = qMin(kBlock, count - done);
+            const qint64 at = to > from ? count - done - take : done;
+            for (qint64 got = 0; got < take;) {
+                const ssize_t read = ::pread(fd_, buffer.data() + got, size_t(take - got), off_t(from + at + got));
+                if (read < 0 && errno == EINTR)
+                    continue;
+                if (read <= 0) {
+                    remember(read < 0 ? errno : EIO);
+                    return;
+                }
+                got += read;
+            }
+            writeAt(to + at, buffer.data(), take);
+            done += take;
+        }
+    }
+
+    int fd_;
+    QByteArray name_;
+    qint64 position_ = 0;
+    int error_ = 0;
+};
+
+// Moves every frame of one ID3v2 tag into another, whose own frames go. The
+// frames are listed in plain vectors: a copy of a tag's own list would share
+// it and delete the frames when it goes.
+void moveFrames(TagLib::ID3v2::Tag* from, TagLib::ID3v2::Tag* to)
+{
+    const std::vector<TagLib::ID3v2::Frame*> dropped(to->frameList().begin(), to->frameList().end());
+    for (TagLib::ID3v2::Frame* frame : dropped)
+        to->removeFrame(frame, true);
+    const std::vector<TagLib::ID3v2::Frame*> moving(from->frameList().begin(), from->frameList().end());
+    for (TagLib::ID3v2::Frame* frame : moving) {
+        from->removeFrame(frame, false);
+        to->addFrame(frame);
+    }
 }
 
 // The text of the first ID3v2 frame with this id, "" when there is none.
@@ -59,11 +232,16 @@ TagAPI& TagAPI::forThisThread()
 
 bool TagAPI::examineFile(const QString& path)
 {
-    file_.reset();
-    auto file = std::make_unique<TagLib::MPEG::File>(QFile::encodeName(path).constData(), true,
+    releaseFile();
+    auto stream = std::make_unique<TagLib::FileStream>(QFile::encodeName(path).constData(), true);
+    if (!stream->isOpen())
+        return false;
+    auto file = std::make_unique<TagLib::MPEG::File>(stream.get(), TagLib::ID3v2::FrameFactory::instance(), true,
                                                      TagLib::AudioProperties::Average);
     if (!file->isOpen())
         return false;
+    path_ = path;
+    stream_ = std::move(stream);
     file_ = std::move(file);
     return true;
 }
@@ -71,6 +249,8 @@ bool TagAPI::examineFile(const QString& path)
 void TagAPI::releaseFile()
 {
     file_.reset();
+    stream_.reset();
+    path_.clear();
 }
 
 QString TagAPI::getTitle() const
@@ -270,12 +450,73 @@ void TagAPI::setImages(const QVariantList& artwork)
     }
 }
 
-bool TagAPI::updateFile()
+TagAPI::Fields TagAPI::fields() const
 {
-    if (!file_ || file_->readOnly())
+    Fields fields {getTitle(), getArtist(), getAlbum(), getTrack(), getTotalNumberTracks(), getYear(),
+                   getGenreNames(), {}};
+    if (const TagLib::ID3v2::Tag* tag = file_ ? file_->ID3v2Tag() : nullptr) {
+        for (const TagLib::ID3v2::Frame* frame : tag->frameList("APIC")) {
+            if (const auto* picture = dynamic_cast<const TagLib::ID3v2::AttachedPictureFrame*>(frame))
+                fields.pictures.append(QByteArray(picture->picture().data(), int(picture->picture().size())));
+        }
+    }
+    return fields;
+}
+
+// Why the new file `made` is not what was meant: "" when its MPEG audio is
+// byte for byte the old file's and its tags read back as expected.
+QString TagAPI::checkWritten(const QString& made, const Fields& expected) const
+{
+    if (!AudioPayload::difference(AudioPayload::Format::Mpeg, path_, made).isEmpty())
+        return quoted(path_) + QStringLiteral(": the audio would have changed; the file was left as it was.");
+    TagAPI reader(&genres_);
+    if (!reader.examineFile(made) || reader.fields() != expected)
+        return QStringLiteral("The new version of ") + quoted(path_) +
+               QStringLiteral(" did not read back as written; the file was left as it was.");
+    return {};
+}
+
+bool TagAPI::updateFile(QString* error)
+{
+    auto fail = [&](const QString& text) {
+        if (error)
+            *error = text;
         return false;
+    };
+    if (!file_)
+        return fail(QStringLiteral("No MP3 file is open to write tags into."));
+    if (const QString refused = SafeFile::refusalToReplace(path_); !refused.isEmpty())
+        return fail(refused);
+    if (const QString why = AudioPayload::unreadable(AudioPayload::Format::Mpeg, path_); !why.isEmpty())
+        return fail(quoted(path_) + QStringLiteral(": its audio cannot be told from its tags (") + why +
+                    QStringLiteral("); the file was left as it was."));
+    const Fields expected = fields();
     int tags = TagLib::MPEG::File::ID3v2;
     if (file_->hasID3v1Tag())
         tags |= TagLib::MPEG::File::ID3v1;
-    return file_->save(tags, TagLib::File::StripNone, TagLib::ID3v2::v3, TagLib::File::DoNotDuplicate);
+
+    SafeFile::Replacement copy(path_);
+    if (!copy.createCopy())
+        return fail(copy.errorString());
+    int writeError = 0;
+    bool saved = false;
+    {
+        // The copy takes the edited tags and TagLib saves them there; the
+        // examined file gets its frames back afterwards.
+        DescriptorStream stream(copy.fd(), QFile::encodeName(copy.path()));
+        TagLib::MPEG::File written(&stream, TagLib::ID3v2::FrameFactory::instance(), false);
+        moveFrames(file_->ID3v2Tag(true), written.ID3v2Tag(true));
+        if (file_->hasID3v1Tag())
+            TagLib::Tag::duplicate(file_->ID3v1Tag(), written.ID3v1Tag(true), true);
+        saved = written.isOpen() && written.save(tags, TagLib::File::StripNone, TagLib::ID3v2::v3,
+                                                 TagLib::File::DoNotDuplicate);
+        moveFrames(written.ID3v2Tag(true), file_->ID3v2Tag(true));
+        writeError = stream.error();
+    }
+    if (writeError || !saved)
+        return fail(QStringLiteral("Cannot write ") + quoted(path_) + QStringLiteral(": ") +
+                    reason(writeError ? writeError : EIO) + QStringLiteral("; the file was left as it was."));
+    if (!copy.commit([&](const QString& made) { return checkWritten(made, expected); }))
+        return fail(copy.errorString());
+    return true;
 }

@@ -5,9 +5,12 @@
 
 #include <memory>
 
-namespace TagLib::MPEG {
+namespace TagLib {
+class FileStream;
+namespace MPEG {
 class File;
 }
+} // namespace TagLib
 
 // The ID3 tag object of the MP3 reader and writer, on TagLib. It is aimed at one
 // file with examineFile() before every use; getters read that file's ID3v2 tag
@@ -27,7 +30,7 @@ public:
 
     static TagAPI& forThisThread();
 
-    // Loads the tags of the MP3 file at path; false when it cannot be opened.
+    // Loads the tags of the MP3 file at path (opened read-only); false when it cannot be opened.
     bool examineFile(const QString& path);
     // Lets go of the examined file (it is not kept open between uses).
     void releaseFile();
@@ -52,13 +55,27 @@ public:
     // Replaces the pictures. Bytes come from "cachepath" when that file can be
     // read, otherwise "Image" is encoded as its "Mime Type" asks (JPEG or PNG).
     void setImages(const QVariantList& artwork);
-    // Writes the changed tags into the file (ID3v2.3, the version id3 readers of
-    // every age understand).
-    bool updateFile();
+    // Writes the changed tags (ID3v2.3, the version id3 readers of every age
+    // understand) into a copy of the file, checks that the copy reads back with
+    // them and with the same MPEG audio, and renames it over the file. False
+    // with the reason in *error when the file was left as it was.
+    bool updateFile(QString* error = nullptr);
 
 private:
+    // What a reader sees of the tags: compared after a write.
+    struct Fields {
+        QString title, artist, album;
+        int track = 0, totalTracks = 0, year = 0;
+        QStringList genres;
+        QList<QByteArray> pictures;
+        bool operator==(const Fields&) const = default;
+    };
+    Fields fields() const;
     QString resolveGenre(const QString& name) const;
+    QString checkWritten(const QString& made, const Fields& expected) const;
 
     QStringList genres_;
+    QString path_;
+    std::unique_ptr<TagLib::FileStream> stream_;
     std::unique_ptr<TagLib::MPEG::File> file_;
 };

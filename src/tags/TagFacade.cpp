@@ -63,15 +63,16 @@ std::optional<QVariantMap> readByExtension(const QString& path, const QString& e
     return std::nullopt;
 }
 
-bool writeByExtension(const QString& path, const QVariantMap& tags, const QVariantList* images)
+bool writeByExtension(const QString& path, const QVariantMap& tags, const QVariantList* images, QString* error)
 {
     const QString extension = QFileInfo(path).suffix().toLower();
     if (extension == QLatin1String("mp3"))
-        return updateMP3Tags(path, tags, images);
+        return updateMP3Tags(path, tags, images, error);
     if (extension == QLatin1String("ogg"))
-        return updateOGGTags(path, tags, images ? *images : getOGGAlbumArt(path));
+        return writeOGGTags(path, tags, images, error);
     if (isMp4Extension(extension))
-        return images ? updateAACTags(path, tags, *images) : updateAACTags(path, tags);
+        return writeAACTags(path, tags, images, error);
+    *error = QStringLiteral("%1: tags of .%2 files cannot be written").arg(path, QFileInfo(path).suffix());
     return false;
 }
 } // namespace
@@ -95,14 +96,31 @@ std::optional<QVariantMap> getComments(const QString& path)
     return result;
 }
 
+TagWriteResult writeTags(const QString& path, const QVariantMap& tags, const QVariantList* images)
+{
+    TagWriteResult result;
+    const QFileInfo info(path);
+    if (!info.exists())
+        result.error = QStringLiteral("%1: no such file").arg(path);
+    else if (info.isDir())
+        result.error = QStringLiteral("%1: is a folder").arg(path);
+    else
+        result.written = writeByExtension(path, tags, images, &result.error);
+    if (result.written)
+        result.error.clear();
+    else if (result.error.isEmpty())
+        result.error = QStringLiteral("%1: the tags could not be written").arg(path);
+    return result;
+}
+
 bool updateTags(const QString& path, const QVariantMap& tags, const QVariantList& images)
 {
-    return isExistingFile(path) && writeByExtension(path, tags, &images);
+    return writeTags(path, tags, &images).written;
 }
 
 bool updateTags(const QString& path, const QVariantMap& tags)
 {
-    return isExistingFile(path) && writeByExtension(path, tags, nullptr);
+    return writeTags(path, tags, nullptr).written;
 }
 
 bool canUpdateTags(const QString& path)
@@ -178,11 +196,14 @@ QVariantMap getMP3Comments(const QString& path)
     return record;
 }
 
-bool updateMP3Tags(const QString& path, const QVariantMap& record, const QVariantList* images)
+bool updateMP3Tags(const QString& path, const QVariantMap& record, const QVariantList* images, QString* error)
 {
     const ExaminedFile tags(path);
-    if (!tags.isOpen())
+    if (!tags.isOpen()) {
+        if (error)
+            *error = QStringLiteral("%1: cannot be read as an MP3 file").arg(path);
         return false;
+    }
     auto text = [&](const char* key) { return record.value(QLatin1String(key)).toString(); };
     if (record.contains(QStringLiteral("album")))
         tags->setAlbum(text("album"));
@@ -196,7 +217,7 @@ bool updateMP3Tags(const QString& path, const QVariantMap& record, const QVarian
     tags->setTrack(intValue(text("track")), tags->getTotalNumberTracks());
     if (images)
         tags->setImages(*images);
-    return tags->updateFile();
+    return tags->updateFile(error);
 }
 
 QVariantList getMP3AlbumArt(const QString& path)

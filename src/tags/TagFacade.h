@@ -13,9 +13,20 @@
 // m4b, m4r, aac), completed from the file name; nothing when the path does not
 // exist or is a folder. Any other extension gives a record from the name only.
 std::optional<QVariantMap> getComments(const QString& path);
-// Writes a track record and exactly these artwork records (an empty list removes
-// the pictures) into an MP3, Ogg or MP4/AAC file; true if a writer ran and
-// succeeded. WMA and other types are not writable.
+// What a tag write came to: the new version checked (its tags read back, its
+// audio byte for byte the old audio) and in place, or the reason, naming the
+// file, why the file was left as it was.
+struct TagWriteResult {
+    bool written = false;
+    QString error;
+};
+// Writes a track record and the artwork records (an empty list removes the
+// pictures; null keeps those the file has) into an MP3, Ogg or MP4/AAC file.
+// The file is never written in place: a new version is made beside it,
+// checked and renamed over it, keeping its mode; a symbolic link is followed
+// to its file. WMA and other types are not writable.
+TagWriteResult writeTags(const QString& path, const QVariantMap& tags, const QVariantList* images);
+// The same as true or false: true when the file was written.
 bool updateTags(const QString& path, const QVariantMap& tags, const QVariantList& images);
 // The same, keeping the pictures the file has.
 bool updateTags(const QString& path, const QVariantMap& tags);
@@ -30,6 +41,7 @@ void filenameTags(const QString& path, QVariantMap& record);
 
 // The MP3 reader and writer behind the dispatcher.
 QVariantMap getMP3Comments(const QString& path);
-// images null: the pictures stay as they are.
-bool updateMP3Tags(const QString& path, const QVariantMap& tags, const QVariantList* images);
+// images null: the pictures stay as they are. *error tells why nothing was written.
+bool updateMP3Tags(const QString& path, const QVariantMap& tags, const QVariantList* images,
+                   QString* error = nullptr);
 QVariantList getMP3AlbumArt(const QString& path);

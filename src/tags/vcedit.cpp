@@ -3,6 +3,7 @@
 #include <ogg/ogg.h>
 
 #include <cstring>
+#include <string>
 #include <vector>
 
 namespace {
@@ -36,6 +37,7 @@ struct OwnedPacket {
 
 struct vcedit_state {
     ogg_sync_state sync {};
+    std::string vendor;  // kept from the input: the comment list may be cleared and refilled
     ogg_stream_state stream {};
     bool streamOpen = false;
     vorbis_info info {};
@@ -79,13 +81,12 @@ long readChunk(vcedit_state* state)
     return long(bytes);
 }
 
-bool writePage(FILE* out, const ogg_page& page)
+bool writePage(const vcedit_sink& out, const ogg_page& page)
 {
-    return std::fwrite(page.header, 1, size_t(page.header_len), out) == size_t(page.header_len)
-        && std::fwrite(page.body, 1, size_t(page.body_len), out) == size_t(page.body_len);
+    return out(page.header, page.header_len) && out(page.body, page.body_len);
 }
 
-bool flushStream(ogg_stream_state* stream, FILE* out)
+bool flushStream(ogg_stream_state* stream, const vcedit_sink& out)
 {
     ogg_page page;
     while (ogg_stream_flush(stream, &page) != 0) {
@@ -98,6 +99,36 @@ bool flushStream(ogg_stream_state* stream, FILE* out)
 bool isSetupHeader(const ogg_packet& packet)
 {
     return packet.bytes > 7 && packet.packet[0] == 5 && std::memcmp(packet.packet + 1, "vorbis", 6) == 0;
+}
+
+// The comment header packet, built in one buffer: libvorbis grows its packet
+// 256 bytes at a time, which takes minutes for a picture of a few megabytes.
+std::vector<unsigned char> commentHeader(const std::string& vendor, const vorbis_comment& comments)
+{
+    std::vector<unsigned char> packet;
+    size_t size = 7 + 4 + vendor.size() + 4 + 1;
+    for (int i = 0; i < comments.comments; ++i)
+        size += 4 + size_t(comments.comment_lengths[i]);
+    packet.reserve(size);
+    auto append = [&](const void* bytes, size_t length) {
+        const auto* begin = static_cast<const unsigned char*>(bytes);
+        packet.insert(packet.end(), begin, begin + length);
+    };
+    auto appendLength = [&](size_t length) {
+        for (int i = 0; i < 4; ++i)
+            packet.push_back(static_cast<unsigned char>((length >> (8 * i)) & 0xFF));
+    };
+    packet.push_back(3);
+    append("vorbis", 6);
+    appendLength(vendor.size());
+    append(vendor.data(), vendor.size());
+    appendLength(size_t(comments.comments));
+    for (int i = 0; i < comments.comments; ++i) {
+        appendLength(size_t(comments.comment_lengths[i]));
+        append(comments.user_comments[i], size_t(comments.comment_lengths[i]));
+    }
+    packet.push_back(1);  // framing bit
+    return packet;
 }
 
 void setPageSequence(ogg_page* page, long sequence)
@@ -206,6 +237,8 @@ int vcedit_open(vcedit_state* state, FILE* in)
                     state->lastError = kCorruptSecondary;
                     return -1;
                 }
+                if (headers == 0)
+                    state->vendor = state->comments.vendor ? state->comments.vendor : "";
                 if (headers == 1)
                     state->setup = new OwnedPacket(packet);
                 ++headers;
@@ -222,14 +255,17 @@ int vcedit_open(vcedit_state* state, FILE* in)
     return 0;
 }
 
-int vcedit_write(vcedit_state* state, FILE* out)
+int vcedit_write(vcedit_state* state, const vcedit_sink& out)
 {
     if (!state || !state->vorbisOpen || !state->identification || !state->setup)
         return -1;
     ogg_stream_state stream;
     ogg_stream_init(&stream, int(state->serial));
-    ogg_packet comments;
-    vorbis_commentheader_out(&state->comments, &comments);
+    std::vector<unsigned char> commentBytes = commentHeader(state->vendor, state->comments);
+    ogg_packet comments {};
+    comments.packet = commentBytes.data();
+    comments.bytes = long(commentBytes.size());
+    comments.packetno = 1;
 
     // The identification header alone on the first page, the other two after it.
     ogg_stream_packetin(&stream, &state->identification->packet);
@@ -241,7 +277,6 @@ int vcedit_write(vcedit_state* state, FILE* out)
         ogg_stream_packetin(&stream, &packet->packet);
     ok = ok && flushStream(&stream, out);
     long sequence = stream.pageno;
-    ogg_packet_clear(&comments);
     ogg_stream_clear(&stream);
     if (!ok) {
         state->lastError = kWriteFailed;
@@ -271,10 +306,6 @@ int vcedit_write(vcedit_state* state, FILE* out)
             state->lastError = kWriteFailed;
             return -1;
         }
-    }
-    if (std::fflush(out) != 0) {
-        state->lastError = kWriteFailed;
-        return -1;
     }
     return 0;
 }

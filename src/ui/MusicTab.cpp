@@ -83,6 +83,7 @@ QString colourFor(MP3DataSource::FigureColor colour)
 
 MusicTab::MusicTab(AppControllers& controllers, QWidget* parent)
     : QWidget(parent),
+      music_(controllers.musicSources()),
       compilation_(new MP3DataSource(this)),
       outline_(new SourcesOutline),
       otherSources_(new QListWidget),
@@ -233,6 +234,7 @@ MusicTab::MusicTab(AppControllers& controllers, QWidget* parent)
 MusicTab::~MusicTab()
 {
     NotificationCenter::defaultCenter().removeObserver(this);
+    music_.setProgressHandler({});
 }
 
 MusicSourcesWrapper::Selection MusicTab::currentSelection() const

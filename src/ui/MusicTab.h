@@ -44,7 +44,7 @@ private:
 
     enum class Focus { Library, DropZone, AudioCD, Playlist, MediaSet };
 
-    MusicSourcesWrapper music_;
+    MusicSourcesWrapper& music_;  // the composition root's, shared with velmora-cli's code paths
     MP3DataSource* compilation_;
     QTreeView* outline_;
     QListWidget* otherSources_;

@@ -1,12 +1,15 @@
 // velmora-cli tags on WMA (read only) and MP4/AAC files.
 #include "common/TestSupport.h"
 
+#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <sys/stat.h>
 
 namespace {
 
@@ -103,4 +106,27 @@ TEST(Mp4WmaTagsCommand, WritesM4aTagsAndArtwork)
     EXPECT_TRUE(record.value("artwork").toArray().isEmpty());
     EXPECT_EQ(record.value("tags").toObject().value("album").toString(), "Kept");
     EXPECT_EQ(audioMd5(m4a), audio);
+}
+
+TEST(Mp4WmaTagsCommand, AnAtomicParsleyThatFailsIsReportedAndTheFileKept)
+{
+    QTemporaryDir dir;
+    const QString m4a = dir.filePath("track.m4a");
+    ASSERT_TRUE(ffmpeg(m4a, {"-c:a", "aac", "-metadata", "title=Old"}));
+    const QByteArray before = testsupport::readFile(m4a);
+    // A stand-in first on PATH that fails the way a tool on a full disk does.
+    QDir().mkpath(dir.filePath("bin"));
+    ASSERT_TRUE(testsupport::writeFile(dir.filePath("bin/AtomicParsley"), "#!/bin/sh\necho 'disk full' >&2\nexit 2\n"));
+    ::chmod(QFile::encodeName(dir.filePath("bin/AtomicParsley")).constData(), 0755);
+    const QByteArray path = qgetenv("PATH");
+    qputenv("PATH", QFile::encodeName(dir.filePath("bin")) + ':' + path);
+    QByteArray output;
+    const int status = cli({"tags", "--set", "title=New", m4a}, &output);
+    qputenv("PATH", path);
+    EXPECT_EQ(status, 1);
+    EXPECT_TRUE(output.contains("AtomicParsley failed on \"" + m4a.toUtf8() + "\" (exit status 2)"))
+        << output.toStdString();
+    EXPECT_EQ(testsupport::readFile(m4a), before);
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+              (QStringList{"bin", "track.m4a"}));
 }

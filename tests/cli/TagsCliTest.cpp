@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 namespace {
 int cli(const QStringList& arguments, QByteArray* output)
 {
@@ -90,6 +92,56 @@ TEST(TagsCommand, WritesKeysAndArtworkAndRefusesWma)
     EXPECT_TRUE(output.contains("cannot be written")) << output.constData();
     EXPECT_EQ(testsupport::readFile(dir.filePath("s.wma")), "wma");
     EXPECT_EQ(cli({"tags", "--set", "bogus=1", mp3}, &output), 2);
+}
+
+TEST(TagsCommand, NamesEveryFileThatWasNotWrittenAndExitsWithOne)
+{
+    QTemporaryDir dir;
+    const QString writable = makeMp3(dir.filePath("open.mp3"), {"--tt", "Before", "--add-id3v2"});
+    const QString locked = makeMp3(dir.filePath("locked.mp3"), {"--tt", "Before", "--add-id3v2"});
+    ::chmod(QFile::encodeName(locked).constData(), 0444);
+    const QByteArray lockedBytes = testsupport::readFile(locked);
+    QByteArray output;
+    EXPECT_EQ(cli({"tags", "--set", "title=After", locked, writable}, &output), 1);
+    EXPECT_TRUE(output.contains("velmora-cli tags: \"" + locked.toUtf8() + "\" is read-only")) << output.constData();
+    EXPECT_FALSE(output.contains("open.mp3")) << output.constData();
+    EXPECT_EQ(testsupport::readFile(locked), lockedBytes);
+    ASSERT_EQ(cli({"tags", "--json", writable}, &output), 0);
+    EXPECT_EQ(QJsonDocument::fromJson(output).object().value("tags").toObject().value("title").toString(), "After");
+}
+
+TEST(TagsCommand, AFullDiskIsReportedAndEachFileStaysWhole)
+{
+    QTemporaryDir dir;
+    const QString picture = dir.filePath("picture.png");
+    QImage image(32, 32, QImage::Format_RGB32);
+    image.fill(Qt::blue);
+    ASSERT_TRUE(image.save(picture));
+    const QString mp3 = makeMp3(dir.filePath("song.mp3"), {"--tt", "Before", "--add-id3v2"});
+    const QString ogg = dir.filePath("song.ogg");
+    ASSERT_EQ(testsupport::run("sox", {"-n", "-r", "44100", "-c", "2", "-b", "16", dir.filePath("s.wav"), "synth", "1",
+                                       "sine", "330"}),
+              0);
+    ASSERT_EQ(testsupport::run("oggenc", {"-Q", "-o", ogg, dir.filePath("s.wav")}), 0);
+    QFile::remove(dir.filePath("s.wav"));
+    const QString m4a = dir.filePath("song.m4a");
+    ASSERT_EQ(testsupport::run("ffmpeg", {"-v", "error", "-f", "lavfi", "-i", "sine=duration=1", "-c:a", "aac", m4a}),
+              0);
+    const QStringList before = QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    for (const QString& file : {mp3, ogg, m4a}) {
+        const QByteArray bytes = testsupport::readFile(file);
+        // Room for half the file: no new version fits.
+        QByteArray output;
+        const int status = testsupport::run("prlimit",
+                                            {QStringLiteral("--fsize=%1").arg(bytes.size() / 2),
+                                             testsupport::builtProgram("velmora-cli"), "tags", "--set", "title=Full",
+                                             "--artwork", picture, file},
+                                            &output);
+        EXPECT_EQ(status, 1) << output.constData();
+        EXPECT_TRUE(output.contains(file.toUtf8()) && output.contains("the disk is full")) << output.constData();
+        EXPECT_EQ(testsupport::readFile(file), bytes) << file.toStdString();
+        EXPECT_EQ(QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), before);
+    }
 }
 
 TEST(CollectCommand, ListsAFolderInFinderOrder)

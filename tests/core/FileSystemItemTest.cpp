@@ -13,6 +13,10 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 using testsupport::writeFile;
 
 namespace {
@@ -177,4 +181,35 @@ TEST(FileSystemItemListing, WalksEveryFolderOnceThroughLinkCycles)
     };
     count(roots[0].toObject()["children"].toArray());
     EXPECT_EQ(files, 2);
+}
+
+TEST(FileSystemItemListing, NamesThatAreNotUtf8AreLeftOutAndNamedOnce)
+{
+    // Latin-1 names: an audio file and a folder the library would show, a text
+    // file and a hidden folder it would not.
+    QTemporaryDir dir;
+    const QByteArray root = QFile::encodeName(dir.path());
+    writeFile(dir.path() + "/Album/good.mp3", "x");
+    ::close(::open((root + "/Album/caf\xe9.mp3").constData(), O_CREAT | O_WRONLY, 0644));
+    ::close(::open((root + "/Album/notes \xe9.txt").constData(), O_CREAT | O_WRONLY, 0644));
+    ASSERT_EQ(::mkdir((root + "/Disc \xe9").constData(), 0755), 0);
+    ASSERT_EQ(::mkdir((root + "/.cache \xe9").constData(), 0755), 0);
+    const QStringList expected{dir.path() + "/Album/caf\\xE9.mp3", dir.path() + "/Disc \\xE9"};
+
+    QStringList unreadable;
+    const auto entries = FileSystemItem::readEntries(dir.path() + "/Album", &unreadable);
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries.front().name, "good.mp3");
+    EXPECT_EQ(unreadable, QStringList{expected.first()});
+
+    for (const bool json : {false, true}) {
+        unreadable.clear();
+        const QList<FileSystemItemListing::Root> roots{{dir.path(), -1}};
+        const QByteArray out = json ? FileSystemItemListing::toJson(roots, &unreadable)
+                                    : FileSystemItemListing::toText(roots, &unreadable);
+        unreadable.sort();
+        EXPECT_EQ(unreadable, expected) << json;
+        EXPECT_TRUE(out.contains("good.mp3"));
+        EXPECT_FALSE(out.contains("\xef\xbf\xbd")) << out.constData();  // no mangled name is listed
+    }
 }

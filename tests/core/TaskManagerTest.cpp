@@ -2,7 +2,10 @@
 
 #include "common/TestSupport.h"
 
+#include <QCoreApplication>
 #include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -38,17 +41,31 @@ TEST(TaskManager, SharedWavIsDeletedWhenItsLastTypeEndsUnlessKept)
     taskManager& tasks = taskManager::sharedInstance();
     const QString source = "/music/song.mp3";
     wavs.needWavForSource(source, {"MP3", "OGG"}, dir.path());
+    // The source's name leads; the rest makes it this process's and this request's own.
     const QString wav = wavs.wavPathForSource(source);
-    EXPECT_EQ(wav, dir.path() + "/song.mp3.WAV");
-    ASSERT_TRUE(testsupport::writeFile(wav, "RIFF"));
+    EXPECT_TRUE(QRegularExpression(QStringLiteral("^%1/song\\.mp3-%2-\\d+\\.WAV$")
+                                       .arg(QRegularExpression::escape(dir.path()))
+                                       .arg(QCoreApplication::applicationPid()))
+                    .match(wav)
+                    .hasMatch())
+        << qPrintable(wav);
+    wavs.needWavForSource(source, {"MP3", "OGG"}, dir.path());
+    EXPECT_NE(wavs.wavPathForSource(source), wav);  // asked again: a new name
+    const QString longSource = "/music/" + QString(250, 'x') + ".mp3";
+    wavs.needWavForSource(longSource, {"MP3"}, dir.path());
+    EXPECT_LE(QFileInfo(wavs.wavPathForSource(longSource)).fileName().toUtf8().size(), 255);
+    wavs.removeWavForSource(longSource, "MP3");
+    wavs.needWavForSource(source, {"MP3", "OGG"}, dir.path());
+    const QString shared = wavs.wavPathForSource(source);
+    ASSERT_TRUE(testsupport::writeFile(shared, "RIFF"));
 
     int mp3Job = 0, oggJob = 0;
     ASSERT_TRUE(tasks.addTask(&mp3Job, source, "MP3"));
     ASSERT_TRUE(tasks.addTask(&oggJob, source, "OGG"));
     tasks.removeTask(&mp3Job);
-    EXPECT_TRUE(QFile::exists(wav));
+    EXPECT_TRUE(QFile::exists(shared));
     tasks.removeTask(&oggJob);
-    EXPECT_FALSE(QFile::exists(wav));
+    EXPECT_FALSE(QFile::exists(shared));
     EXPECT_TRUE(wavs.wavPathForSource(source).isNull());
 
     // Kept: a later "no" does not clear an earlier "keep".

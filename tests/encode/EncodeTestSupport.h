@@ -5,18 +5,62 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
 #include <QString>
 #include <QStringList>
+#include <QtEndian>
 
 namespace encodetest {
 
 // A sine tone made by sox; extra arguments go before the output name (e.g. "-b", "24").
 inline bool makeTone(const QString& path, double seconds, int rate = 44100, int channels = 2,
-                     const QStringList& extra = {})
+                     const QStringList& extra = {}, int frequency = 440)
 {
     QStringList arguments {"-n", "-r", QString::number(rate), "-c", QString::number(channels)};
-    arguments << extra << path << "synth" << QString::number(seconds) << "sine" << "440";
+    arguments << extra << path << "synth" << QString::number(seconds) << "sine" << QString::number(frequency);
     return testsupport::run("sox", arguments) == 0;
+}
+
+// What a file holds when it holds one sine tone: how long it plays and at what
+// pitch, measured on its decoded samples (so a file made of another file's audio,
+// or cut short, shows).
+struct Tone {
+    double seconds = 0;
+    double frequency = 0;
+};
+
+inline Tone measureTone(const QString& path)
+{
+    constexpr int rate = 16000;
+    QProcess ffmpeg;
+    ffmpeg.start("ffmpeg", {"-v", "error", "-i", path, "-f", "s16le", "-ac", "1", "-ar", QString::number(rate), "-"});
+    if (!ffmpeg.waitForFinished(60000) || ffmpeg.exitCode() != 0)
+        return {};
+    const QByteArray pcm = ffmpeg.readAllStandardOutput();
+    const qsizetype samples = pcm.size() / 2;
+    // Upward passes through the middle, with some hysteresis so that encoder
+    // noise around silence does not count; the pitch is their rate.
+    qsizetype first = -1, last = -1, rises = 0;
+    int side = 0;
+    for (qsizetype i = 0; i < samples; ++i) {
+        const int value = qFromLittleEndian<qint16>(pcm.constData() + 2 * i);
+        if (value < -2000) {
+            side = -1;
+        } else if (value > 2000 && side < 0) {
+            side = 1;
+            ++rises;
+            if (first < 0)
+                first = i;
+            last = i;
+        } else if (value > 2000) {
+            side = 1;
+        }
+    }
+    Tone tone;
+    tone.seconds = double(samples) / rate;
+    if (rises > 1)
+        tone.frequency = double(rises - 1) * rate / double(last - first);
+    return tone;
 }
 
 struct Probe {

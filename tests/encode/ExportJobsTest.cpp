@@ -2,10 +2,13 @@
 
 #include "EncodeTestSupport.h"
 #include "core/Defaults.h"
+#include "core/Job.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "core/TaskManager.h"
 #include "platform/AppPaths.h"
+#include "platform/FileNames.h"
+#include "platform/SafeFile.h"
 
 #include <QDir>
 #include <QRegularExpression>
@@ -35,6 +38,7 @@ protected:
     }
     void TearDown() override
     {
+        SafeFile::setFaultInjector({});
         jobs_.reset();
         taskManager::sharedInstance().setMaxTasks(2 * taskManager::getNumberOfCPUCores());
     }
@@ -219,8 +223,13 @@ TEST_F(ExportJobsTest, UndecodableSourceLeavesNothingBehind)
         post(name, QVariantMap {{"sourcepath", path("noise.xyz")}, {"destinationpath", path("noise.out")},
                                 {"wavpath", path("noise.WAV")}});
         EXPECT_EQ(leftovers({"noise.xyz"}), QStringList()) << name;
+        // The job failed, and says which source and why.
+        const auto job = exportJobFor(path("noise.out"));
+        ASSERT_TRUE(job) << name;
+        EXPECT_EQ(job->result().outcome, JobResult::Outcome::Failed) << name;
+        EXPECT_TRUE(job->result().error.contains(path("noise.xyz"))) << name << qPrintable(job->result().error);
+        EXPECT_TRUE(job->result().error.contains("No decoder could read")) << qPrintable(job->result().error);
     }
-    EXPECT_TRUE(jobs_->lastFailure("MP3").contains(path("noise.xyz"))) << qPrintable(jobs_->lastFailure("MP3"));
 }
 
 TEST_F(ExportJobsTest, MissingLameProducesNoFileAndSaysSo)
@@ -229,7 +238,7 @@ TEST_F(ExportJobsTest, MissingLameProducesNoFileAndSaysSo)
     post(VLLameFoundNewNotification, QVariantMap {{"lamepath", ""}});
     post(VLMP3ExportNotification, QVariantMap {{"sourcepath", path("t.wav")}, {"destinationpath", path("t.mp3")}});
     EXPECT_FALSE(QFileInfo::exists(path("t.mp3")));
-    EXPECT_TRUE(jobs_->lastFailure("MP3").contains("LAME"));
+    EXPECT_TRUE(exportJobFor(path("t.mp3"))->result().error.contains("LAME"));
 }
 
 TEST_F(ExportJobsTest, ForegroundCancelStopsTheEncoderWithoutPartialOutput)
@@ -342,7 +351,13 @@ TEST_F(ExportJobsTest, CdparanoiaFailureIsRememberedForLaterTracks)
                                                    {"rippanelsettings", QVariantMap {{"maxspeed", true}}}});
     }
     qputenv("PATH", oldPath);
-    EXPECT_EQ(testsupport::readFile(path("paranoia.log")), QByteArray("-d /dev/velmora-none -Z 1 ") + path("t1.wav").toUtf8() + '\n');
+    // Only the first track asked the drive, writing into a private folder beside the destination.
+    const QString log = QString::fromUtf8(testsupport::readFile(path("paranoia.log")));
+    EXPECT_TRUE(QRegularExpression(QStringLiteral("^-d /dev/velmora-none -Z 1 %1/\\.velmora-\\w{6}/t1\\.wav\n$")
+                                       .arg(QRegularExpression::escape(dir_.path())))
+                    .match(log)
+                    .hasMatch())
+        << log.toStdString();
     EXPECT_TRUE(jobs_->wav().cdparanoiaFailed());
     EXPECT_FALSE(QFileInfo::exists(path("t1.wav")));  // the descriptor is no audio for ffmpeg
     EXPECT_EQ(probe(path("t2.wav")).codec, "pcm_s16le");
@@ -388,3 +403,95 @@ TEST_F(ExportJobsTest, ClipsAreCutWithSoxAndEncodedBesideTheTrack)
 }
 
 } // namespace
+
+TEST_F(ExportJobsTest, AFailedRenameKeepsTheOldFileWhicheverMemberWrites)
+{
+    ASSERT_TRUE(makeTone(path("song.wav"), 1, 44100, 2, {"-b", "16"}));
+    ASSERT_TRUE(makeTone(path("song.flac"), 1));
+    struct Row {
+        const char* notification;
+        const char* source;
+        const char* destination;
+        QVariantMap extra;
+    };
+    const Row rows[] = {
+        {VLMP3ExportNotification, "song.wav", "old.mp3", {}},  // a tool's work folder
+        {VLOGGExportNotification, "song.wav", "old.ogg", {}},  // the in-process encoder's replacement
+        {VLWMAExportNotification, "song.wav", "old.wma", {}},
+        {VLWAVExportNotification, "song.flac", "old.wav", {}},
+        {VLAIFExportNotification, "song.wav", "old.aiff", {}},
+        {VLCOPYExportNotification, "song.wav", "old.WAV", {{"flashpanelsettings", QVariantMap{{"replace", true}}}}},
+    };
+    for (const Row& row : rows) {
+        const QString destination = path(row.destination);
+        testsupport::writeFile(destination, "the older file");
+        SafeFile::setFaultInjector([&](SafeFile::Step step, const QString& target) {
+            return step == SafeFile::Step::Rename && QFileInfo(target).fileName() == row.destination;
+        });
+        QVariantMap request{
+            {"sourcepath", path(row.source)}, {"destinationpath", destination}, {"wavpath", path("cache.WAV")}};
+        request.insert(row.extra);
+        post(row.notification, request);
+        SafeFile::setFaultInjector({});
+        EXPECT_EQ(testsupport::readFile(destination), QByteArray("the older file")) << row.notification;
+        const auto job = exportJobFor(destination);
+        ASSERT_TRUE(job) << row.notification;
+        EXPECT_EQ(job->result().outcome, JobResult::Outcome::Failed) << row.notification;
+        EXPECT_TRUE(job->result().error.startsWith("Cannot replace")) << qPrintable(job->result().error);
+        EXPECT_EQ(leftovers({"song.wav", "song.flac", row.destination}), QStringList()) << row.notification;
+        QFile::remove(destination);
+    }
+}
+
+TEST_F(ExportJobsTest, JobsGiveTheirReservedNameBackUnlessTheyFilledIt)
+{
+    ASSERT_TRUE(makeTone(path("short.wav"), 1));
+    ASSERT_TRUE(makeTone(path("long.wav"), 120));
+    testsupport::writeFile(path("noise.xyz"), QByteArray(5000, '\x5a'));
+
+    // Jobs that succeed leave the job list at once; these are held to be read.
+    QList<std::shared_ptr<Job>> held;
+    QObject context;
+    QObject::connect(
+        &JobList::shared(), &JobList::jobAdded, &context, [&](quint64 id) { held << JobList::shared().job(id); },
+        Qt::DirectConnection);
+
+    // Made: the reserved name now holds the file, and giving it back keeps it.
+    ASSERT_TRUE(FileNames::reserve(path("made.mp3")));
+    post(VLMP3ExportNotification,
+         QVariantMap{{"sourcepath", path("short.wav")}, {"destinationpath", path("made.mp3")}});
+    const auto made = exportJobFor(path("made.mp3"));
+    ASSERT_TRUE(made);
+    EXPECT_EQ(made->title(), "Converting short.wav to MP3");
+    EXPECT_EQ(made->result().files, QStringList{path("made.mp3")});
+    FileNames::release(path("made.mp3"));
+    EXPECT_EQ(probe(path("made.mp3")).codec, "mp3");
+
+    // Failed: the empty reservation goes.
+    ASSERT_TRUE(FileNames::reserve(path("failed.mp3")));
+    post(VLMP3ExportNotification, QVariantMap{{"sourcepath", path("noise.xyz")},
+                                              {"destinationpath", path("failed.mp3")},
+                                              {"wavpath", path("noise.WAV")}});
+    EXPECT_FALSE(QFileInfo::exists(path("failed.mp3")));
+    EXPECT_FALSE(FileNames::isReserved(path("failed.mp3")));
+
+    // Cancelled from the job list while its encoder runs in the background:
+    // the encoder stops, its slot is free, nothing is left.
+    ASSERT_TRUE(FileNames::reserve(path("cancelled.mp3")));
+    post(VLMP3ExportNotification, QVariantMap{{"sourcepath", path("long.wav")},
+                                              {"destinationpath", path("cancelled.mp3")},
+                                              {"ripinbackground", true}});
+    const auto running = exportJobFor(path("cancelled.mp3"));
+    ASSERT_TRUE(running);
+    for (int waited = 0; waited < 500 && taskManager::sharedInstance().count() == 0; ++waited)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_TRUE(JobList::shared().jobs().contains(running));
+    const auto started = std::chrono::steady_clock::now();
+    running->cancel();
+    jobs_->waitForBackgroundWork();
+    running->wait();
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+    EXPECT_EQ(running->result().outcome, JobResult::Outcome::Cancelled);
+    EXPECT_EQ(taskManager::sharedInstance().count(), 0);
+    EXPECT_EQ(leftovers({"short.wav", "long.wav", "noise.xyz", "made.mp3"}), QStringList());
+}

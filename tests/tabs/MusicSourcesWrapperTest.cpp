@@ -1,9 +1,11 @@
-#include "core/Defaults.h"
 #include "tabs/MusicSourcesWrapper.h"
+#include "core/Defaults.h"
+#include "core/Job.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "encode/ExportJobs.h"
 #include "encode/LameWrapper.h"
+#include "platform/FileNames.h"
 #include "playlists/PlaylistFiles.h"
 
 #include "common/TestSupport.h"
@@ -14,6 +16,9 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -81,8 +86,11 @@ TEST(MusicSave, CopyKeepsTheSourceTypeAndDontputFlattensUniquely)
     EXPECT_EQ(recorder.requests[0].first, QString(VLCOPYExportNotification));
     EXPECT_EQ(recorder.requests[0].second.value("destinationpath").toString(), out + "/src/x.OGG");
     EXPECT_EQ(recorder.requests[1].second.value("destinationpath").toString(), out + "/src/a/song.MP3");
-    EXPECT_EQ(recorder.requests[0].second.value("wavpath").toString(),
-              QDir::homePath() + "/.cache/Velmora/musiccache.WAV");
+    // Each request decodes into an intermediate of its own in the private cache.
+    const QString wav0 = recorder.requests[0].second.value("wavpath").toString();
+    EXPECT_TRUE(wav0.startsWith(QDir::homePath() + "/.cache/Velmora/musiccache-")) << qPrintable(wav0);
+    EXPECT_TRUE(wav0.endsWith(".WAV")) << qPrintable(wav0);
+    EXPECT_NE(wav0, recorder.requests[1].second.value("wavpath").toString());
 
     // "dontput": everything side by side, made unique among themselves as the job writes them.
     recorder.requests.clear();
@@ -260,4 +268,92 @@ TEST(MusicSave, RealEncodersConvertIntoUniqueNames)
     convert({{"replace", true}});
     EXPECT_GT(QFileInfo(out + "/a.MP3").size(), 1000);  // the older file was overwritten
     EXPECT_FALSE(QFileInfo::exists(out + "/a 2.MP3"));
+}
+
+TEST(MusicSave, UniqueNamesAreReservedAndFitTheFileSystem)
+{
+    QTemporaryDir dir;
+    const QString folder = dir.path() + "/out";
+    // Two like-named sources of one batch, before either job has written anything.
+    const QString first = MusicSourcesWrapper::uniqueFilename("/m/Song.flac", folder, "MP3", {});
+    const QString second = MusicSourcesWrapper::uniqueFilename("/n/Song.ogg", folder, "MP3", {});
+    EXPECT_EQ(first, folder + "/Song.MP3");
+    EXPECT_EQ(second, folder + "/Song 1.MP3");
+    for (const QString& name : {first, second}) {
+        EXPECT_TRUE(FileNames::isReserved(name));
+        EXPECT_EQ(QFileInfo(name).size(), 0);
+    }
+    // "replace" takes the existing name as it is, without a reservation of its own.
+    EXPECT_EQ(MusicSourcesWrapper::uniqueFilename("/m/Song.flac", folder, "MP3", {{"replace", true}}), first);
+    FileNames::release(first);
+    FileNames::release(second);
+    EXPECT_EQ(QDir(folder).entryList(QDir::Files), QStringList());
+
+    // A stem too long for one more number is shortened; the number and the type stay.
+    const QString stem = QString(240, QChar(u'\u00e9'));  // 480 bytes
+    const QString longFirst = MusicSourcesWrapper::uniqueFilename("/m/" + stem + ".wav", folder, "MP3", {});
+    const QString longSecond = MusicSourcesWrapper::uniqueFilename("/m/" + stem + ".wav", folder, "MP3", {});
+    EXPECT_EQ(QFileInfo(longFirst).fileName(), QString(125, QChar(u'\u00e9')) + ".MP3");
+    EXPECT_EQ(QFileInfo(longSecond).fileName(), QString(124, QChar(u'\u00e9')) + " 1.MP3");
+    EXPECT_TRUE(QFileInfo::exists(longSecond));
+}
+
+TEST(MusicSave, TheSaveIsAJobWithTheSheetsTextsAndCancellingItIsTerminateSave)
+{
+    QTemporaryDir dir;
+    for (int i = 0; i < 4; ++i)
+        testsupport::writeFile(dir.path() + QStringLiteral("/in/t%1.wav").arg(i), "RIFF");
+    // A name that is not UTF-8 is left out and said.
+    const QByteArray latin = QFile::encodeName(dir.path() + "/in/caf") + "\xe9.wav";
+    ::close(::open(latin.constData(), O_CREAT | O_WRONLY, 0644));
+    RequestRecorder recorder({"MP3"});
+    MusicSourcesWrapper music;
+    QStringList skipped;
+    music.setSkipHandler([&](const QString& message) { skipped << message; });
+    const MusicSourcesWrapper::Selection selection{MusicSourcesWrapper::Source::library(dir.path() + "/in")};
+    const QVariantMap request{{"type", "MP3"}, {"destinationfolder", dir.path() + "/out"}};
+
+    const auto job = music.makeSaveJob(request, selection);
+    EXPECT_EQ(job->title(), "Saving MP3 files");
+    QStringList statuses;
+    QList<double> percents;
+    QObject context;
+    QObject::connect(
+        &JobList::shared(), &JobList::jobChanged, &context,
+        [&](quint64 id) {
+            if (id != job->id())
+                return;
+            const QString status = job->status();
+            if (!status.isEmpty() && (statuses.isEmpty() || statuses.last() != status))
+                statuses << status;
+            if (job->percent() >= 0 && (percents.isEmpty() || percents.last() != job->percent()))
+                percents << job->percent();
+        },
+        Qt::DirectConnection);
+    EXPECT_TRUE(job->run().ok());
+    EXPECT_EQ(statuses, (QStringList{"Searching Folder", "Saving Files"}));
+    EXPECT_EQ(percents, (QList<double>{0, 25, 50, 75, 100}));
+    EXPECT_EQ(recorder.requests.size(), 4);
+    const QString message = FileNames::unreadableNameMessage(dir.path() + "/in/caf\\xE9.wav");
+    EXPECT_EQ(skipped, QStringList{message});
+    EXPECT_EQ(job->messages(), QStringList{message});
+
+    // Cancelling the job is the sheet's cancel: the save stops before the next file
+    // and the export job of the format is told.
+    recorder.requests.clear();
+    int cancels = 0;
+    int owner = 0;
+    NotificationCenter::defaultCenter().addObserver(&owner, VLMP3ExportCancelNotification,
+                                                    [&](const Notification&) { ++cancels; });
+    const auto second = music.makeSaveJob(request, selection);
+    recorder.onRequest = [&] {
+        if (recorder.requests.size() == 2)
+            second->cancel();
+    };
+    second->run();
+    NotificationCenter::defaultCenter().removeObserver(&owner);
+    EXPECT_EQ(second->result().outcome, JobResult::Outcome::Cancelled);
+    EXPECT_EQ(recorder.requests.size(), 2);
+    EXPECT_EQ(cancels, 1);
+    EXPECT_TRUE(music.isCancelled());
 }

@@ -9,6 +9,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QImage>
 #include <QTemporaryDir>
 #include <QtEndian>
@@ -213,8 +214,9 @@ TEST_F(OggTagsTest, FailedRewritesLeaveTheOriginal)
     EXPECT_TRUE(getOGGComments(named).isEmpty());
     EXPECT_EQ(getComments(named).value().value("artist"), "Band");
 
-    // A folder named like the temporary file makes the rewrite fail before anything is written.
+    // A folder with the name an older rewrite used as its temporary file is no obstacle and stays.
     QDir(dir_.path()).mkdir("Artist_Song.ogg.tmp");
-    EXPECT_FALSE(updateTags(ogg, {{"title", "x"}}, {}));
-    EXPECT_EQ(testsupport::readFile(ogg), original);
+    EXPECT_TRUE(updateTags(ogg, {{"title", "x"}}, {}));
+    EXPECT_EQ(getOGGComments(ogg).value("title"), "x");
+    EXPECT_TRUE(QFileInfo(path("Artist_Song.ogg.tmp")).isDir());
 }

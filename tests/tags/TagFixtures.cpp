@@ -6,9 +6,13 @@
 #include <QDir>
 #include <QFile>
 #include <QImage>
+#include <QRandomGenerator>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
 
 namespace fixtures {
 
@@ -126,6 +130,22 @@ QByteArray pictureBytes(int width, int height, const char* format)
     buffer.open(QIODevice::WriteOnly);
     image.save(&buffer, format);
     return bytes;
+}
+
+QString noisePng(const QString& path, int bytes)
+{
+    const int side = int(std::sqrt(bytes / 3.0)) + 1;
+    QImage image(side, side, QImage::Format_RGB888);
+    QRandomGenerator random(side);
+    for (int y = 0; y < side; ++y) {
+        uchar* line = image.scanLine(y);
+        for (int x = 0; x < side * 3; x += 4) {
+            const quint32 value = random.generate();
+            std::memcpy(line + x, &value, size_t(qMin(4, side * 3 - x)));
+        }
+    }
+    EXPECT_TRUE(image.save(path, "PNG", 100)) << qPrintable(path);
+    return path;
 }
 
 } // namespace fixtures

@@ -29,5 +29,7 @@ QByteArray id3v1Tag(const QByteArray& title, const QByteArray& artist, const QBy
 QStringList frameLines(const QByteArray& output);
 // A picture encoded as PNG or JPEG.
 QByteArray pictureBytes(int width, int height, const char* format);
+// A PNG of random pixels (noise does not compress) of at least `bytes` bytes, written to path.
+QString noisePng(const QString& path, int bytes);
 
 } // namespace fixtures
