@@ -133,10 +133,9 @@ PlaySourcesWrapper::~PlaySourcesWrapper()
     timer_.stop();
     cancelLoading();
     quitPlayer();
-    if (reading_) {
-        reading_->cancel();
-        reading_->wait();
-    }
+    cancelReading();
+    for (const std::shared_ptr<Job>& job : cancelledReads_)
+        job->wait();
     if (!trackWav_.isEmpty())
         QFile::remove(trackWav_);
     for (QFuture<void>& gathering : informationFutures_)
@@ -349,6 +348,7 @@ void PlaySourcesWrapper::takeSongs(quint64 generation, const QStringList& songs,
     records_ = records;
     // A list from a new source is shuffled when the Shuffle button is on.
     shuffleIfNeededFromMainRunloop();
+    playingRow_ = playingPath_.isEmpty() ? -1 : int(songs_.indexOf(playingPath_));
     selectedSong_ = -1;
     emit songsChanged();
     if (!play) {
@@ -475,10 +475,7 @@ void PlaySourcesWrapper::playThisSong(const QString& path)
 {
     quitPlayer();
     timer_.stop();
-    if (reading_) {
-        reading_->cancel();
-        reading_.reset();
-    }
+    cancelReading();
     if (!trackWav_.isEmpty()) {
         QFile::remove(trackWav_);
         trackWav_.clear();
@@ -565,6 +562,16 @@ void PlaySourcesWrapper::startReadingTrack(const QString& trackFile)
         return error.isEmpty() ? JobResult::succeeded() : JobResult::failed(error);
     });
     reading_->start();
+}
+
+void PlaySourcesWrapper::cancelReading()
+{
+    if (!reading_)
+        return;
+    reading_->cancel();
+    // Kept until it has ended: its thread still holds this object.
+    cancelledReads_.removeIf([](const std::shared_ptr<Job>& job) { return job->state() == Job::State::Finished; });
+    cancelledReads_ << std::move(reading_);
 }
 
 void PlaySourcesWrapper::trackRead(quint64 generation, const QString& wav, const QString& error)
@@ -696,10 +703,7 @@ void PlaySourcesWrapper::stopPlayingSong()
 {
     timer_.stop();
     quitPlayer();
-    if (reading_) {
-        reading_->cancel();
-        reading_.reset();
-    }
+    cancelReading();
     if (!trackWav_.isEmpty()) {
         QFile::remove(trackWav_);
         trackWav_.clear();

@@ -147,6 +147,7 @@ private:
     void nextSource();
     void startPlayer(const QString& playable);
     void startReadingTrack(const QString& trackFile);
+    void cancelReading();
     void trackRead(quint64 generation, const QString& wav, const QString& error);
     void cannotPlay(const QString& path, const QString& why);
     void quitPlayer();
@@ -185,6 +186,7 @@ private:
     QString playingDisc_;
     QString playingFlash_;
     std::shared_ptr<Job> reading_;  // a disc track being read for playing
+    QList<std::shared_ptr<Job>> cancelledReads_;
     quint64 readGeneration_ = 0;
     QString trackWav_;
     QList<QFuture<void>> informationFutures_;
