@@ -62,32 +62,3 @@ TEST(ChildProcess, AToolThatHangsIsStoppedAtItsTimeLimit)
     EXPECT_FALSE(quick.timedOut());
     EXPECT_EQ(quick.output(), QByteArray("done"));
 }
-
-TEST(ChildProcess, ConversationThroughStandardInputAndOutput)
-{
-    ChildProcess cat("/bin/cat", {});
-    cat.setInteractive(true);
-    ASSERT_TRUE(cat.start());
-    EXPECT_TRUE(cat.isRunning());
-    ASSERT_TRUE(cat.writeInput("get_time_pos\n"));
-    QByteArray answer;
-    for (int i = 0; i < 100 && !answer.endsWith('\n'); ++i)
-        answer += cat.readOutput(50);
-    EXPECT_EQ(answer, QByteArray("get_time_pos\n"));
-    EXPECT_TRUE(cat.readOutput(0).isEmpty());
-
-    // A child that has gone: its output ends, and writing fails without SIGPIPE.
-    ChildProcess gone("/bin/true", {});
-    gone.setInteractive(true);
-    ASSERT_TRUE(gone.start());
-    bool ended = false;
-    for (int i = 0; i < 100 && !ended; ++i)
-        gone.readOutput(50, &ended);
-    EXPECT_TRUE(ended);
-    while (gone.isRunning())
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    EXPECT_FALSE(gone.writeInput(QByteArray(1 << 20, 'x')));
-    EXPECT_EQ(gone.waitForExit(), 0);
-    cat.terminate();
-    EXPECT_EQ(cat.waitForExit(), -1);
-}

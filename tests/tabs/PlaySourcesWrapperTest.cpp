@@ -5,7 +5,6 @@
 #include "common/DiscFixtures.h"
 #include "common/PlayerFixtures.h"
 #include "common/TestSupport.h"
-#include "core/Defaults.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "core/Preferences.h"
@@ -88,23 +87,6 @@ protected:
 };
 
 }  // namespace
-
-TEST_F(PlayTabTest, ModeButtonsExcludeEachOtherAndAreStored)
-{
-    tab->selectPlaybackMode(Mode::Repeat, true);
-    tab->selectPlaybackMode(Mode::Next, true);
-    EXPECT_EQ(tab->playbackMode(), Mode::Next);
-    Defaults::standard().reload();
-    const auto& keys = PlaySourcesWrapper::modeKeys();
-    const QList<qint64> stored{Defaults::standard().integerForKey(keys[0]), Defaults::standard().integerForKey(keys[1]),
-                               Defaults::standard().integerForKey(keys[2]),
-                               Defaults::standard().integerForKey(keys[3])};
-    EXPECT_EQ(stored, (QList<qint64>{0, 0, 0, 1}));
-    EXPECT_EQ(QString(keys[0]), "mModeRepeatButton");
-    EXPECT_EQ(PlaySourcesWrapper().playbackMode(), Mode::Next);  // a new tab reads them back
-    tab->selectPlaybackMode(Mode::Next, false);                  // all may be off
-    EXPECT_EQ(tab->playbackMode(), Mode::NoMode);
-}
 
 TEST_F(PlayTabTest, EveryModeDecidesWhatFollowsTheLastSong)
 {

@@ -62,6 +62,8 @@ TEST(PlayTab, FilesOpenedFromTheDesktopPlayAndTheButtonsDriveThePlayer)
     EXPECT_TRUE(tab->modeButton(PlaySourcesWrapper::Shuffle)->isChecked());
     EXPECT_EQ(Defaults::standard().integerForKey("mModeShuffleButton"), 1);
     EXPECT_EQ(Defaults::standard().integerForKey("mModeRepeatButton"), 0);
+    Defaults::standard().reload();
+    EXPECT_EQ(PlaySourcesWrapper().playbackMode(), PlaySourcesWrapper::Shuffle);  // read back from the file
     tab->modeButton(PlaySourcesWrapper::Shuffle)->click();
 
     // Quitting stops the player.
