@@ -50,15 +50,15 @@ QString sourceTitle(const QString& path)
 
 }  // namespace
 
-// What one load gathers: the parts of a source, in order.
+// What one load gathers: the pieces of a source, in order.
 struct PlaySourcesWrapper::LoadRequest {
-    struct Part {
+    struct Piece {
         SourceKind kind = SourceKind::Library;
         QString path;
         QVariantList trackInfo;  // a disc's track records from FreeDB
     };
     QString title;
-    QList<Part> parts;
+    QList<Piece> pieces;
     bool play = false;
 };
 
@@ -214,12 +214,12 @@ void PlaySourcesWrapper::selectSourceRow(int row, bool play)
     request.title = tr("Reading the songs of \u201c%1\u201d").arg(source.title);
     request.play = play;
     auto add = [&](const QString& path) {
-        LoadRequest::Part part{source.kind, path, {}};
+        LoadRequest::Piece piece{source.kind, path, {}};
         for (const Disc& disc : discs_) {
             if (source.kind == SourceKind::Disc && disc.cdpath == path)
-                part.trackInfo = disc.trackInfo;
+                piece.trackInfo = disc.trackInfo;
         }
-        request.parts << part;
+        request.pieces << piece;
     };
     if (source.level == 1) {
         add(source.path);
@@ -244,7 +244,7 @@ void PlaySourcesWrapper::selectPendingFiles(const QStringList& files, bool play)
     request.title = tr("Reading the songs to play");
     request.play = play;
     for (const QString& file : files)
-        request.parts << LoadRequest::Part{SourceKind::DropZone, file, {}};
+        request.pieces << LoadRequest::Piece{SourceKind::DropZone, file, {}};
     load(request);
 }
 
@@ -285,30 +285,30 @@ void PlaySourcesWrapper::load(const LoadRequest& request)
                 records << record;
             }
         };
-        for (const LoadRequest::Part& part : request.parts) {
+        for (const LoadRequest::Piece& piece : request.pieces) {
             if (cancel)
                 break;
-            switch (part.kind) {
+            switch (piece.kind) {
             case SourceKind::Playlist:
-                take(MusicSourcesWrapper::contentsOfPlaylist(part.path, &cancel));
+                take(MusicSourcesWrapper::contentsOfPlaylist(piece.path, &cancel));
                 break;
             case SourceKind::MediaSet:
-                take(MusicSourcesWrapper::contentsOfPlaylistGroup(part.path, &cancel));
+                take(MusicSourcesWrapper::contentsOfPlaylistGroup(piece.path, &cancel));
                 break;
             case SourceKind::Disc: {
                 QSet<QString> types = defaultAudioTypes();
                 types.insert(QStringLiteral("cdda"));
-                if (const auto contents = contentsOfFolder(part.path, &cancel, examining, types))
-                    take(*contents, part.trackInfo);
+                if (const auto contents = contentsOfFolder(piece.path, &cancel, examining, types))
+                    take(*contents, piece.trackInfo);
                 break;
             }
             default:
-                if (part.path.endsWith(QLatin1String(".cd3"), Qt::CaseInsensitive))
-                    take(MusicSourcesWrapper::contentsOfPlaylist(part.path, &cancel));
-                else if (isDiscTrack(part.path) && QFileInfo(part.path).isFile())
-                    take({{"leafarray", QVariantList{part.path}},
-                          {"commentarray", QVariantList{getComments(part.path).value_or(QVariantMap())}}});
-                else if (const auto contents = contentsOfFolder(part.path, &cancel, examining))
+                if (piece.path.endsWith(QLatin1String(".cd3"), Qt::CaseInsensitive))
+                    take(MusicSourcesWrapper::contentsOfPlaylist(piece.path, &cancel));
+                else if (isDiscTrack(piece.path) && QFileInfo(piece.path).isFile())
+                    take({{"leafarray", QVariantList{piece.path}},
+                          {"commentarray", QVariantList{getComments(piece.path).value_or(QVariantMap())}}});
+                else if (const auto contents = contentsOfFolder(piece.path, &cancel, examining))
                     take(*contents);
                 break;
             }
@@ -442,7 +442,7 @@ void PlaySourcesWrapper::vlPlayPlaylistNotification(const QVariant& object)
         LoadRequest request;
         request.title = tr("Reading the songs of \u201c%1\u201d").arg(PlaylistFiles::displayName(object.toString()));
         request.play = true;
-        request.parts << LoadRequest::Part{SourceKind::Playlist, object.toString(), {}};
+        request.pieces << LoadRequest::Piece{SourceKind::Playlist, object.toString(), {}};
         load(request);
         return;
     }
