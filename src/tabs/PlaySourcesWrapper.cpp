@@ -484,6 +484,7 @@ void PlaySourcesWrapper::playThisSong(const QString& path)
     if (songs_.value(playingRow_) != path)
         playingRow_ = int(songs_.indexOf(path));
     progress_ = 0;
+    emit progressChanged(0, QString());  // the last song's position goes at once, not at the next tick
     if (isDiscTrack(path))
         startReadingTrack(path);
     else

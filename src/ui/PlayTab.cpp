@@ -147,6 +147,9 @@ PlayTab::PlayTab(PlaySourcesWrapper& play, QWidget* parent)
     table_->setSelectionMode(QAbstractItemView::ExtendedSelection);
     table_->setEditTriggers(QAbstractItemView::NoEditTriggers);
     table_->verticalHeader()->hide();
+    table_->verticalHeader()->setDefaultSectionSize(table_->fontMetrics().height() + 8);
+    table_->setWordWrap(false);
+    table_->horizontalHeader()->setStretchLastSection(false);
     table_->setToolTip(tr("Double-click a song to play it"));
     connect(table_, &QTableView::doubleClicked, this, [this](const QModelIndex& index) {
         play_.selectSong(index.row());
@@ -343,7 +346,14 @@ void PlayTab::rebuildSongTable()
         items[3]->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
         songs_->appendRow(items);
     }
-    table_->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
+    // The title takes the room left; a long artist or album is cut short, never wrapped.
+    QHeaderView* header = table_->horizontalHeader();
+    header->setSectionResizeMode(0, QHeaderView::Stretch);
+    for (int column : {1, 2}) {
+        header->setSectionResizeMode(column, QHeaderView::Interactive);
+        header->resizeSection(column, 200);
+    }
+    header->setSectionResizeMode(3, QHeaderView::ResizeToContents);
     playingRow_ = -1;
     showPlaying();
 }
