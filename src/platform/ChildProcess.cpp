@@ -107,8 +107,8 @@ bool ChildProcess::writeInput(const QByteArray& bytes)
     while (written < bytes.size()) {
         if (!interactive_ || outputFd_ < 0)
             return false;
-        const ssize_t sent = ::send(outputFd_, bytes.constData() + written, size_t(bytes.size() - written),
-                                    MSG_NOSIGNAL);
+        const ssize_t sent =
+            ::send(outputFd_, bytes.constData() + written, size_t(bytes.size() - written), MSG_NOSIGNAL);
         if (sent > 0) {
             written += sent;
         } else if (sent < 0 && errno == EAGAIN) {
@@ -154,7 +154,7 @@ bool ChildProcess::isRunning() const
     std::lock_guard lock(mutex_);
     if (reaped_ || pid_ <= 0)
         return false;
-    siginfo_t info {};
+    siginfo_t info{};
     return !(::waitid(P_PID, id_t(pid_), &info, WEXITED | WNOWAIT | WNOHANG) == 0 && info.si_pid == pid_);
 }
 

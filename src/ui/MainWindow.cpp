@@ -48,7 +48,8 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
     tabs_->addTab(musicTab_, titles[MusicTabIndex]);
     tabs_->addTab(new ::PlayTab(controllers.play()), titles[PlayTab]);
     outlines_ << nullptr;  // the Play tab's sources are no library outline
-    connect(&controllers.play(), &PlaySourcesWrapper::playTabRequested, this, [this] { tabs_->setCurrentIndex(PlayTab); });
+    connect(&controllers.play(), &PlaySourcesWrapper::playTabRequested, this,
+            [this] { tabs_->setCurrentIndex(PlayTab); });
     tabs_->addTab(makeSourcePane(tr("Ripping audio CDs is not available yet.")), titles[RipTab]);
     tabs_->addTab(makeSourcePane(tr("Editing tags is not available yet.")), titles[TagTab]);
     tabs_->addTab(makeSourcePane(tr("Making clips and ringtones is not available yet.")), titles[ClipTab]);
