@@ -21,10 +21,8 @@ AppControllers::AppControllers()
       itunes_(std::make_unique<iTunesManager>()),
       m3u_(std::make_unique<m3uManager>()),
       cdWatcher_(std::make_unique<mounted_cd_wrapper>(std::make_unique<SystemCdDrives>())),
-      music_(std::make_unique<MusicSourcesWrapper>()),
-      play_(std::make_unique<PlaySourcesWrapper>())
+      music_(std::make_unique<MusicSourcesWrapper>())
 {
-    play_->setCdWatcher(cdWatcher_.get());
     playlists_->setMediaSource(media_.get());
     playlists_->setHiddenSource(hidden_.get());
 }
@@ -39,4 +37,14 @@ void AppControllers::awakeFromNib()
     itunes_->awakeFromNib();
     m3u_->awakeFromNib();
     cdWatcher_->awakeFromNib();
+}
+
+PlaySourcesWrapper& AppControllers::play()
+{
+    // Made on first use: commands that never play do not read, or store, the library's roots.
+    if (!play_) {
+        play_ = std::make_unique<PlaySourcesWrapper>();
+        play_->setCdWatcher(cdWatcher_.get());
+    }
+    return *play_;
 }

@@ -33,7 +33,7 @@ public:
     m3uManager& m3u() { return *m3u_; }
     mounted_cd_wrapper& cdWatcher() { return *cdWatcher_; }
     MusicSourcesWrapper& musicSources() { return *music_; }
-    PlaySourcesWrapper& play() { return *play_; }
+    PlaySourcesWrapper& play();
 
 private:
     std::unique_ptr<ExportJobs> exportJobs_;

@@ -768,7 +768,6 @@ void PlaySourcesWrapper::nextSong()
 void PlaySourcesWrapper::setVolume(int volume)
 {
     volume_ = std::clamp(volume, 0, 100);
-    Defaults::standard().setInteger(kVolumeKey, volume_);
     if (player_)
         player_->setVolume(volume_);
     emit volumeChanged(volume_);
