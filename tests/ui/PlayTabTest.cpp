@@ -66,8 +66,11 @@ TEST(PlayTab, FilesOpenedFromTheDesktopPlayAndTheButtonsDriveThePlayer)
     EXPECT_EQ(PlaySourcesWrapper().playbackMode(), PlaySourcesWrapper::Shuffle);  // read back from the file
     tab->modeButton(PlaySourcesWrapper::Shuffle)->click();
 
-    // Quitting stops the player.
+    // Quitting stops the player and keeps the volume for the next start.
+    play.setVolume(40);
     app.controller.applicationWillTerminate();
     EXPECT_EQ(play.state(), State::Stopped);
+    Defaults::standard().reload();
+    EXPECT_EQ(Defaults::standard().integerForKey("mPlayVolumeStored"), 40);
     EXPECT_TRUE(children().isEmpty());
 }
