@@ -19,7 +19,7 @@ packages=(
   # icons, man pages, package checks
   librsvg2-bin help2man desktop-file-utils appstream bash-completion
   # tests, benchmarks, fuzzing
-  googletest libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev
+  googletest libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev dbus-daemon
 )
 
 missing=()

@@ -1,6 +1,7 @@
 #include "tabs/AppControllers.h"
 #include "disc/MountedCDWrapper.h"
 #include "core/MyController.h"
+#include "tabs/MprisService.h"
 #include "platform/Desktop.h"
 #include "platform/SingleInstance.h"
 #include "ui/MainWindow.h"
@@ -51,6 +52,8 @@ int main(int argc, char** argv)
     controllers.awakeFromNib();
     const int selectedTab = controller.awakeFromNib();
     MainWindow window(controller, controllers);
+    MprisService mpris(controllers.play());
+    mpris.registerOn(QDBusConnection::sessionBus());
 
     window.tabs()->setCurrentIndex(qBound(0, selectedTab, window.tabs()->count() - 1));
     // Cue sheets are disc images for the audio-CD watcher; the other files go to the shell.

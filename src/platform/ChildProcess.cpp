@@ -10,6 +10,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -44,8 +45,16 @@ bool ChildProcess::start()
         argv.push_back(bytes.data());
     argv.push_back(nullptr);
 
+    // pipeFds[0] is our end, pipeFds[1] the child's. A conversation uses one
+    // socket for both directions, so that a write to a child that has gone away
+    // can ask for no SIGPIPE.
+    const bool connected = captureOutput_ || interactive_;
     int pipeFds[2] = {-1, -1};
-    if (captureOutput_) {
+    if (interactive_) {
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pipeFds) != 0)
+            return false;
+        ::fcntl(pipeFds[0], F_SETFL, O_NONBLOCK);
+    } else if (captureOutput_) {
         if (::pipe2(pipeFds, O_CLOEXEC) != 0)
             return false;
         ::fcntl(pipeFds[0], F_SETFL, O_NONBLOCK);  // our end only; the child writes as usual
@@ -53,8 +62,11 @@ bool ChildProcess::start()
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    if (captureOutput_)
+    if (interactive_)
+        posix_spawn_file_actions_adddup2(&actions, pipeFds[1], 0);
+    else
+        posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    if (connected)
         posix_spawn_file_actions_adddup2(&actions, pipeFds[1], 1);
     else
         posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
@@ -73,10 +85,10 @@ bool ChildProcess::start()
     const int error = posix_spawn(&pid, argv[0], &actions, &attributes, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attributes);
-    if (captureOutput_)
+    if (connected)
         ::close(pipeFds[1]);
     if (error != 0) {
-        if (captureOutput_)
+        if (connected)
             ::close(pipeFds[0]);
         return false;
     }
@@ -85,8 +97,65 @@ bool ChildProcess::start()
     reaped_ = false;
     terminated_ = false;
     timedOut_ = false;
-    outputFd_ = captureOutput_ ? pipeFds[0] : -1;
+    outputFd_ = connected ? pipeFds[0] : -1;
     return true;
+}
+
+bool ChildProcess::writeInput(const QByteArray& bytes)
+{
+    qsizetype written = 0;
+    while (written < bytes.size()) {
+        if (!interactive_ || outputFd_ < 0)
+            return false;
+        const ssize_t sent =
+            ::send(outputFd_, bytes.constData() + written, size_t(bytes.size() - written), MSG_NOSIGNAL);
+        if (sent > 0) {
+            written += sent;
+        } else if (sent < 0 && errno == EAGAIN) {
+            pollfd writable{outputFd_, POLLOUT, 0};
+            if (::poll(&writable, 1, 1000) <= 0)
+                return false;  // a child that reads nothing for a second is not listening
+        } else if (sent < 0 && errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+QByteArray ChildProcess::readOutput(int timeoutMs, bool* ended)
+{
+    QByteArray got;
+    if (ended)
+        *ended = outputFd_ < 0;
+    if (!interactive_ || outputFd_ < 0)
+        return got;
+    pollfd readable{outputFd_, POLLIN, 0};
+    if (::poll(&readable, 1, timeoutMs) <= 0)
+        return got;
+    for (;;) {
+        char buffer[4096];
+        const ssize_t count = ::read(outputFd_, buffer, sizeof buffer);
+        if (count > 0) {
+            got.append(buffer, count);
+            if (size_t(count) < sizeof buffer)
+                break;
+        } else {
+            if ((count == 0 || (errno != EINTR && errno != EAGAIN)) && ended)
+                *ended = true;
+            if (count == 0 || errno != EINTR)
+                break;
+        }
+    }
+    return got;
+}
+
+bool ChildProcess::isRunning() const
+{
+    std::lock_guard lock(mutex_);
+    if (reaped_ || pid_ <= 0)
+        return false;
+    siginfo_t info{};
+    return !(::waitid(P_PID, id_t(pid_), &info, WEXITED | WNOWAIT | WNOHANG) == 0 && info.si_pid == pid_);
 }
 
 int ChildProcess::waitForExit()

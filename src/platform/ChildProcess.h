@@ -18,6 +18,10 @@ public:
     ChildProcess& operator=(const ChildProcess&) = delete;
 
     void setCaptureOutput(bool capture) { captureOutput_ = capture; }
+    // A conversation: standard input and output are one socket kept here, for
+    // writeInput() and readOutput(). Writing to a child that has gone away is
+    // an error, never SIGPIPE.
+    void setInteractive(bool interactive) { interactive_ = interactive; }
     // A child still running after this many milliseconds is stopped (SIGTERM, then
     // SIGKILL two seconds later) and its work counts as failed. 0: no limit.
     void setTimeLimit(int milliseconds) { timeLimitMs_ = milliseconds; }
@@ -25,6 +29,14 @@ public:
     bool start();      // false when the program cannot be started
     int waitForExit(); // exit code; -1 when not started or ended by a signal
     void terminate();  // SIGTERM to a running child
+
+    // Interactive children only. writeInput() sends all of bytes (false when the
+    // child no longer reads); readOutput() waits up to timeoutMs for what the
+    // child wrote and returns it, setting *ended once the child closed its output.
+    bool writeInput(const QByteArray& bytes);
+    QByteArray readOutput(int timeoutMs, bool* ended = nullptr);
+    // Started and not ended yet (the child is not reaped by asking).
+    bool isRunning() const;
 
     bool wasTerminated() const;
     bool timedOut() const;
@@ -42,6 +54,7 @@ private:
     QString program_;
     QStringList arguments_;
     bool captureOutput_ = false;
+    bool interactive_ = false;
     int timeLimitMs_ = 0;
     bool timedOut_ = false;
     QByteArray output_;

@@ -10,6 +10,7 @@
 #include "playlists/MediaDataSource.h"
 #include "playlists/PlayListDataSource.h"
 #include "tabs/MusicSourcesWrapper.h"
+#include "tabs/PlaySourcesWrapper.h"
 #include "tabs/RipSourcesWrapper.h"
 
 AppControllers::AppControllers()
@@ -38,4 +39,14 @@ void AppControllers::awakeFromNib()
     itunes_->awakeFromNib();
     m3u_->awakeFromNib();
     cdWatcher_->awakeFromNib();
+}
+
+PlaySourcesWrapper& AppControllers::play()
+{
+    // Made on first use: commands that never play do not read, or store, the library's roots.
+    if (!play_) {
+        play_ = std::make_unique<PlaySourcesWrapper>();
+        play_->setCdWatcher(cdWatcher_.get());
+    }
+    return *play_;
 }

@@ -8,6 +8,7 @@ class MediaDataSource;
 class MusicSourcesWrapper;
 class MyController;
 class PlayListDataSource;
+class PlaySourcesWrapper;
 class RipSourcesWrapper;
 class iTunesManager;
 class m3uManager;
@@ -33,6 +34,7 @@ public:
     m3uManager& m3u() { return *m3u_; }
     mounted_cd_wrapper& cdWatcher() { return *cdWatcher_; }
     MusicSourcesWrapper& musicSources() { return *music_; }
+    PlaySourcesWrapper& play();
     RipSourcesWrapper& ripSources() { return *rip_; }
 
 private:
@@ -46,5 +48,6 @@ private:
     std::unique_ptr<mounted_cd_wrapper> cdWatcher_;
     // Last: the tabs go first, while the export jobs they feed still listen.
     std::unique_ptr<MusicSourcesWrapper> music_;
+    std::unique_ptr<PlaySourcesWrapper> play_;  // shows the watcher's discs: made after it, gone before it
     std::unique_ptr<RipSourcesWrapper> rip_;
 };

@@ -10,6 +10,7 @@
 #include "ui/JobListView.h"
 #include "ui/LamePreferencesPage.h"
 #include "ui/MusicTab.h"
+#include "ui/PlayTab.h"
 #include "ui/PreferencesDialog.h"
 #include "ui/RipTab.h"
 #include "ui/StoresTab.h"
@@ -46,7 +47,10 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
     const QStringList titles = tabTitles();
     outlines_ << musicTab_->libraryOutline();
     tabs_->addTab(musicTab_, titles[MusicTabIndex]);
-    tabs_->addTab(makeSourcePane(tr("Playing is not available yet.")), titles[PlayTab]);
+    tabs_->addTab(new ::PlayTab(controllers.play()), titles[PlayTab]);
+    outlines_ << nullptr;  // the Play tab's sources are no library outline
+    connect(&controllers.play(), &PlaySourcesWrapper::playTabRequested, this,
+            [this] { tabs_->setCurrentIndex(PlayTab); });
     outlines_ << nullptr;  // the Rip tab shows discs, not the library
     tabs_->addTab(ripTab_, titles[RipTabIndex]);
     tabs_->addTab(makeSourcePane(tr("Editing tags is not available yet.")), titles[TagTab]);

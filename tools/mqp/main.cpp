@@ -6,11 +6,15 @@
 // Player commands, one a line: "play", "pause" (toggles once playing), "volume N"
 // (0-100), "time N" (seek to N percent), "second-time N" (seek to N seconds),
 // "time" (answers the position in whole seconds on a line of its own),
-// "length" (answers the duration in whole seconds), "quit". The player starts
-// prerolled but silent; "play" starts it. End of input quits.
+// "length" (answers the duration in whole seconds), "ended" (answers 1 once the
+// song has played to its end, else 0), "quit". The player starts prerolled but
+// silent; "play" starts it. End of input quits.
 //
 // MQP_AUDIO_SINK, when set, is a GStreamer bin description used as the audio sink
 // ("fakesink sync=true" plays in real time without a sound card).
+// MQP_FIRST_BUFFER_FILE, when set with MQP_AUDIO_SINK, names a file to which the
+// player appends the monotonic clock (microseconds) at which the first buffer
+// after "play" reached the sink: how long starting to play takes.
 #include "Settings.h"
 
 #include <glib-unix.h>
@@ -21,6 +25,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <atomic>
 #include <cstring>
 #include <string>
 
@@ -238,6 +243,8 @@ struct Player {
     bool ended = false;
     int exitStatus = 0;
     std::string pendingInput;
+    std::atomic<bool> awaitingFirstBuffer {false};
+    const char* firstBufferFile = nullptr;
 };
 
 gint64 durationOf(Player* player)
@@ -281,6 +288,8 @@ void seekTo(Player* player, gint64 position)
 
 void setPlaying(Player* player, bool playing)
 {
+    if (playing && player->state == PlayState::NotStarted && player->firstBufferFile)
+        player->awaitingFirstBuffer = true;
     gst_element_set_state(player->playbin, playing ? GST_STATE_PLAYING : GST_STATE_PAUSED);
     player->state = playing ? PlayState::Playing : PlayState::Paused;
 }
@@ -320,6 +329,9 @@ void runCommand(Player* player, std::string line)
         answer(positionOf(player));
     } else if (line == "length") {
         answer(durationOf(player));
+    } else if (line == "ended") {
+        std::printf("%d\n", player->ended ? 1 : 0);
+        std::fflush(stdout);
     } else if (line == "quit") {
         g_main_loop_quit(player->loop);
     } else if (line.rfind("volume ", 0) == 0 && argumentOf(line, 7, &value)) {
@@ -377,6 +389,31 @@ gboolean onBusMessage(GstBus* /*bus*/, GstMessage* message, gpointer data)
     return G_SOURCE_CONTINUE;
 }
 
+GstPadProbeReturn onSinkBuffer(GstPad* /*pad*/, GstPadProbeInfo* /*info*/, gpointer data)
+{
+    auto* player = static_cast<Player*>(data);
+    bool expected = true;
+    if (!player->awaitingFirstBuffer.compare_exchange_strong(expected, false))
+        return GST_PAD_PROBE_OK;
+    if (FILE* file = std::fopen(player->firstBufferFile, "a")) {
+        std::fprintf(file, "%lld\n", static_cast<long long>(g_get_monotonic_time()));
+        std::fclose(file);
+    }
+    return GST_PAD_PROBE_REMOVE;
+}
+
+// libav's MP3 decoder ranks level with mpg123's and wins on its name, but
+// loading libav takes longer than everything else that starting a song does.
+void preferMpg123()
+{
+    GstPluginFeature* mpg123 =
+        gst_registry_find_feature(gst_registry_get(), "mpg123audiodec", GST_TYPE_ELEMENT_FACTORY);
+    if (!mpg123)
+        return;
+    gst_plugin_feature_set_rank(mpg123, GST_RANK_PRIMARY + 1);
+    gst_object_unref(mpg123);
+}
+
 GstElement* makeAudioSink()
 {
     const char* description = std::getenv("MQP_AUDIO_SINK");
@@ -396,6 +433,7 @@ int play(const char* path)
     const std::string uri = uriFor(path);
     if (uri.empty())
         return 1;
+    preferMpg123();
     Player player;
     player.playbin = makeElement("playbin");
     if (!player.playbin)
@@ -410,6 +448,16 @@ int play(const char* path)
             return 1;
         }
         g_object_set(player.playbin, "audio-sink", sink, nullptr);
+        player.firstBufferFile = std::getenv("MQP_FIRST_BUFFER_FILE");
+        if (player.firstBufferFile && *player.firstBufferFile) {
+            GstPad* pad = gst_element_get_static_pad(sink, "sink");
+            if (pad) {
+                gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, onSinkBuffer, &player, nullptr);
+                gst_object_unref(pad);
+            }
+        } else {
+            player.firstBufferFile = nullptr;
+        }
     }
 
     // Preroll now, so that a file that cannot be played ends the program at once.
