@@ -78,10 +78,132 @@ QString joinedFolder(const QString& folder, const QString& sub)
     return sub.isEmpty() ? folder : folder + '/' + sub;
 }
 
+QString fileCount(int count)
+{
+    return count == 1 ? QStringLiteral("1 file") : QStringLiteral("%1 files").arg(count);
+}
+
 } // namespace
 
-MusicSourcesWrapper::MusicSourcesWrapper(QObject* parent) : QObject(parent)
+// One save's export jobs: those the export handlers add to the job list while
+// the save thread posts its requests.
+struct MusicSourcesWrapper::Batch {
+    std::mutex mutex;
+    BatchSummary summary;
+    std::vector<std::shared_ptr<Job>> jobs;
+    QSet<quint64> running;
+    bool dispatching = true;
+    bool reported = false;
+
+    void addJob(const std::shared_ptr<Job>& job)
+    {
+        std::lock_guard lock(mutex);
+        jobs.push_back(job);
+        running.insert(job->id());
+    }
+    void problem(const QString& line)
+    {
+        std::lock_guard lock(mutex);
+        summary.problems << line;
+        ++summary.failed;
+    }
+    // The summary, once: when the save has handed over everything and every job has ended.
+    std::optional<BatchSummary> finished(quint64 endedJob)
+    {
+        std::lock_guard lock(mutex);
+        running.remove(endedJob);
+        if (reported || dispatching || !running.isEmpty())
+            return std::nullopt;
+        reported = true;
+        BatchSummary result = summary;
+        // Files refused before any job took them count as failed.
+        result.files = int(jobs.size()) + summary.failed;
+        for (const auto& job : jobs) {
+            const JobResult outcome = job->result();
+            switch (outcome.outcome) {
+            case JobResult::Outcome::Succeeded:
+                ++result.made;
+                break;
+            case JobResult::Outcome::Failed:
+                ++result.failed;
+                result.problems << QStringLiteral("%1: %2").arg(job->title(), outcome.error);
+                break;
+            case JobResult::Outcome::Cancelled:
+                ++result.cancelled;
+                break;
+            }
+        }
+        return result;
+    }
+};
+
+struct MusicSourcesWrapper::BatchTracker {
+    std::mutex mutex;
+    MusicSourcesWrapper* owner = nullptr;  // cleared first when it goes
+    QList<std::shared_ptr<Batch>> open;
+
+    void add(const std::shared_ptr<Batch>& batch)
+    {
+        std::lock_guard lock(mutex);
+        open.append(batch);
+    }
+    // A job ended (0: the save finished handing over): report the batches that are done.
+    void ended(quint64 job)
+    {
+        std::lock_guard lock(mutex);
+        for (auto it = open.begin(); it != open.end();) {
+            if (const auto summary = (*it)->finished(job)) {
+                // Under the lock, so the owner cannot go meanwhile.
+                if (owner)
+                    emit owner->batchFinished(*summary);
+                it = open.erase(it);
+            } else {
+                ++it;
+            }
+        }
+    }
+};
+
+MusicSourcesWrapper::Batch*& MusicSourcesWrapper::postingBatch()
 {
+    thread_local Batch* batch = nullptr;
+    return batch;
+}
+
+QString MusicSourcesWrapper::BatchSummary::text() const
+{
+    const bool copying = type == QLatin1String("COPY");
+    if (files == 0)
+        return stopped ? QStringLiteral("Stopped before any file was handed over.")
+                       : QStringLiteral("Nothing to %1: the selection holds no music files.")
+                             .arg(copying ? QStringLiteral("copy") : QStringLiteral("convert"));
+    const QString verb = copying ? QStringLiteral("Copied") : QStringLiteral("Converted");
+    const QString into = copying ? QStringLiteral(" to \u201c%1\u201d").arg(folder)
+                                 : QStringLiteral(" to %1 in \u201c%2\u201d").arg(type, folder);
+    QString text = made == files ? QStringLiteral("%1 %2%3.").arg(verb, fileCount(made), into)
+                                 : QStringLiteral("%1 %2 of %3%4.").arg(verb).arg(made).arg(fileCount(files), into);
+    if (failed > 0)
+        text += QStringLiteral(" %1 failed.").arg(failed);
+    if (cancelled > 0 || stopped)
+        text += QStringLiteral(" Stopped before the end.");
+    return text;
+}
+
+MusicSourcesWrapper::MusicSourcesWrapper(QObject* parent)
+    : QObject(parent), batches_(std::make_shared<BatchTracker>())
+{
+    batches_->owner = this;
+    // Jobs that export handlers start while a save thread posts its requests
+    // belong to that save's batch.
+    static const auto collecting = connect(&JobList::shared(), &JobList::jobAdded, [](quint64 id) {
+        if (Batch* batch = postingBatch())
+            if (auto job = JobList::shared().job(id))
+                batch->addJob(job);
+    });
+    Q_UNUSED(collecting);
+    jobsFinishing_ = connect(&JobList::shared(), &JobList::jobFinished,
+                             [batches = batches_](quint64 id) { batches->ended(id); });
+
     NotificationCenter& center = NotificationCenter::defaultCenter();
     center.addObserver(this, VLMSWFileDropNotification, [this](const Notification& n) {
         {
@@ -119,6 +241,11 @@ MusicSourcesWrapper::MusicSourcesWrapper(QObject* parent) : QObject(parent)
 
 MusicSourcesWrapper::~MusicSourcesWrapper()
 {
+    {
+        std::lock_guard lock(batches_->mutex);
+        batches_->owner = nullptr;
+    }
+    disconnect(jobsFinishing_);
     NotificationCenter::defaultCenter().removeObserver(this);
     std::shared_ptr<Job> job;
     {
@@ -250,6 +377,14 @@ QString MusicSourcesWrapper::startingFolderFor(const QString& formatKey)
     return AppPaths::homeDir() + '/' + QStringLiteral("%1 Folder").arg(formatKey);
 }
 
+MusicSourcesWrapper::FolderChoice MusicSourcesWrapper::folderChoiceFor(const QString& formatKey)
+{
+    const QString start = startingFolderFor(formatKey);
+    if (QFileInfo(start).isDir())
+        return {start, {}};
+    return {AppPaths::homeDir(), QStringLiteral("%1 Folder").arg(formatKey)};
+}
+
 QString MusicSourcesWrapper::chooseFolderMessage(const QString& formatKey)
 {
     return QStringLiteral("Please select a folder to export the %1 files.").arg(formatKey);
@@ -356,8 +491,10 @@ void MusicSourcesWrapper::HandleSaveThread(Job& job, QVariantMap request, const 
             showProgress({{"savefilename", name}});
         },
         &unreadable);
+    QStringList skipped;
     for (const QString& name : unreadable) {
         const QString message = FileNames::unreadableNameMessage(name);
+        skipped << message;
         job.addMessage(message);
         if (skipHandler_)
             skipHandler_(message);
@@ -365,11 +502,16 @@ void MusicSourcesWrapper::HandleSaveThread(Job& job, QVariantMap request, const 
     showProgress(savingProgress(), &job);
     request.insert("selectedfiles", gathered.value("selectedfiles"));
     request.insert("destinationpaths", gathered.value("destinationpaths"));
-    saveFiles(request, &job);
+    saveFiles(request, &job, skipped);
     emit progressSheetEnded(1);
 }
 
 void MusicSourcesWrapper::saveFiles(const QVariantMap& request, Job* job)
+{
+    saveFiles(request, job, {});
+}
+
+void MusicSourcesWrapper::saveFiles(const QVariantMap& request, Job* job, const QStringList& skipped)
 {
     const QString type = request.value("type").toString();
     {
@@ -386,6 +528,17 @@ void MusicSourcesWrapper::saveFiles(const QVariantMap& request, Job* job)
     const QString notification = exportNotificationName(type);
     if (job)
         job->setProgress(0);
+    auto batch = std::make_shared<Batch>();
+    batch->summary.type = type;
+    batch->summary.folder = folder;
+    for (const QString& message : skipped)
+        batch->problem(message);
+    batches_->add(batch);
+    const auto fail = [&](const QString& path, const QString& reason) {
+        batch->problem(QStringLiteral("%1: %2").arg(path, reason));
+        if (failureHandler_)
+            failureHandler_(path, reason);
+    };
 
     // Each request decodes into an intermediate of its own, in a folder only the
     // user may enter.
@@ -403,14 +556,13 @@ void MusicSourcesWrapper::saveFiles(const QVariantMap& request, Job* job)
         createDirectoriesAtPath(destinationFolder);
         if (!QFileInfo(destinationFolder).isDir()) {
             // Said once per folder; its files are skipped rather than half-written.
-            if (!unwritableFolders.contains(destinationFolder) && failureHandler_)
-                failureHandler_(destinationFolder, QStringLiteral("the folder cannot be created"));
+            if (!unwritableFolders.contains(destinationFolder))
+                fail(destinationFolder, QStringLiteral("the folder cannot be created"));
             unwritableFolders.insert(destinationFolder);
             continue;
         }
         if (!QFileInfo(source).isReadable()) {
-            if (failureHandler_)
-                failureHandler_(source, QStringLiteral("the file cannot be read"));
+            fail(source, QStringLiteral("the file cannot be read"));
             continue;
         }
         const QString destination = uniqueFilename(source, destinationFolder, fileType, flashSettings);
@@ -425,18 +577,25 @@ void MusicSourcesWrapper::saveFiles(const QVariantMap& request, Job* job)
             FileNames::release(destination);
             if (cancel_)
                 break;
-            if (failureHandler_)
-                failureHandler_(source, QStringLiteral("no export job makes %1 files").arg(fileType));
+            fail(source, QStringLiteral("no export job makes %1 files").arg(fileType));
             continue;
         }
         showProgress({{"savefilename", QFileInfo(destination).fileName()}});
         if (dispatchHandler_)
             dispatchHandler_(source, destination);
         // The export job releases the reserved name when it fails or is cancelled.
+        postingBatch() = batch.get();
         NotificationCenter::defaultCenter().post(notification, exportRequest);
+        postingBatch() = nullptr;
         if (job)
             job->setProgress(100.0 * (index + 1) / files.size());
     }
+    {
+        std::lock_guard lock(batch->mutex);
+        batch->summary.stopped = cancel_;
+        batch->dispatching = false;
+    }
+    batches_->ended(0);
 }
 
 QString MusicSourcesWrapper::uniqueFilename(const QString& source, const QString& folder, const QString& type,
