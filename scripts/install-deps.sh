@@ -18,6 +18,8 @@ packages=(
   vorbis-tools libid3-tools id3v2 genisoimage dosfstools
   # tests, benchmarks, fuzzing
   googletest libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev
+  # screenshots of the window (scripts/screenshots.sh)
+  xvfb xauth
 )
 
 missing=()

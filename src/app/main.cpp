@@ -1,13 +1,15 @@
-#include "tabs/AppControllers.h"
-#include "disc/MountedCDWrapper.h"
 #include "core/MyController.h"
+#include "disc/MountedCDWrapper.h"
 #include "platform/Desktop.h"
 #include "platform/SingleInstance.h"
+#include "tabs/AppControllers.h"
 #include "ui/MainWindow.h"
+#include "ui/ScreenshotTour.h"
 
 #include <QApplication>
 #include <QDesktopServices>
 #include <QFileInfo>
+#include <QIcon>
 #include <QUrl>
 
 #include <cstdio>
@@ -33,6 +35,9 @@ int main(int argc, char** argv)
     QApplication::setApplicationName(QStringLiteral("Velmora"));
     QApplication::setApplicationVersion(QStringLiteral(VELMORA_VERSION));
     QApplication::setDesktopFileName(QStringLiteral("velmora"));
+    // Outside a desktop session no icon theme is named: take the one Debian installs.
+    if (QIcon::themeName().isEmpty() || QIcon::themeName() == QLatin1String("hicolor"))
+        QIcon::setThemeName(QStringLiteral("Adwaita"));
 
     QStringList files;
     for (const QString& argument : app.arguments().mid(1))
@@ -70,5 +75,7 @@ int main(int argc, char** argv)
 
     window.show();
     controller.applicationDidFinishLaunching();
+    if (const QString pictures = qEnvironmentVariable("VELMORA_SCREENSHOTS"); !pictures.isEmpty())
+        startScreenshotTour(&window, pictures);
     return app.exec();
 }

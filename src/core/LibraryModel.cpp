@@ -58,7 +58,7 @@ const QIcon& audioIcon()
     return icon;
 }
 
-} // namespace
+}  // namespace
 
 // The worker threads that read tags, shared with the model until it goes.
 struct LibraryModel::Reader {
@@ -130,9 +130,7 @@ void LibraryModel::setTagReader(TagReader reader)
 }
 
 LibraryModel::LibraryModel(QObject* parent)
-    : QAbstractItemModel(parent),
-      watcher_(new QFileSystemWatcher(this)),
-      changeTimer_(new QTimer(this))
+    : QAbstractItemModel(parent), watcher_(new QFileSystemWatcher(this)), changeTimer_(new QTimer(this))
 {
     if (sharedTagReader()) {
         reader_ = std::make_shared<Reader>();

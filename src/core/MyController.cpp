@@ -152,8 +152,8 @@ void MyController::waitForTasks()
         if (quitNow && now >= quitDeadline_.load())
             break;
         if (now >= nextCount) {
-            QMetaObject::invokeMethod(this, [this, count] { displayTasksRemainingOnMainThread(count); },
-                                      Qt::QueuedConnection);
+            QMetaObject::invokeMethod(
+                this, [this, count] { displayTasksRemainingOnMainThread(count); }, Qt::QueuedConnection);
             nextCount = now + 1s;
         }
         std::this_thread::sleep_for(50ms);

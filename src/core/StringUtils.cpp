@@ -45,7 +45,7 @@ QCollator& finderCollator()
     }();
     return collator;
 }
-} // namespace
+}  // namespace
 
 int finderCompare(const QString& a, const QString& b)
 {

@@ -189,8 +189,7 @@ QString MusicSourcesWrapper::BatchSummary::text() const
     return text;
 }
 
-MusicSourcesWrapper::MusicSourcesWrapper(QObject* parent)
-    : QObject(parent), batches_(std::make_shared<BatchTracker>())
+MusicSourcesWrapper::MusicSourcesWrapper(QObject* parent) : QObject(parent), batches_(std::make_shared<BatchTracker>())
 {
     batches_->owner = this;
     // Jobs that export handlers start while a save thread posts its requests
@@ -201,8 +200,8 @@ MusicSourcesWrapper::MusicSourcesWrapper(QObject* parent)
                 batch->addJob(job);
     });
     Q_UNUSED(collecting);
-    jobsFinishing_ = connect(&JobList::shared(), &JobList::jobFinished,
-                             [batches = batches_](quint64 id) { batches->ended(id); });
+    jobsFinishing_ =
+        connect(&JobList::shared(), &JobList::jobFinished, [batches = batches_](quint64 id) { batches->ended(id); });
 
     NotificationCenter& center = NotificationCenter::defaultCenter();
     center.addObserver(this, VLMSWFileDropNotification, [this](const Notification& n) {

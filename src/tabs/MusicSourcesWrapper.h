@@ -98,11 +98,11 @@ public:
 
     // What one save came to once every export job it handed work to has ended.
     struct BatchSummary {
-        QString type;          // the format key; "COPY" for copies
-        QString folder;        // the destination folder
-        int files = 0;         // every file of the save: made, failed or cancelled
+        QString type;    // the format key; "COPY" for copies
+        QString folder;  // the destination folder
+        int files = 0;   // every file of the save: made, failed or cancelled
         int made = 0;
-        int failed = 0;        // failed export jobs and files that could not be handed over
+        int failed = 0;  // failed export jobs and files that could not be handed over
         int cancelled = 0;
         bool stopped = false;  // the save was cancelled
         QStringList problems;  // one line per failure, naming the file

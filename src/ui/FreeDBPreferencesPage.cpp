@@ -31,6 +31,8 @@ FreeDBPreferencesPage::FreeDBPreferencesPage(FreeDBWrapper* freedb, QWidget* par
     status_->setTextInteractionFlags(Qt::TextSelectableByMouse);
 
     auto* refresh = new QPushButton(tr("Refresh List"));
+    refresh->setToolTip(tr("Ask the FreeDB server for its list of mirror servers"));
+    makeDefault_->setToolTip(tr("Look discs up on the selected server from now on"));
     connect(refresh, &QPushButton::clicked, this, [this] { freedb_->refreshHostList(); });
     connect(makeDefault_, &QPushButton::clicked, this, [this] { freedb_->makeDefaultHost(table_->currentRow()); });
     connect(table_, &QTableWidget::itemSelectionChanged, this,

@@ -42,6 +42,8 @@ LamePreferencesPage::LamePreferencesPage(LameWrapper* lame, QWidget* parent)
     statusIndicator_->setFixedSize(14, 14);
 
     auto* locateButton = new QPushButton(tr("Locate…"));
+    locateButton->setToolTip(tr("Choose the lame program Velmora runs to make MP3 files"));
+    downloadButton_->setToolTip(tr("Fetch and install lame for your user only"));
     connect(locateButton, &QPushButton::clicked, this, &LamePreferencesPage::findLame);
     connect(downloadButton_, &QPushButton::clicked, lame_, &LameWrapper::downloadLame);
 

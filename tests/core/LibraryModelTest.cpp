@@ -179,7 +179,9 @@ TEST_F(LibraryModelTest, OrdersNamesTheFinderWayAndFillsTheTagColumnsFromWorkerT
         const QString name = QFileInfo(path).completeBaseName();
         if (name == "b")
             return std::nullopt;  // unreadable: the row stays without tags
-        QVariantMap record{{"title", name.toUpper()}, {"artist", "Artist " + name}, {"album", "Album"},
+        QVariantMap record{{"title", name.toUpper()},
+                           {"artist", "Artist " + name},
+                           {"album", "Album"},
                            {"duration", name.startsWith("a long") ? "3725" : "65"}};
         return record;
     });

@@ -257,8 +257,8 @@ TEST(MusicSave, RealEncodersConvertIntoUniqueNames)
     MusicSourcesWrapper music;
     QSignalSpy batches(&music, &MusicSourcesWrapper::batchFinished);
     auto convert = [&](const QVariantMap& flash, const QStringList& files = {}) {
-        QVariantMap request{{"type", "MP3"}, {"destinationfolder", out},
-                            {"selectedfiles", files.isEmpty() ? QStringList{mp3} : files}};
+        QVariantMap request{
+            {"type", "MP3"}, {"destinationfolder", out}, {"selectedfiles", files.isEmpty() ? QStringList{mp3} : files}};
         if (!flash.isEmpty())
             request.insert("flashpanelsettings", flash);
         music.saveFiles(request);
