@@ -7,6 +7,8 @@
 #include "core/StringUtils.h"
 #include "platform/AppPaths.h"
 #include "platform/FileNames.h"
+#include "platform/SafeFile.h"
+#include "playlists/M3uManager.h"
 #include "playlists/PlaylistFiles.h"
 #include "tabs/FolderCollector.h"
 
@@ -123,6 +125,7 @@ struct MusicSourcesWrapper::Batch {
             switch (outcome.outcome) {
             case JobResult::Outcome::Succeeded:
                 ++result.made;
+                result.madeFiles << outcome.files;
                 break;
             case JobResult::Outcome::Failed:
                 ++result.failed;
@@ -150,16 +153,31 @@ struct MusicSourcesWrapper::BatchTracker {
     // A job ended (0: the save finished handing over): report the batches that are done.
     void ended(quint64 job)
     {
-        std::lock_guard lock(mutex);
-        for (auto it = open.begin(); it != open.end();) {
-            if (const auto summary = (*it)->finished(job)) {
-                // Under the lock, so the owner cannot go meanwhile.
-                if (owner)
-                    emit owner->batchFinished(*summary);
-                it = open.erase(it);
-            } else {
-                ++it;
+        QList<BatchSummary> done;
+        {
+            std::lock_guard lock(mutex);
+            for (auto it = open.begin(); it != open.end();) {
+                if (const auto summary = (*it)->finished(job)) {
+                    done << *summary;
+                    it = open.erase(it);
+                } else {
+                    ++it;
+                }
             }
+        }
+        if (done.isEmpty())
+            return;
+        const bool withM3U = Defaults::standard().integerForKey(QStringLiteral("prefsCreateM3UStored")) != 0;
+        for (BatchSummary& summary : done) {
+            QString error;
+            if (withM3U && summary.made > 0 && (summary.m3u = writeBatchM3U(summary, &error)).isEmpty())
+                summary.problems << QStringLiteral("The M3U playlist was not written: %1").arg(error);
+        }
+        // Under the lock, so the owner cannot go meanwhile.
+        std::lock_guard lock(mutex);
+        for (const BatchSummary& summary : done) {
+            if (owner)
+                emit owner->batchFinished(summary);
         }
     }
 };
@@ -186,7 +204,26 @@ QString MusicSourcesWrapper::BatchSummary::text() const
         text += QStringLiteral(" %1 failed.").arg(failed);
     if (cancelled > 0 || stopped)
         text += QStringLiteral(" Stopped before the end.");
+    if (!m3u.isEmpty())
+        text += QStringLiteral(" Their M3U playlist is \u201c%1\u201d.").arg(QFileInfo(m3u).fileName());
     return text;
+}
+
+QString MusicSourcesWrapper::writeBatchM3U(const BatchSummary& summary, QString* error)
+{
+    const QDir folder(summary.folder);
+    QString text = QStringLiteral("#EXTM3U\n");
+    for (const QString& file : summary.madeFiles) {
+        const QString title = m3uManager::getSongName(file).value_or(QFileInfo(file).completeBaseName());
+        text += QStringLiteral("#EXTINF:%1,%2\n%3\n")
+                    .arg(m3uManager::getSongTime(file), title, folder.relativeFilePath(file));
+    }
+    const QString name = QFileInfo(summary.folder).fileName();
+    const QString target = uniqueFilename(folder.filePath(name + QStringLiteral(".m3u")), summary.folder,
+                                          QStringLiteral("m3u"), {});
+    const bool written = SafeFile::writeFile(target, text.toUtf8(), error);
+    FileNames::release(target);  // a written file stays; a reservation left empty goes
+    return written ? target : QString();
 }
 
 MusicSourcesWrapper::MusicSourcesWrapper(QObject* parent) : QObject(parent), batches_(std::make_shared<BatchTracker>())

@@ -106,9 +106,14 @@ public:
         int cancelled = 0;
         bool stopped = false;  // the save was cancelled
         QStringList problems;  // one line per failure, naming the file
+        QStringList madeFiles; // in the order they were handed over
+        QString m3u;           // the M3U playlist written beside them (prefsCreateM3UStored)
         // One sentence for the status line.
         QString text() const;
     };
+    // Writes the M3U playlist of a batch's files into its folder, named after
+    // the folder (numbered when the name is taken); "" when it cannot.
+    static QString writeBatchM3U(const BatchSummary& summary, QString* error = nullptr);
 
     // Burning and copying to a flash player.
     void burnCDDispatcher(const QString& kindTitle, const Selection& selection);

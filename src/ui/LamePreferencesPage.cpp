@@ -15,6 +15,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QVBoxLayout>
@@ -38,7 +39,10 @@ LamePreferencesPage::LamePreferencesPage(LameWrapper* lame, QWidget* parent)
     versionField_->setMaximumBlockCount(200);
     explanationField_->setWordWrap(true);
     linkField_->setOpenExternalLinks(false);
-    connect(linkField_, &QLabel::linkActivated, this, [](const QString& url) { Desktop::openUrl(url); });
+    connect(linkField_, &QLabel::linkActivated, this, [this](const QString& url) {
+        if (!Desktop::openUrl(url))
+            QMessageBox::warning(this, tr("LAME"), tr("No web browser could open \u201c%1\u201d.").arg(url));
+    });
     statusIndicator_->setFixedSize(14, 14);
 
     auto* locateButton = new QPushButton(tr("Locate…"));

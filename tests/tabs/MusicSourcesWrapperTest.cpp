@@ -268,9 +268,14 @@ TEST(MusicSave, RealEncodersConvertIntoUniqueNames)
         EXPECT_TRUE(batches.count() > 0 || batches.wait(5000));
         return batches.takeLast().at(0).value<MusicSourcesWrapper::BatchSummary>();
     };
+    // With the preference set, an M3U playlist of the batch lands beside its files.
+    Defaults::standard().setInteger("prefsCreateM3UStored", 1);
     convert({});
+    Defaults::standard().setInteger("prefsCreateM3UStored", 0);
     ASSERT_TRUE(QFileInfo(out + "/a 1.MP3").size() > 1000);
-    EXPECT_EQ(lastSummary().text(), "Converted 1 file to MP3 in \u201c" + out + "\u201d.");
+    EXPECT_EQ(lastSummary().text(),
+              "Converted 1 file to MP3 in \u201c" + out + "\u201d. Their M3U playlist is \u201cout.m3u\u201d.");
+    EXPECT_EQ(testsupport::readFile(out + "/out.m3u"), "#EXTM3U\n#EXTINF:1,Tone\na 1.MP3\n");
     QByteArray probe;
     testsupport::run("ffprobe", {"-v", "error", "-show_entries", "stream=codec_name:format_tags=title", "-of",
                                  "default=nw=1", out + "/a 1.MP3"}, &probe);
