@@ -37,7 +37,8 @@ QList<QPair<QString, QString>> libraryVersions()
         // TagLib and libplist do not tell their version at run time: these are the ones built against.
         {QStringLiteral("TagLib"), dotted(TAGLIB_MAJOR_VERSION, TAGLIB_MINOR_VERSION, TAGLIB_PATCH_VERSION)},
         {QStringLiteral("libplist"), QStringLiteral(VELMORA_LIBPLIST_VERSION)},
-        {QStringLiteral("libcdio"), QString::fromLatin1(cdio_version_string)},
+        // "2.1.0 x86_64-pc-linux-gnu": the version, without the machine it was built for.
+        {QStringLiteral("libcdio"), QString::fromLatin1(cdio_version_string).section(' ', 0, 0)},
         {QStringLiteral("libburn"), dotted(burnMajor, burnMinor, burnMicro)},
         {QStringLiteral("libisofs"), dotted(isoMajor, isoMinor, isoMicro)},
         {QStringLiteral("libvorbis"), vorbis},

@@ -5,9 +5,12 @@
 #include <QDir>
 #include <QFileDialog>
 #include <QGridLayout>
+#include <QHeaderView>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QSplitter>
+#include <QTreeView>
 
 QFileDialog* openFolderChooser(QWidget* parent, const QString& title, const QString& message, const QString& openIn,
                                const QString& newFolderName, std::function<void(const QString& folder)> chosen)
@@ -19,6 +22,12 @@ QFileDialog* openFolderChooser(QWidget* parent, const QString& title, const QStr
     chooser->setLabelText(QFileDialog::Accept, QObject::tr("Choose"));
     chooser->setWindowModality(Qt::WindowModal);
     chooser->setAttribute(Qt::WA_DeleteOnClose);
+    // The places and the dates shown whole.
+    chooser->resize(780, 480);
+    if (auto* places = chooser->findChild<QSplitter*>(QStringLiteral("splitter")))
+        places->setSizes({180, 600});
+    if (auto* details = chooser->findChild<QTreeView*>(QStringLiteral("treeView")))
+        details->header()->setStretchLastSection(true);
     if (auto* grid = qobject_cast<QGridLayout*>(chooser->layout())) {
         auto* explanation = new QLabel(message, chooser);
         explanation->setObjectName(QStringLiteral("chooserMessage"));

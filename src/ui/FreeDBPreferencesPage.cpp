@@ -80,6 +80,8 @@ void FreeDBPreferencesPage::reloadTable()
         for (int column = 0; column < 4; ++column)
             table_->setItem(row, column, new QTableWidgetItem(server.value(kColumns[column]).toString()));
     }
+    // Host names and paths shown whole; the location takes what is left.
+    table_->resizeColumnsToContents();
     table_->clearSelection();
     makeDefault_->setEnabled(false);
 }

@@ -6,9 +6,12 @@
 #include <QIcon>
 #include <QLabel>
 #include <QProgressBar>
+#include <QScrollArea>
 #include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
+
+#include <algorithm>
 
 namespace {
 
@@ -22,8 +25,8 @@ QToolButton* makeButton(const QString& iconName, const QString& text, const QStr
     const QIcon icon = QIcon::fromTheme(iconName);
     button->setIcon(icon);
     button->setText(text);
-    // Without an icon theme the button still says what it does.
-    button->setToolButtonStyle(icon.isNull() ? Qt::ToolButtonTextOnly : Qt::ToolButtonIconOnly);
+    // The word beside the icon: a red dot alone does not say what it does.
+    button->setToolButtonStyle(icon.isNull() ? Qt::ToolButtonTextOnly : Qt::ToolButtonTextBesideIcon);
     button->setToolTip(toolTip);
     button->setAutoRaise(true);
     return button;
@@ -32,12 +35,24 @@ QToolButton* makeButton(const QString& iconName, const QString& text, const QStr
 }  // namespace
 
 JobListView::JobListView(QWidget* parent)
-    : QFrame(parent), layout_(new QVBoxLayout(this)), refreshTimer_(new QTimer(this))
+    : QFrame(parent), layout_(new QVBoxLayout), refreshTimer_(new QTimer(this))
 {
     setObjectName(QStringLiteral("jobList"));
     setFrameShape(QFrame::StyledPanel);
+    // A batch of hundreds of files lists hundreds of jobs: past a few rows they scroll.
+    auto* rows = new QWidget;
+    rows->setLayout(layout_);
+    scroll_ = new QScrollArea;
     layout_->setContentsMargins(6, 4, 6, 4);
     layout_->setSpacing(2);
+    layout_->addStretch();
+    scroll_->setFrameShape(QFrame::NoFrame);
+    scroll_->setWidgetResizable(true);
+    scroll_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    scroll_->setWidget(rows);
+    auto* outer = new QVBoxLayout(this);
+    outer->setContentsMargins(0, 0, 0, 0);
+    outer->addWidget(scroll_);
     refreshTimer_->setSingleShot(true);
     refreshTimer_->setInterval(kRefreshDelayMs);
     connect(refreshTimer_, &QTimer::timeout, this, &JobListView::refreshPending);
@@ -174,4 +189,6 @@ void JobListView::updateVisibility()
     // A panel of its window: shown while it lists something (never as a window of its own).
     if (parentWidget())
         setVisible(!rows_.empty());
+    // As tall as its rows, up to about seven of them.
+    scroll_->setFixedHeight(std::min(scroll_->widget()->sizeHint().height(), 12 * fontMetrics().lineSpacing()));
 }

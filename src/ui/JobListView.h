@@ -6,6 +6,7 @@
 
 class QLabel;
 class QProgressBar;
+class QScrollArea;
 class QTimer;
 class QToolButton;
 class QVBoxLayout;
@@ -43,6 +44,7 @@ private:
     void updateVisibility();
 
     QVBoxLayout* layout_;
+    QScrollArea* scroll_ = nullptr;
     std::map<quint64, Row> rows_;  // by job id, which grows with age
     QSet<quint64> pending_;
     QTimer* refreshTimer_;

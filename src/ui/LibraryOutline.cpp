@@ -18,7 +18,7 @@ LibraryModel* setUpLibraryOutline(QTreeView* view, const QString& name)
     QHeaderView* header = view->header();
     header->setStretchLastSection(false);
     header->setSectionResizeMode(QHeaderView::Interactive);
-    const int widths[] = {260, 170, 130, 130, 70};
+    const int widths[] = {230, 140, 110, 110, 60};
     for (int column = 0; column < LibraryModel::ColumnCount; ++column)
         header->resizeSection(column, widths[column]);
     // An opened folder shows what is on disk now.

@@ -199,6 +199,7 @@ MusicTab::MusicTab(AppControllers& controllers, QWidget* parent)
     splitter->addWidget(right);
     splitter->setStretchFactor(0, 3);
     splitter->setStretchFactor(1, 2);
+    splitter->setSizes({3000, 2000});  // the library's columns want the room first
 
     // Actions.
     auto* actions = new QHBoxLayout;

@@ -2,11 +2,14 @@
 
 #include "core/Job.h"
 #include "core/LibraryModel.h"
+#include "ui/AboutBox.h"
 #include "ui/MainWindow.h"
 #include "ui/MusicTab.h"
+#include "ui/PlaylistPanel.h"
 #include "ui/PreferencesDialog.h"
 
 #include <QApplication>
+#include <QDialog>
 #include <QDir>
 #include <QPixmap>
 #include <QTabWidget>
@@ -26,18 +29,45 @@ void openLibrary(MainWindow* window)
         auto* model = qobject_cast<LibraryModel*>(outline->model());
         if (!model)
             continue;
-        // The last root (the library the user added), and its first folder.
-        const QModelIndex root = model->index(model->rowCount() - 1, 0);
-        outline->expand(root);
-        model->fetchMore(root);
-        for (int row = 0; row < model->rowCount(root); ++row) {
-            const QModelIndex child = model->index(row, 0, root);
-            if (model->hasChildren(child)) {
-                outline->expand(child);
-                break;
+        // The last root (the library the user added), down its first folders to its first files.
+        QModelIndex folder = model->index(model->rowCount() - 1, 0);
+        for (int depth = 0; folder.isValid() && depth < 4; ++depth) {
+            outline->expand(folder);
+            model->fetchMore(folder);
+            QModelIndex next;
+            for (int row = 0; row < model->rowCount(folder) && !next.isValid(); ++row) {
+                if (model->hasChildren(model->index(row, 0, folder)))
+                    next = model->index(row, 0, folder);
             }
+            folder = next;
         }
     }
+}
+
+void selectLibrary(MainWindow* window)
+{
+    QTreeView* outline = window->musicTab()->libraryOutline();
+    const QModelIndex root = outline->model()->index(outline->model()->rowCount() - 1, 0);
+    outline->setCurrentIndex(root);
+    outline->selectionModel()->select(root, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+}
+
+// A file name from a visible title: "&Music" gives "music", "Tag Editor" gives "tag-editor".
+QString pictureName(QString title)
+{
+    return title.remove('&').trimmed().toLower().replace(' ', '-');
+}
+
+// The dialog the last action opened: the modal one on top, else any other window shown.
+QDialog* openDialog(MainWindow* window)
+{
+    if (auto* modal = qobject_cast<QDialog*>(QApplication::activeModalWidget()))
+        return modal;
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (widget != window && widget->isVisible() && qobject_cast<QDialog*>(widget))
+            return static_cast<QDialog*>(widget);
+    }
+    return nullptr;
 }
 
 }  // namespace
@@ -47,35 +77,72 @@ void startScreenshotTour(MainWindow* window, const QString& folder)
     QDir().mkpath(folder);
     QList<std::function<void()>> steps;
     const auto save = [folder](QWidget* widget, const QString& name) {
-        widget->grab().save(QDir(folder).filePath(name + QStringLiteral(".png")));
+        if (!widget)
+            qWarning("No window to take as %s", qPrintable(name));
+        else if (!widget->grab().save(QDir(folder).filePath(name + QStringLiteral(".png"))))
+            qWarning("Could not save %s", qPrintable(name));
     };
-    steps << [window] { openLibrary(window); };
-    const QStringList names = {"music", "play", "rip", "tag", "clip", "stores"};
-    for (int tab = 0; tab < names.size(); ++tab) {
+    // Takes the dialog an action opened, then closes it.
+    const auto dialogStep = [window, save](std::function<void()> open, const QString& name) {
+        return QList<std::function<void()>>{open, [window, save, name] {
+                                                QDialog* dialog = openDialog(window);
+                                                save(dialog, name);
+                                                if (dialog)
+                                                    dialog->reject();
+                                            }};
+    };
+    // Wide enough for the library's columns, within the 1280 x 800 screen of the script.
+    steps << [window] {
+        window->resize(1200, 740);
+        openLibrary(window);
+    };
+    // Every tab the window has, named by its title.
+    for (int tab = 0; tab < window->tabs()->count(); ++tab) {
         steps << [window, tab] { window->tabs()->setCurrentIndex(tab); };
-        steps << [window, save, name = names[tab]] { save(window, name); };
+        steps << [window, save, tab] { save(window, pictureName(window->tabs()->tabText(tab))); };
     }
-    // A conversion of the library's folder, with its jobs listed below the tabs.
+
+    steps << [window] {
+        window->tabs()->setCurrentIndex(MainWindow::MusicTabIndex);
+        selectLibrary(window);
+    };
+    steps << dialogStep([window] { window->musicTab()->convert(); }, QStringLiteral("convert-folder-chooser"));
+    // A conversion of the library, with its jobs listed below the tabs.
     const QString converted = QDir(folder).filePath(QStringLiteral(".converted"));
     steps << [window, converted] {
-        window->tabs()->setCurrentIndex(MainWindow::MusicTabIndex);
-        QTreeView* outline = window->musicTab()->libraryOutline();
-        const QModelIndex root = outline->model()->index(outline->model()->rowCount() - 1, 0);
-        outline->selectionModel()->select(root, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+        selectLibrary(window);
         window->musicTab()->convertInto(QStringLiteral("OGG"), converted);
     };
+    // The sheet while files are handed over, then the window with some of them under way.
+    steps << [window, save] { save(openDialog(window), QStringLiteral("music-converting-sheet")); };
+    for (int wait = 0; wait < 5; ++wait)
+        steps << [] {};
     steps << [window, save] { save(window, QStringLiteral("music-converting")); };
-    steps << [window] { window->showPreferences(); };
-    steps << [window, save] {
-        if (auto* preferences = window->findChild<PreferencesDialog*>())
-            save(preferences, QStringLiteral("preferences"));
-    };
-    steps << [converted] {
+    steps << [window, converted] {
         JobList::shared().cancelAll();
         JobList::shared().waitForAll(10000);
         QDir(converted).removeRecursively();
-        QApplication::exit(0);
     };
+
+    steps << dialogStep([window] { window->addToLibrary(); }, QStringLiteral("add-folder-chooser"));
+    steps << dialogStep([window] { window->musicTab()->exportM3U(); }, QStringLiteral("export-m3u"));
+    steps << dialogStep([window] { window->musicTab()->playlistPanel()->confirmDeletePlaylist(); },
+                        QStringLiteral("delete-playlist"));
+    steps << dialogStep([window] { AboutBox::show(window); }, QStringLiteral("about"));
+
+    // The Preferences window, one picture per page.
+    steps << [window] { window->showPreferences(); };
+    steps << [window, save] {
+        auto* preferences = window->findChild<PreferencesDialog*>();
+        auto* pages = preferences ? preferences->findChild<QTabWidget*>() : nullptr;
+        for (int page = 0; pages && page < pages->count(); ++page) {
+            pages->setCurrentIndex(page);
+            save(preferences, QStringLiteral("preferences-") + pictureName(pages->tabText(page)));
+        }
+        if (preferences)
+            preferences->reject();
+    };
+    steps << [] { QApplication::exit(0); };
 
     auto* timer = new QTimer(window);
     timer->setInterval(kSettleMs / 3);

@@ -113,7 +113,8 @@ TEST_F(JobListViewTest, AFailedJobShowsWhyUntilItIsDismissedAndASuccessLeaves)
     HeldJob bad("Writing tags");
     ASSERT_TRUE(QTest::qWaitFor([&] { return view.rowCount() == 2; }, 5000));
     // Oldest first.
-    EXPECT_LT(view.layout()->indexOf(view.rowFor(good.job->id())), view.layout()->indexOf(view.rowFor(bad.job->id())));
+    const QLayout* rows = view.rowFor(good.job->id())->parentWidget()->layout();
+    EXPECT_LT(rows->indexOf(view.rowFor(good.job->id())), rows->indexOf(view.rowFor(bad.job->id())));
 
     good.finish();
     bad.finish("\"x.mp3\" is read-only; it was left as it is.");
