@@ -2,6 +2,7 @@
 
 #include "core/Job.h"
 
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QLabel>
@@ -53,6 +54,8 @@ JobListView::JobListView(QWidget* parent)
     auto* outer = new QVBoxLayout(this);
     outer->setContentsMargins(0, 0, 0, 0);
     outer->addWidget(scroll_);
+    setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
+    rows->installEventFilter(this);
     refreshTimer_->setSingleShot(true);
     refreshTimer_->setInterval(kRefreshDelayMs);
     connect(refreshTimer_, &QTimer::timeout, this, &JobListView::refreshPending);
@@ -70,6 +73,21 @@ JobListView::JobListView(QWidget* parent)
 }
 
 JobListView::~JobListView() = default;
+
+QSize JobListView::sizeHint() const
+{
+    // As tall as its rows, up to about seven of them.
+    const QSize rows = scroll_->widget()->sizeHint();
+    return {rows.width(), std::min(rows.height(), 12 * fontMetrics().lineSpacing()) + 2 * frameWidth()};
+}
+
+bool JobListView::eventFilter(QObject* watched, QEvent* event)
+{
+    // A row shown, hidden or grown: the window gives this panel a new height.
+    if (watched == scroll_->widget() && event->type() == QEvent::LayoutRequest)
+        updateGeometry();
+    return QFrame::eventFilter(watched, event);
+}
 
 QWidget* JobListView::rowFor(quint64 id) const
 {
@@ -189,6 +207,4 @@ void JobListView::updateVisibility()
     // A panel of its window: shown while it lists something (never as a window of its own).
     if (parentWidget())
         setVisible(!rows_.empty());
-    // As tall as its rows, up to about seven of them.
-    scroll_->setFixedHeight(std::min(scroll_->widget()->sizeHint().height(), 12 * fontMetrics().lineSpacing()));
 }

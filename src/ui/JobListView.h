@@ -27,6 +27,11 @@ public:
     // jobStatus, jobCancel and jobDismiss.
     QWidget* rowFor(quint64 id) const;
 
+    QSize sizeHint() const override;
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
     struct Row {
         QWidget* widget = nullptr;

@@ -6,14 +6,18 @@
 #include <QLabel>
 #include <QLayout>
 #include <QProgressBar>
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QTabWidget>
 #include <QTest>
 #include <QToolButton>
+#include <QVBoxLayout>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <thread>
 
 namespace {
@@ -155,4 +159,27 @@ TEST_F(JobListViewTest, AJobStartedBeforeTheWindowIsShownAndSeenFromEveryTab)
     ASSERT_TRUE(QTest::qWaitFor([&] { return list->rowFor(early.job->id()) == nullptr; }, 5000));
     // Shown exactly while something is listed (the window's own start-up jobs may still be).
     EXPECT_EQ(list->isVisible(), list->rowCount() > 0);
+}
+
+TEST_F(JobListViewTest, ABatchOfManyJobsScrollsInsteadOfGrowingTheWindow)
+{
+    auto* layout = new QVBoxLayout(&parent);
+    layout->addWidget(new QWidget, 1);  // the tabs above it
+    layout->addWidget(&view);
+    parent.resize(800, 600);
+    parent.show();
+    std::vector<std::unique_ptr<HeldJob>> jobs;
+    for (int i = 0; i < 40; ++i)
+        jobs.push_back(std::make_unique<HeldJob>(QStringLiteral("Converting %1.wav to OGG").arg(i)));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return view.rowCount() == 40; }, 5000));
+    QTest::qWait(50);
+    // A few rows tall, the window keeps its size, and the last job is still reachable.
+    const int rowHeight = view.rowFor(jobs.front()->job->id())->height();
+    EXPECT_GE(view.height(), 3 * rowHeight);
+    EXPECT_LE(view.height(), 12 * rowHeight);
+    EXPECT_EQ(parent.height(), 600);
+    auto* scroll = view.findChild<QScrollArea*>();
+    ASSERT_TRUE(scroll);
+    scroll->ensureWidgetVisible(view.rowFor(jobs.back()->job->id()));
+    EXPECT_GT(scroll->verticalScrollBar()->value(), 0);
 }
