@@ -142,7 +142,12 @@ void startScreenshotTour(MainWindow* window, const QString& folder)
         if (preferences)
             preferences->reject();
     };
-    steps << [] { QApplication::exit(0); };
+    // A FreeDB lookup the Preferences window began ends before the program does.
+    steps << [] {
+        JobList::shared().cancelAll();
+        JobList::shared().waitForAll(10000);
+        QApplication::exit(0);
+    };
 
     auto* timer = new QTimer(window);
     timer->setInterval(kSettleMs / 3);

@@ -172,11 +172,10 @@ TEST_F(JobListViewTest, ABatchOfManyJobsScrollsInsteadOfGrowingTheWindow)
     for (int i = 0; i < 40; ++i)
         jobs.push_back(std::make_unique<HeldJob>(QStringLiteral("Converting %1.wav to OGG").arg(i)));
     ASSERT_TRUE(QTest::qWaitFor([&] { return view.rowCount() == 40; }, 5000));
-    QTest::qWait(50);
-    // A few rows tall, the window keeps its size, and the last job is still reachable.
-    const int rowHeight = view.rowFor(jobs.front()->job->id())->height();
-    EXPECT_GE(view.height(), 3 * rowHeight);
-    EXPECT_LE(view.height(), 12 * rowHeight);
+    // A few rows tall once laid out, the window keeps its size, and the last job is still reachable.
+    QWidget* first = view.rowFor(jobs.front()->job->id());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return first->height() > 0 && view.height() >= 3 * first->height(); }, 5000));
+    EXPECT_LE(view.height(), 12 * first->height());
     EXPECT_EQ(parent.height(), 600);
     auto* scroll = view.findChild<QScrollArea*>();
     ASSERT_TRUE(scroll);

@@ -109,6 +109,9 @@ TEST(MainWindow, EveryButtonSaysWhatItDoesAndEveryColumnHasATitle)
     EXPECT_EQ(libraries.size(), 8);
     for (const auto& [name, version] : libraries)
         EXPECT_TRUE(version.contains(QRegularExpression("\\d"))) << name.toStdString() << ": " << version.toStdString();
+    // The FreeDB server list the Preferences window asked for ends while the application is whole.
+    JobList::shared().cancelAll();
+    EXPECT_TRUE(JobList::shared().waitForAll(10000));
 }
 
 TEST(PreferencesDialog, UntickingAWarningDisablesItsComboAndSaveStoresTheControls)
