@@ -20,6 +20,8 @@ packages=(
   librsvg2-bin help2man desktop-file-utils appstream bash-completion
   # tests, benchmarks, fuzzing
   googletest libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev dbus-daemon
+  # screenshots of the window (scripts/screenshots.sh)
+  xvfb xauth
 )
 
 missing=()

@@ -1,14 +1,16 @@
-#include "tabs/AppControllers.h"
-#include "disc/MountedCDWrapper.h"
 #include "core/MyController.h"
-#include "tabs/MprisService.h"
+#include "disc/MountedCDWrapper.h"
 #include "platform/Desktop.h"
 #include "platform/SingleInstance.h"
+#include "tabs/AppControllers.h"
+#include "tabs/MprisService.h"
 #include "ui/MainWindow.h"
+#include "ui/ScreenshotTour.h"
 
 #include <QApplication>
 #include <QDesktopServices>
 #include <QFileInfo>
+#include <QIcon>
 #include <QUrl>
 
 #include <cstdio>
@@ -34,6 +36,9 @@ int main(int argc, char** argv)
     QApplication::setApplicationName(QStringLiteral("Velmora"));
     QApplication::setApplicationVersion(QStringLiteral(VELMORA_VERSION));
     QApplication::setDesktopFileName(QStringLiteral("com.dorvane.velmora"));
+    // Outside a desktop session no icon theme is named: take the one Debian installs.
+    if (QIcon::themeName().isEmpty() || QIcon::themeName() == QLatin1String("hicolor"))
+        QIcon::setThemeName(QStringLiteral("Adwaita"));
 
     QStringList files;
     for (const QString& argument : app.arguments().mid(1))
@@ -73,5 +78,7 @@ int main(int argc, char** argv)
 
     window.show();
     controller.applicationDidFinishLaunching();
+    if (const QString pictures = qEnvironmentVariable("VELMORA_SCREENSHOTS"); !pictures.isEmpty())
+        startScreenshotTour(&window, pictures);
     return app.exec();
 }

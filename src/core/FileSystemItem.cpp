@@ -123,6 +123,9 @@ bool FileSystemItem::isLibraryEntry(const QString& name, bool isFolder)
 
 std::vector<FileSystemItem::Entry> FileSystemItem::readEntries(const QString& folder, QStringList* unreadable)
 {
+    // The kernel's own file systems hold no music, and walking them is slow or hangs.
+    static const QStringList pseudoFileSystems = {"proc", "sys", "dev", "run"};
+    const bool isSystemRoot = folder == QLatin1String("/");
     std::vector<Entry> entries;
     // System brings in broken links and special files; the filter decides.
     QDirIterator it(folder, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
@@ -131,6 +134,8 @@ std::vector<FileSystemItem::Entry> FileSystemItem::readEntries(const QString& fo
         const QFileInfo info = it.fileInfo();
         const QString name = info.fileName();
         const bool folderEntry = info.isDir();
+        if (isSystemRoot && pseudoFileSystems.contains(name))
+            continue;
         if (isLibraryEntry(name, folderEntry))
             entries.push_back({name, folderEntry});
     }

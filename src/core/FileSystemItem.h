@@ -51,7 +51,8 @@ public:
     // The filtered listing of a folder in file-system order; empty when it
     // cannot be read. Entries whose names are not valid UTF-8 are left out (no
     // name held as text opens them); *unreadable gets those the filter would
-    // have kept, as escaped full paths.
+    // have kept, as escaped full paths. The listing of "/" leaves out the
+    // kernel's pseudo file systems (/proc, /sys, /dev, /run).
     static std::vector<Entry> readEntries(const QString& folder, QStringList* unreadable = nullptr);
 
     // The children, read on first use; null when the item is not a folder.

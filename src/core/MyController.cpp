@@ -132,6 +132,7 @@ void MyController::thankyouQuit()
     sheetShown_ = true;
     emit tasksRunningSheetShown(count);
     stopWaiting_ = false;
+    quitNow_ = false;
     if (waiter_.joinable())
         waiter_.join();
     waiter_ = std::thread([this] { waitForTasks(); });
@@ -139,16 +140,23 @@ void MyController::thankyouQuit()
 
 void MyController::waitForTasks()
 {
-    using namespace std::chrono_literals;
+    using namespace std::chrono;
+    auto nextCount = steady_clock::now();
     for (;;) {
-        const int count = runningTaskCount();
+        // Quitting at once waits only for the cancelled jobs to stop, and not past the limit.
+        const bool quitNow = quitNow_;
+        const int count = quitNow ? JobList::shared().runningCount() : runningTaskCount();
         if (count == 0 || stopWaiting_)
             break;
-        QMetaObject::invokeMethod(this, [this, count] { displayTasksRemainingOnMainThread(count); },
-                                  Qt::QueuedConnection);
-        // Sleep a second, waking early when quitting at once.
-        for (int i = 0; i < 20 && !stopWaiting_; ++i)
-            std::this_thread::sleep_for(50ms);
+        const auto now = steady_clock::now();
+        if (quitNow && now >= quitDeadline_.load())
+            break;
+        if (now >= nextCount) {
+            QMetaObject::invokeMethod(
+                this, [this, count] { displayTasksRemainingOnMainThread(count); }, Qt::QueuedConnection);
+            nextCount = now + 1s;
+        }
+        std::this_thread::sleep_for(50ms);
     }
     QMetaObject::invokeMethod(this, [this] { endTasksRunningSheet(); }, Qt::QueuedConnection);
 }
@@ -161,14 +169,15 @@ void MyController::displayTasksRemainingOnMainThread(int count)
 
 void MyController::tasksrunningQuit()
 {
-    stopWaiting_ = true;
-    endTasksRunningSheet();
-}
-
-void MyController::cancelRunningTasks()
-{
-    // The sheet stays and counts down; the wait ends when the jobs have stopped.
+    // Every job is cancelled: each ends its child process and removes what it
+    // had begun, so no half-written file stays. The wait for them is short.
+    quitDeadline_ = std::chrono::steady_clock::now() + std::chrono::milliseconds(kQuitNowLimitMs);
+    quitNow_ = true;
     JobList::shared().cancelAll();
+    if (sheetShown_)
+        emit stoppingJobs();
+    else
+        emit terminateRequested();
 }
 
 void MyController::endTasksRunningSheet()
@@ -187,11 +196,24 @@ void MyController::applicationWillTerminate()
                                              QVariant::fromValue<QObject*>(this));
 }
 
+QString MyController::alreadyInLibraryMessage(const QString& folder)
+{
+    return QStringLiteral("\u201c%1\u201d is already in your library.").arg(folder);
+}
+
 void MyController::addToLibraryDidEnd(bool confirmed, const QString& folder)
 {
     if (confirmed && !folder.isEmpty()) {
-        FileSystemItem::addToRootItem(folder);
-        emit libraryRootsChanged();
+        // A folder that is a root already would show twice, with every file in it.
+        const QString cleaned = QDir::cleanPath(folder);
+        const QStringList roots = FileSystemItem::rootPaths();
+        if (std::any_of(roots.begin(), roots.end(),
+                        [&](const QString& root) { return QDir::cleanPath(root) == cleaned; })) {
+            emit libraryFolderRefused(alreadyInLibraryMessage(cleaned));
+        } else {
+            FileSystemItem::addToRootItem(folder);
+            emit libraryRootsChanged();
+        }
     }
     // Every tab reloads, also when the sheet was cancelled.
     NotificationCenter::defaultCenter().post(VLReloadLibraryNotification);

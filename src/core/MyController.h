@@ -4,6 +4,7 @@
 #include <QVariantMap>
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 // The application shell: start-up in two halves, files handed over by the
@@ -23,17 +24,19 @@ public:
 
     // Library roots. removeFromLibrary takes the selected item's path and its
     // outline level (0 for a root); anything else beeps.
+    // A folder that is a library root already is refused (libraryFolderRefused).
     void addToLibraryDidEnd(bool confirmed, const QString& folder);
     void removeFromLibrary(const QString& relativePath, int level);
     static QString addToLibraryMessage();
+    static QString alreadyInLibraryMessage(const QString& folder);
 
     // Quitting.
     void reallyQuit(int selectedTab);
     void thankyouQuit();
+    // The sheet's quit-at-once button: cancels every job and quits as soon as
+    // they have stopped (at most kQuitNowLimitMs later).
     void tasksrunningQuit();
-    // The tasks-running sheet's other choice: cancel every running job and
-    // quit once they (and the child tasks) have ended.
-    void cancelRunningTasks();
+    static constexpr int kQuitNowLimitMs = 10000;
     void applicationWillTerminate();
     // What a quit waits for: the task slots in use or the running jobs,
     // whichever are more (a job that holds a slot counts once).
@@ -53,9 +56,12 @@ public:
 
 signals:
     void libraryRootsChanged();
+    void libraryFolderRefused(const QString& message);
     void tasksRunningSheetShown(int count);
     void tasksRemainingChanged(int count);
     void tasksRunningSheetEnded();
+    // Quit at once was chosen: the sheet now waits for the cancelled jobs.
+    void stoppingJobs();
     void terminateRequested();
     void playPlaylistRequested(const QVariant& playlist);
 
@@ -74,5 +80,7 @@ private:
     QVariantList mSongs;
     bool sheetShown_ = false;
     std::atomic<bool> stopWaiting_{false};
+    std::atomic<bool> quitNow_{false};
+    std::atomic<std::chrono::steady_clock::time_point> quitDeadline_{};
     std::thread waiter_;
 };

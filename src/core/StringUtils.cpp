@@ -31,10 +31,11 @@ int intValue(const QString& text)
     return int(negative ? -value : value);
 }
 
-int finderCompare(const QString& a, const QString& b)
+namespace {
+QCollator& finderCollator()
 {
     // QCollator is not safe to share between threads; secondary strength ignores
-    // case and width but keeps accents. Composition is evened out by normalising.
+    // case and width but keeps accents.
     thread_local QCollator collator = [] {
         QCollator c(QLocale(QLocale::English, QLocale::UnitedStates));
         c.setCaseSensitivity(Qt::CaseInsensitive);
@@ -42,7 +43,20 @@ int finderCompare(const QString& a, const QString& b)
         c.setIgnorePunctuation(false);
         return c;
     }();
-    return collator.compare(a.normalized(QString::NormalizationForm_C), b.normalized(QString::NormalizationForm_C));
+    return collator;
+}
+}  // namespace
+
+int finderCompare(const QString& a, const QString& b)
+{
+    // Composition is evened out by normalising.
+    return finderCollator().compare(a.normalized(QString::NormalizationForm_C),
+                                    b.normalized(QString::NormalizationForm_C));
+}
+
+QCollatorSortKey finderSortKey(const QString& name)
+{
+    return finderCollator().sortKey(name.normalized(QString::NormalizationForm_C));
 }
 
 bool mySort(const QString& a, const QString& b)

@@ -1,4 +1,5 @@
 #pragma once
+#include <QCollatorSortKey>
 #include <QSet>
 #include <QString>
 #include <QStringList>
@@ -16,6 +17,8 @@ int intValue(const QString& text);
 int finderCompare(const QString& a, const QString& b);  // <0, 0, >0
 // finderCompare as a strict weak ordering for std::sort.
 bool mySort(const QString& a, const QString& b);
+// A key that orders as finderCompare does, for sorting many names at once.
+QCollatorSortKey finderSortKey(const QString& name);
 
 // The lower-case extensions of the audio files the library collects.
 const QSet<QString>& defaultAudioTypes();

@@ -155,7 +155,8 @@ QString m3uManager::vlM3UPlaylistNotification(const QVariantMap& request)
     const QString target = targetPathFor(playlistPath);
     const QString status = QStringLiteral(" Create .M3U for ") + lastPathComponent(playlistPath);
     emit statusChanged(status, 50, true);
-    QString written;
+    QString made;
+    QString copy;
     const auto job = Job::create(QStringLiteral("Writing %1").arg(lastPathComponent(target)), [&](Job& job) {
         Progress progress{job, status};
         QStringList tracks;
@@ -163,19 +164,21 @@ QString m3uManager::vlM3UPlaylistNotification(const QVariantMap& request)
         progress.total = int(tracks.size());
         job.setProgress(0, status);
         QString error;
-        written = writeRequest(request, progress, &error);
+        made = writeRequest(request, progress, &error, &copy);
         if (job.isCancelled())
-            return JobResult::cancelled(written.isEmpty() ? QStringList() : QStringList{written});
+            return JobResult::cancelled(made.isEmpty() ? QStringList() : QStringList{made});
         if (!error.isEmpty())
-            return JobResult::failed(error, written.isEmpty() ? QStringList() : QStringList{written});
-        return JobResult::succeeded({written});
+            return JobResult::failed(error, made.isEmpty() ? QStringList() : QStringList{made});
+        return JobResult::succeeded({made});
     });
-    job->run();
+    const bool ok = job->run().ok();
     emit statusChanged(QString(), 0, false);
-    return written;
+    if (ok)
+        emit written(playlistPath, copy.isEmpty() ? QStringList{made} : QStringList{made, copy});
+    return made;
 }
 
-QString m3uManager::writeRequest(const QVariantMap& request, Progress& progress, QString* error) const
+QString m3uManager::writeRequest(const QVariantMap& request, Progress& progress, QString* error, QString* copied) const
 {
     const QString playlistPath = request.value(QStringLiteral("path")).toString();
     const QString name = displayName(playlistPath);
@@ -215,6 +218,7 @@ QString m3uManager::writeRequest(const QVariantMap& request, Progress& progress,
         *error = QStringLiteral("\u201c%1\u201d is a symbolic link; the copy was not written there.").arg(copy);
         return target;
     }
-    SafeFile::writeFile(copy, bytes, error);
+    if (SafeFile::writeFile(copy, bytes, error))
+        *copied = copy;
     return target;
 }

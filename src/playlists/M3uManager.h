@@ -44,6 +44,8 @@ public:
 signals:
     // The status line and progress bar of the Music tab.
     void statusChanged(const QString& status, int progress, bool animating);
+    // A request was written: the M3U file, and its copy in the export folder when one was made.
+    void written(const QString& playlistPath, const QStringList& files);
 
 private:
     // The job a request runs in and the tracks it has done of its total.
@@ -55,7 +57,7 @@ private:
     };
     QString copyPlaylistDict(const QVariantMap& group, const QString& basePath, const QString& root, int index,
                              bool asMP3, Progress* progress) const;
-    QString writeRequest(const QVariantMap& request, Progress& progress, QString* error) const;
+    QString writeRequest(const QVariantMap& request, Progress& progress, QString* error, QString* copy) const;
 
     std::function<long()> random_;
 };

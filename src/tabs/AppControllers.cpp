@@ -1,5 +1,6 @@
 #include "tabs/AppControllers.h"
 
+#include "core/LibraryModel.h"
 #include "disc/CdDrives.h"
 #include "disc/MountedCDWrapper.h"
 #include "encode/ExportJobs.h"
@@ -12,6 +13,7 @@
 #include "tabs/MusicSourcesWrapper.h"
 #include "tabs/PlaySourcesWrapper.h"
 #include "tabs/RipSourcesWrapper.h"
+#include "tags/TagFacade.h"
 
 AppControllers::AppControllers()
     : exportJobs_(std::make_unique<ExportJobs>()),
@@ -27,6 +29,8 @@ AppControllers::AppControllers()
 {
     playlists_->setMediaSource(media_.get());
     playlists_->setHiddenSource(hidden_.get());
+    // The library columns show what the tag facade reads.
+    LibraryModel::setTagReader([](const QString& path) { return getComments(path); });
 }
 
 AppControllers::~AppControllers() = default;

@@ -1,6 +1,7 @@
 #include "tabs/CompilationModel.h"
 
 #include <QDir>
+#include <QIcon>
 #include <QMimeData>
 #include <QUrl>
 
@@ -12,7 +13,7 @@ const QString CompilationModel::nodePasteboardType = QStringLiteral("MyCustomOut
 
 namespace {
 const char* const kIdentifiers[] = {"NameColumn", "IsExpandableColumn", "NodeKindColumn"};
-const char* const kTitles[] = {"Name", "Expandable", "Kind"};
+const char* const kTitles[] = {"Name", "Opens", "Type"};
 } // namespace
 
 QString CompilationModel::columnIdentifier(int column)
@@ -158,8 +159,10 @@ QVariant CompilationModel::data(const QModelIndex& index, int role) const
     case NameColumn:
         if (role == Qt::DisplayRole || role == Qt::EditRole || role == Qt::ToolTipRole)
             return node.name();
-        if (role == Qt::DecorationRole && !node.iconRep().isNull())
-            return node.iconRep();
+        if (role == Qt::DecorationRole)
+            return node.iconRep().isNull()
+                       ? QIcon::fromTheme(node.isGroup() ? QStringLiteral("folder") : QStringLiteral("audio-x-generic"))
+                       : node.iconRep();
         break;
     case IsExpandableColumn:
         if (role == Qt::CheckStateRole && node.isGroup())

@@ -6,6 +6,7 @@
 #include "core/Notifications.h"
 #include "core/PropertyList.h"
 #include "platform/Desktop.h"
+#include "platform/FileNames.h"
 #include "playlists/PlaylistFiles.h"
 
 #include <QDirIterator>
@@ -50,11 +51,16 @@ MP3DataSource::MP3DataSource(QObject* parent) : QObject(parent), selection_(&mod
             // .cd3 file of the selected playlist.
             QMetaObject::invokeMethod(this, [this, path] { loadPlaylist(path); }, Qt::QueuedConnection);
         });
+    NotificationCenter::defaultCenter().addObserver(this, VLPlaylistInfoNotification, [this](const Notification&) {
+        QMetaObject::invokeMethod(this, [this] { dropDeletedPlaylist(); });
+    });
+    exports_.setMaxThreadCount(1);
 }
 
 MP3DataSource::~MP3DataSource()
 {
     NotificationCenter::defaultCenter().removeObserver(this);
+    exports_.waitForDone();
     for (auto& [id, search] : searches_)
         search->cancel();
     for (auto& [id, search] : searches_)
@@ -371,7 +377,49 @@ void MP3DataSource::loadPlaylist(const QString& path)
     }
     model_.setRoot(tree ? tree : SimpleTreeNode::group(kRootName));
     currentPlaylist_ = playlist;
+    loadedFrom_ = path;
     updateSizeInUI();
+}
+
+void MP3DataSource::dropDeletedPlaylist()
+{
+    if (currentPlaylist_.isEmpty() || QFileInfo::exists(currentPlaylist_) || QFileInfo::exists(loadedFrom_))
+        return;
+    selection_.clearSelection();
+    model_.setRoot(SimpleTreeNode::group(kRootName));
+    currentPlaylist_.clear();
+    loadedFrom_.clear();
+    updateSizeInUI();
+}
+
+QString MP3DataSource::newPlaylist()
+{
+    const QString folder = PlaylistFiles::playlistFolder();
+    QDir().mkpath(folder);
+    // Reserving the name keeps another Velmora from taking it at the same moment.
+    QString path;
+    for (int n = 1;; ++n) {
+        path = folder + QStringLiteral("/Playlist %1.cd3").arg(n);
+        if (!QFileInfo::exists(path) && FileNames::reserve(path))
+            break;
+        if (n == 10000)
+            return {};
+    }
+    const SimpleTreeNode::Ptr empty = SimpleTreeNode::group(kRootName);
+    if (!PlaylistFiles::writeGroup(path, empty->toDictionary())) {
+        FileNames::release(path);
+        return {};
+    }
+    FileNames::release(path);
+    selection_.clearSelection();
+    model_.setRoot(empty);
+    currentPlaylist_ = path;
+    loadedFrom_ = path;
+    updateSizeInUI();
+    NotificationCenter& center = NotificationCenter::defaultCenter();
+    center.post(VLDidChangePlaylistNotification, path);
+    center.post(VLDidAddPlaylistNotification, path);
+    return path;
 }
 
 bool MP3DataSource::saveCurrentMP3CD()
@@ -391,10 +439,10 @@ void MP3DataSource::playPlaylist()
         NotificationCenter::defaultCenter().post(VLPlayPlaylistNotification, currentPlaylist_);
 }
 
-void MP3DataSource::exportM3U()
+bool MP3DataSource::exportM3U()
 {
     if (!saveCurrentMP3CD())
-        return;
+        return false;
     QVariantMap request{{QStringLiteral("path"), currentPlaylist_},
                         {QStringLiteral("dictionary"), root()->toDictionary()}};
     Defaults& defaults = Defaults::standard();
@@ -402,7 +450,14 @@ void MP3DataSource::exportM3U()
         if (defaults.hasKey(QLatin1String(key)))
             request.insert(QLatin1String(key), defaults.objectForKey(QLatin1String(key)));
     }
-    NotificationCenter::defaultCenter().post(VLM3UPlaylistNotification, request);
+    // Every track is read for its length and title: not on the window's thread.
+    exports_.start([request] { NotificationCenter::defaultCenter().post(VLM3UPlaylistNotification, request); });
+    return true;
+}
+
+void MP3DataSource::waitForExport()
+{
+    exports_.waitForDone();
 }
 
 void MP3DataSource::burnAudioCD()

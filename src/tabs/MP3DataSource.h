@@ -4,6 +4,7 @@
 
 #include <QItemSelectionModel>
 #include <QObject>
+#include <QThreadPool>
 
 #include <map>
 #include <memory>
@@ -75,10 +76,17 @@ public:
     void loadPlaylist(const QString& path);
     // Writes the tree to the current playlist and posts VLDidChangePlaylistNotification.
     bool saveCurrentMP3CD();
+    // Makes an empty playlist under the first free name "Playlist N" of the
+    // playlist folder, makes it the current one and posts
+    // VLDidChangePlaylistNotification and VLDidAddPlaylistNotification with its
+    // path; "" when it could not be written (the failure is reported).
+    QString newPlaylist();
 
-    // Hand the compilation on.
+    // Hand the compilation on. The M3U export is written on a worker thread;
+    // false when there is no playlist to export.
     void playPlaylist();
-    void exportM3U();
+    bool exportM3U();
+    void waitForExport();
     void burnAudioCD();
 
     // The scroll-speed slider.
@@ -103,10 +111,15 @@ private:
     QList<TreeNode::Ptr> selectedNodes() const;
     void sumTree(const TreeNode& node);
     void insertNew(const SimpleTreeNode::Ptr& node);
+    // The playlist list changed: a current playlist deleted meanwhile is let go,
+    // so no later edit writes it back.
+    void dropDeletedPlaylist();
 
     CompilationModel model_;
     QItemSelectionModel selection_;
     QString currentPlaylist_;
+    QString loadedFrom_;  // the playlist as selected (an imported one is edited as its .cd3)
+    QThreadPool exports_;
     qint64 totalBytes_ = 0;
     int missingFiles_ = 0;
     bool sheetShown_ = false;

@@ -7,6 +7,8 @@
 #include "core/StringUtils.h"
 #include "platform/AppPaths.h"
 #include "platform/FileNames.h"
+#include "platform/SafeFile.h"
+#include "playlists/M3uManager.h"
 #include "playlists/PlaylistFiles.h"
 #include "tabs/FolderCollector.h"
 #include "tabs/UniqueNames.h"
@@ -79,10 +81,166 @@ QString joinedFolder(const QString& folder, const QString& sub)
     return sub.isEmpty() ? folder : folder + '/' + sub;
 }
 
+QString fileCount(int count)
+{
+    return count == 1 ? QStringLiteral("1 file") : QStringLiteral("%1 files").arg(count);
+}
+
 } // namespace
 
-MusicSourcesWrapper::MusicSourcesWrapper(QObject* parent) : QObject(parent)
+// One save's export jobs: those the export handlers add to the job list while
+// the save thread posts its requests.
+struct MusicSourcesWrapper::Batch {
+    std::mutex mutex;
+    BatchSummary summary;
+    std::vector<std::shared_ptr<Job>> jobs;
+    QSet<quint64> running;
+    bool dispatching = true;
+    bool reported = false;
+
+    void addJob(const std::shared_ptr<Job>& job)
+    {
+        std::lock_guard lock(mutex);
+        jobs.push_back(job);
+        running.insert(job->id());
+    }
+    void problem(const QString& line)
+    {
+        std::lock_guard lock(mutex);
+        summary.problems << line;
+        ++summary.failed;
+    }
+    // The summary, once: when the save has handed over everything and every job has ended.
+    std::optional<BatchSummary> finished(quint64 endedJob)
+    {
+        std::lock_guard lock(mutex);
+        running.remove(endedJob);
+        if (reported || dispatching || !running.isEmpty())
+            return std::nullopt;
+        reported = true;
+        BatchSummary result = summary;
+        // Files refused before any job took them count as failed.
+        result.files = int(jobs.size()) + summary.failed;
+        for (const auto& job : jobs) {
+            const JobResult outcome = job->result();
+            switch (outcome.outcome) {
+            case JobResult::Outcome::Succeeded:
+                ++result.made;
+                result.madeFiles << outcome.files;
+                break;
+            case JobResult::Outcome::Failed:
+                ++result.failed;
+                result.problems << QStringLiteral("%1: %2").arg(job->title(), outcome.error);
+                break;
+            case JobResult::Outcome::Cancelled:
+                ++result.cancelled;
+                break;
+            }
+        }
+        return result;
+    }
+};
+
+struct MusicSourcesWrapper::BatchTracker {
+    std::mutex mutex;
+    MusicSourcesWrapper* owner = nullptr;  // cleared first when it goes
+    QList<std::shared_ptr<Batch>> open;
+
+    void add(const std::shared_ptr<Batch>& batch)
+    {
+        std::lock_guard lock(mutex);
+        open.append(batch);
+    }
+    // A job ended (0: the save finished handing over): report the batches that are done.
+    void ended(quint64 job)
+    {
+        QList<BatchSummary> done;
+        {
+            std::lock_guard lock(mutex);
+            for (auto it = open.begin(); it != open.end();) {
+                if (const auto summary = (*it)->finished(job)) {
+                    done << *summary;
+                    it = open.erase(it);
+                } else {
+                    ++it;
+                }
+            }
+        }
+        if (done.isEmpty())
+            return;
+        const bool withM3U = Defaults::standard().integerForKey(QStringLiteral("prefsCreateM3UStored")) != 0;
+        for (BatchSummary& summary : done) {
+            QString error;
+            if (withM3U && summary.made > 0 && (summary.m3u = writeBatchM3U(summary, &error)).isEmpty())
+                summary.problems << QStringLiteral("The M3U playlist was not written: %1").arg(error);
+        }
+        // Under the lock, so the owner cannot go meanwhile.
+        std::lock_guard lock(mutex);
+        for (const BatchSummary& summary : done) {
+            if (owner)
+                emit owner->batchFinished(summary);
+        }
+    }
+};
+
+MusicSourcesWrapper::Batch*& MusicSourcesWrapper::postingBatch()
 {
+    thread_local Batch* batch = nullptr;
+    return batch;
+}
+
+QString MusicSourcesWrapper::BatchSummary::text() const
+{
+    const bool copying = type == QLatin1String("COPY");
+    if (files == 0)
+        return stopped ? QStringLiteral("Stopped before any file was handed over.")
+                       : QStringLiteral("Nothing to %1: the selection holds no music files.")
+                             .arg(copying ? QStringLiteral("copy") : QStringLiteral("convert"));
+    const QString verb = copying ? QStringLiteral("Copied") : QStringLiteral("Converted");
+    const QString into = copying ? QStringLiteral(" to \u201c%1\u201d").arg(folder)
+                                 : QStringLiteral(" to %1 in \u201c%2\u201d").arg(type, folder);
+    QString text = made == files ? QStringLiteral("%1 %2%3.").arg(verb, fileCount(made), into)
+                                 : QStringLiteral("%1 %2 of %3%4.").arg(verb).arg(made).arg(fileCount(files), into);
+    if (failed > 0)
+        text += QStringLiteral(" %1 failed.").arg(failed);
+    if (cancelled > 0 || stopped)
+        text += QStringLiteral(" Stopped before the end.");
+    if (!m3u.isEmpty())
+        text += QStringLiteral(" Their M3U playlist is \u201c%1\u201d.").arg(QFileInfo(m3u).fileName());
+    return text;
+}
+
+QString MusicSourcesWrapper::writeBatchM3U(const BatchSummary& summary, QString* error)
+{
+    const QDir folder(summary.folder);
+    QString text = QStringLiteral("#EXTM3U\n");
+    for (const QString& file : summary.madeFiles) {
+        const QString title = m3uManager::getSongName(file).value_or(QFileInfo(file).completeBaseName());
+        text += QStringLiteral("#EXTINF:%1,%2\n%3\n")
+                    .arg(m3uManager::getSongTime(file), title, folder.relativeFilePath(file));
+    }
+    const QString name = QFileInfo(summary.folder).fileName();
+    const QString target = uniqueFilename(folder.filePath(name + QStringLiteral(".m3u")), summary.folder,
+                                          QStringLiteral("m3u"), {});
+    const bool written = SafeFile::writeFile(target, text.toUtf8(), error);
+    FileNames::release(target);  // a written file stays; a reservation left empty goes
+    return written ? target : QString();
+}
+
+MusicSourcesWrapper::MusicSourcesWrapper(QObject* parent) : QObject(parent), batches_(std::make_shared<BatchTracker>())
+{
+    batches_->owner = this;
+    // Jobs that export handlers start while a save thread posts its requests
+    // belong to that save's batch.
+    static const auto collecting = connect(&JobList::shared(), &JobList::jobAdded, [](quint64 id) {
+        if (Batch* batch = postingBatch())
+            if (auto job = JobList::shared().job(id))
+                batch->addJob(job);
+    });
+    Q_UNUSED(collecting);
+    jobsFinishing_ =
+        connect(&JobList::shared(), &JobList::jobFinished, [batches = batches_](quint64 id) { batches->ended(id); });
+
     NotificationCenter& center = NotificationCenter::defaultCenter();
     center.addObserver(this, VLMSWFileDropNotification, [this](const Notification& n) {
         {
@@ -120,6 +278,11 @@ MusicSourcesWrapper::MusicSourcesWrapper(QObject* parent) : QObject(parent)
 
 MusicSourcesWrapper::~MusicSourcesWrapper()
 {
+    {
+        std::lock_guard lock(batches_->mutex);
+        batches_->owner = nullptr;
+    }
+    disconnect(jobsFinishing_);
     NotificationCenter::defaultCenter().removeObserver(this);
     std::shared_ptr<Job> job;
     {
@@ -251,6 +414,14 @@ QString MusicSourcesWrapper::startingFolderFor(const QString& formatKey)
     return AppPaths::homeDir() + '/' + QStringLiteral("%1 Folder").arg(formatKey);
 }
 
+MusicSourcesWrapper::FolderChoice MusicSourcesWrapper::folderChoiceFor(const QString& formatKey)
+{
+    const QString start = startingFolderFor(formatKey);
+    if (QFileInfo(start).isDir())
+        return {start, {}};
+    return {AppPaths::homeDir(), QStringLiteral("%1 Folder").arg(formatKey)};
+}
+
 QString MusicSourcesWrapper::chooseFolderMessage(const QString& formatKey)
 {
     return QStringLiteral("Please select a folder to export the %1 files.").arg(formatKey);
@@ -357,8 +528,10 @@ void MusicSourcesWrapper::HandleSaveThread(Job& job, QVariantMap request, const 
             showProgress({{"savefilename", name}});
         },
         &unreadable);
+    QStringList skipped;
     for (const QString& name : unreadable) {
         const QString message = FileNames::unreadableNameMessage(name);
+        skipped << message;
         job.addMessage(message);
         if (skipHandler_)
             skipHandler_(message);
@@ -366,11 +539,16 @@ void MusicSourcesWrapper::HandleSaveThread(Job& job, QVariantMap request, const 
     showProgress(savingProgress(), &job);
     request.insert("selectedfiles", gathered.value("selectedfiles"));
     request.insert("destinationpaths", gathered.value("destinationpaths"));
-    saveFiles(request, &job);
+    saveFiles(request, &job, skipped);
     emit progressSheetEnded(1);
 }
 
 void MusicSourcesWrapper::saveFiles(const QVariantMap& request, Job* job)
+{
+    saveFiles(request, job, {});
+}
+
+void MusicSourcesWrapper::saveFiles(const QVariantMap& request, Job* job, const QStringList& skipped)
 {
     const QString type = request.value("type").toString();
     {
@@ -390,6 +568,17 @@ void MusicSourcesWrapper::saveFiles(const QVariantMap& request, Job* job)
     const QString notification = exportNotificationName(type);
     if (job)
         job->setProgress(0);
+    auto batch = std::make_shared<Batch>();
+    batch->summary.type = type;
+    batch->summary.folder = folder;
+    for (const QString& message : skipped)
+        batch->problem(message);
+    batches_->add(batch);
+    const auto fail = [&](const QString& path, const QString& reason) {
+        batch->problem(QStringLiteral("%1: %2").arg(path, reason));
+        if (failureHandler_)
+            failureHandler_(path, reason);
+    };
 
     // Each request decodes into an intermediate of its own, in a folder only the
     // user may enter.
@@ -407,14 +596,13 @@ void MusicSourcesWrapper::saveFiles(const QVariantMap& request, Job* job)
         createDirectoriesAtPath(destinationFolder);
         if (!QFileInfo(destinationFolder).isDir()) {
             // Said once per folder; its files are skipped rather than half-written.
-            if (!unwritableFolders.contains(destinationFolder) && failureHandler_)
-                failureHandler_(destinationFolder, QStringLiteral("the folder cannot be created"));
+            if (!unwritableFolders.contains(destinationFolder))
+                fail(destinationFolder, QStringLiteral("the folder cannot be created"));
             unwritableFolders.insert(destinationFolder);
             continue;
         }
         if (!QFileInfo(source).isReadable()) {
-            if (failureHandler_)
-                failureHandler_(source, QStringLiteral("the file cannot be read"));
+            fail(source, QStringLiteral("the file cannot be read"));
             continue;
         }
         const QString destination = uniqueFilename(source, destinationFolder, fileType, naming);
@@ -431,18 +619,25 @@ void MusicSourcesWrapper::saveFiles(const QVariantMap& request, Job* job)
             FileNames::release(destination);
             if (cancel_)
                 break;
-            if (failureHandler_)
-                failureHandler_(source, QStringLiteral("no export job makes %1 files").arg(fileType));
+            fail(source, QStringLiteral("no export job makes %1 files").arg(fileType));
             continue;
         }
         showProgress({{"savefilename", QFileInfo(destination).fileName()}});
         if (dispatchHandler_)
             dispatchHandler_(source, destination);
         // The export job releases the reserved name when it fails or is cancelled.
+        postingBatch() = batch.get();
         NotificationCenter::defaultCenter().post(notification, exportRequest);
+        postingBatch() = nullptr;
         if (job)
             job->setProgress(100.0 * (index + 1) / files.size());
     }
+    {
+        std::lock_guard lock(batch->mutex);
+        batch->summary.stopped = cancel_;
+        batch->dispatching = false;
+    }
+    batches_->ended(0);
 }
 
 QString MusicSourcesWrapper::uniqueFilename(const QString& source, const QString& folder, const QString& type,

@@ -54,6 +54,13 @@ public:
 
     // Saving.
     static QString startingFolderFor(const QString& formatKey);
+    // Where the folder chooser opens: the starting folder when it exists, else
+    // the home folder, offering the missing "%@ Folder" as a new folder.
+    struct FolderChoice {
+        QString openIn;
+        QString newFolderName;  // empty: nothing to offer
+    };
+    static FolderChoice folderChoiceFor(const QString& formatKey);
     static QString chooseFolderMessage(const QString& formatKey);
     // The folder chooser ended; on confirmation the save job starts on a thread of its own.
     void chooseSaveFolderDidEnd(bool confirmed, const QString& folder, const QString& formatKey,
@@ -90,6 +97,25 @@ public:
     // Export requests run on worker threads under task slots when set (the default).
     void setSaveInBackground(bool background) { background_ = background; }
 
+    // What one save came to once every export job it handed work to has ended.
+    struct BatchSummary {
+        QString type;    // the format key; "COPY" for copies
+        QString folder;  // the destination folder
+        int files = 0;   // every file of the save: made, failed or cancelled
+        int made = 0;
+        int failed = 0;  // failed export jobs and files that could not be handed over
+        int cancelled = 0;
+        bool stopped = false;  // the save was cancelled
+        QStringList problems;  // one line per failure, naming the file
+        QStringList madeFiles; // in the order they were handed over
+        QString m3u;           // the M3U playlist written beside them (prefsCreateM3UStored)
+        // One sentence for the status line.
+        QString text() const;
+    };
+    // Writes the M3U playlist of a batch's files into its folder, named after
+    // the folder (numbered when the name is taken); "" when it cannot.
+    static QString writeBatchM3U(const BatchSummary& summary, QString* error = nullptr);
+
     // Burning and copying to a flash player.
     void burnCDDispatcher(const QString& kindTitle, const Selection& selection);
     static void burnCDSetFormat(const QString& kindTitle);
@@ -107,8 +133,15 @@ signals:
     void dropZoneFilled();
     void progressSheetShown();
     void progressSheetEnded(int returnCode);
+    // Sent from whichever thread ended the batch's last job.
+    void batchFinished(const MusicSourcesWrapper::BatchSummary& summary);
 
 private:
+    struct Batch;
+    struct BatchTracker;
+    // The batch whose requests this thread is posting.
+    static Batch*& postingBatch();
+    void saveFiles(const QVariantMap& request, Job* job, const QStringList& skipped);
     void showProgress(const QVariantMap& progress, Job* job = nullptr) const;
     QString savingType() const;
     // Runs a job's body with terminateSave() as its cancel.
@@ -132,4 +165,9 @@ private:
     std::function<void(const QString&)> skipHandler_;
     std::shared_ptr<Job> saveJob_;  // the save or gathering started on its own thread, guarded by mutex_
     std::atomic<bool> saving_{false};
+    // Open batches; shared with the job list's signals, which may come after we are gone.
+    std::shared_ptr<BatchTracker> batches_;
+    QMetaObject::Connection jobsFinishing_;
 };
+
+Q_DECLARE_METATYPE(MusicSourcesWrapper::BatchSummary)

@@ -31,6 +31,8 @@ FreeDBPreferencesPage::FreeDBPreferencesPage(FreeDBWrapper* freedb, QWidget* par
     status_->setTextInteractionFlags(Qt::TextSelectableByMouse);
 
     auto* refresh = new QPushButton(tr("Refresh List"));
+    refresh->setToolTip(tr("Ask the FreeDB server for its list of mirror servers"));
+    makeDefault_->setToolTip(tr("Look discs up on the selected server from now on"));
     connect(refresh, &QPushButton::clicked, this, [this] { freedb_->refreshHostList(); });
     connect(makeDefault_, &QPushButton::clicked, this, [this] { freedb_->makeDefaultHost(table_->currentRow()); });
     connect(table_, &QTableWidget::itemSelectionChanged, this,
@@ -78,6 +80,8 @@ void FreeDBPreferencesPage::reloadTable()
         for (int column = 0; column < 4; ++column)
             table_->setItem(row, column, new QTableWidgetItem(server.value(kColumns[column]).toString()));
     }
+    // Host names and paths shown whole; the location takes what is left.
+    table_->resizeColumnsToContents();
     table_->clearSelection();
     makeDefault_->setEnabled(false);
 }

@@ -2,13 +2,17 @@
 
 #include "core/Job.h"
 
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QLabel>
 #include <QProgressBar>
+#include <QScrollArea>
 #include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
+
+#include <algorithm>
 
 namespace {
 
@@ -22,8 +26,8 @@ QToolButton* makeButton(const QString& iconName, const QString& text, const QStr
     const QIcon icon = QIcon::fromTheme(iconName);
     button->setIcon(icon);
     button->setText(text);
-    // Without an icon theme the button still says what it does.
-    button->setToolButtonStyle(icon.isNull() ? Qt::ToolButtonTextOnly : Qt::ToolButtonIconOnly);
+    // The word beside the icon: a red dot alone does not say what it does.
+    button->setToolButtonStyle(icon.isNull() ? Qt::ToolButtonTextOnly : Qt::ToolButtonTextBesideIcon);
     button->setToolTip(toolTip);
     button->setAutoRaise(true);
     return button;
@@ -32,12 +36,26 @@ QToolButton* makeButton(const QString& iconName, const QString& text, const QStr
 }  // namespace
 
 JobListView::JobListView(QWidget* parent)
-    : QFrame(parent), layout_(new QVBoxLayout(this)), refreshTimer_(new QTimer(this))
+    : QFrame(parent), layout_(new QVBoxLayout), refreshTimer_(new QTimer(this))
 {
     setObjectName(QStringLiteral("jobList"));
     setFrameShape(QFrame::StyledPanel);
+    // A batch of hundreds of files lists hundreds of jobs: past a few rows they scroll.
+    auto* rows = new QWidget;
+    rows->setLayout(layout_);
+    scroll_ = new QScrollArea;
     layout_->setContentsMargins(6, 4, 6, 4);
     layout_->setSpacing(2);
+    layout_->addStretch();
+    scroll_->setFrameShape(QFrame::NoFrame);
+    scroll_->setWidgetResizable(true);
+    scroll_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    scroll_->setWidget(rows);
+    auto* outer = new QVBoxLayout(this);
+    outer->setContentsMargins(0, 0, 0, 0);
+    outer->addWidget(scroll_);
+    setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
+    rows->installEventFilter(this);
     refreshTimer_->setSingleShot(true);
     refreshTimer_->setInterval(kRefreshDelayMs);
     connect(refreshTimer_, &QTimer::timeout, this, &JobListView::refreshPending);
@@ -55,6 +73,21 @@ JobListView::JobListView(QWidget* parent)
 }
 
 JobListView::~JobListView() = default;
+
+QSize JobListView::sizeHint() const
+{
+    // As tall as its rows, up to about seven of them.
+    const QSize rows = scroll_->widget()->sizeHint();
+    return {rows.width(), std::min(rows.height(), 12 * fontMetrics().lineSpacing()) + 2 * frameWidth()};
+}
+
+bool JobListView::eventFilter(QObject* watched, QEvent* event)
+{
+    // A row shown, hidden or grown: the window gives this panel a new height.
+    if (watched == scroll_->widget() && event->type() == QEvent::LayoutRequest)
+        updateGeometry();
+    return QFrame::eventFilter(watched, event);
+}
 
 QWidget* JobListView::rowFor(quint64 id) const
 {

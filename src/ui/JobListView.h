@@ -6,6 +6,7 @@
 
 class QLabel;
 class QProgressBar;
+class QScrollArea;
 class QTimer;
 class QToolButton;
 class QVBoxLayout;
@@ -26,6 +27,11 @@ public:
     // jobStatus, jobCancel and jobDismiss.
     QWidget* rowFor(quint64 id) const;
 
+    QSize sizeHint() const override;
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
     struct Row {
         QWidget* widget = nullptr;
@@ -43,6 +49,7 @@ private:
     void updateVisibility();
 
     QVBoxLayout* layout_;
+    QScrollArea* scroll_ = nullptr;
     std::map<quint64, Row> rows_;  // by job id, which grows with age
     QSet<quint64> pending_;
     QTimer* refreshTimer_;

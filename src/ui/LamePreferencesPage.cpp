@@ -15,6 +15,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QVBoxLayout>
@@ -38,10 +39,15 @@ LamePreferencesPage::LamePreferencesPage(LameWrapper* lame, QWidget* parent)
     versionField_->setMaximumBlockCount(200);
     explanationField_->setWordWrap(true);
     linkField_->setOpenExternalLinks(false);
-    connect(linkField_, &QLabel::linkActivated, this, [](const QString& url) { Desktop::openUrl(url); });
+    connect(linkField_, &QLabel::linkActivated, this, [this](const QString& url) {
+        if (!Desktop::openUrl(url))
+            QMessageBox::warning(this, tr("LAME"), tr("No web browser could open \u201c%1\u201d.").arg(url));
+    });
     statusIndicator_->setFixedSize(14, 14);
 
     auto* locateButton = new QPushButton(tr("Locate…"));
+    locateButton->setToolTip(tr("Choose the lame program Velmora runs to make MP3 files"));
+    downloadButton_->setToolTip(tr("Fetch and install lame for your user only"));
     connect(locateButton, &QPushButton::clicked, this, &LamePreferencesPage::findLame);
     connect(downloadButton_, &QPushButton::clicked, lame_, &LameWrapper::downloadLame);
 

@@ -5,19 +5,26 @@
 #include "disc/FreeDBWrapper.h"
 #include "disc/MountedCDWrapper.h"
 #include "encode/LameWrapper.h"
+#include "platform/AppPaths.h"
+#include "platform/Desktop.h"
 #include "tabs/AppControllers.h"
+#include "ui/AboutBox.h"
+#include "ui/FolderChooser.h"
 #include "ui/FreeDBPreferencesPage.h"
 #include "ui/JobListView.h"
 #include "ui/LamePreferencesPage.h"
+#include "ui/LibraryOutline.h"
 #include "ui/MusicTab.h"
 #include "ui/PlayTab.h"
 #include "ui/PreferencesDialog.h"
 #include "ui/RipTab.h"
 #include "ui/StoresTab.h"
+#include "ui/WindowState.h"
 
 #include <QApplication>
 #include <QCloseEvent>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
@@ -29,8 +36,6 @@
 #include <QTabWidget>
 #include <QTreeView>
 #include <QVBoxLayout>
-#include <QDesktopServices>
-#include <QUrl>
 
 QStringList MainWindow::tabTitles()
 {
@@ -66,28 +71,44 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
     setCentralWidget(central);
 
     QMenu* app = menuBar()->addMenu(tr("&Velmora"));
-    app->addAction(tr("&Preferences…"), QKeySequence::Preferences, this, &MainWindow::showPreferences);
+    app->addAction(tr("&About Velmora"), this, [this] { AboutBox::show(this); });
+    app->addAction(tr("&Preferences…"), QKeySequence(tr("Ctrl+,")), this, &MainWindow::showPreferences);
     app->addSeparator();
     app->addAction(tr("&Quit"), QKeySequence::Quit, this, [this] { controller_.reallyQuit(tabs_->currentIndex()); });
     QMenu* file = menuBar()->addMenu(tr("&File"));
-    file->addAction(tr("Open &Disc Image…"), this, &MainWindow::openDiscImage);
+    auto inMusicTab = [this](void (MusicTab::*action)()) {
+        return [this, action] {
+            tabs_->setCurrentWidget(musicTab_);
+            (musicTab_->*action)();
+        };
+    };
+    file->addAction(tr("&New Playlist"), QKeySequence::New, this, inMusicTab(&MusicTab::newPlaylist));
+    file->addAction(tr("&Export Playlist as M3U…"), QKeySequence(tr("Ctrl+E")), this, inMusicTab(&MusicTab::exportM3U));
+    file->addAction(tr("&Convert Selection…"), QKeySequence(tr("Ctrl+Shift+C")), this, inMusicTab(&MusicTab::convert));
+    file->addSeparator();
+    file->addAction(tr("Open &Disc Image…"), QKeySequence::Open, this, &MainWindow::openDiscImage);
     connect(&controllers_.cdWatcher(), &mounted_cd_wrapper::openFailed, this,
-            [this](const QString&, const QString& why) {
-                auto* alert = new QMessageBox(QMessageBox::Warning, tr("Open Disc Image"), why, QMessageBox::Ok, this);
-                alert->setAttribute(Qt::WA_DeleteOnClose);
-                alert->open();
-            });
+            [this](const QString&, const QString& why) { showAlert(tr("Open Disc Image"), why); });
     QMenu* library = menuBar()->addMenu(tr("&Library"));
-    library->addAction(tr("&Add Folder to Library…"), this, &MainWindow::addToLibrary);
+    library->addAction(tr("&Add Folder to Library…"), QKeySequence(tr("Ctrl+L")), this, &MainWindow::addToLibrary);
     library->addAction(tr("&Remove Folder from Library"), this, &MainWindow::removeFromLibrary);
+    QMenu* view = menuBar()->addMenu(tr("&View"));
+    for (int tab = 0; tab < titles.size(); ++tab)
+        view->addAction(titles[tab], QKeySequence(QStringLiteral("Ctrl+%1").arg(tab + 1)), this,
+                        [this, tab] { tabs_->setCurrentIndex(tab); });
     QMenu* help = menuBar()->addMenu(tr("&Help"));
-    auto open = [](const char* url) { return [url] { QDesktopServices::openUrl(QUrl(QString::fromUtf8(url))); }; };
+    auto open = [this](const char* url) { return [this, url] { openAddress(QString::fromUtf8(url)); }; };
+    help->addAction(tr("Frequently Asked Questions"), QKeySequence::HelpContents, this,
+                    open("https://velmora.example/faq"));
+    help->addAction(tr("Downloads"), this, open("https://velmora.example/downloads"));
     help->addAction(tr("Send Feedback…"), this, open("mailto:feedback@velmora.example?subject=Velmora%20Feedback"));
     help->addAction(tr("Email Support…"), this, open("mailto:support@velmora.example?subject=Velmora"));
-    help->addAction(tr("Frequently Asked Questions"), this, open("https://velmora.example/faq"));
-    help->addAction(tr("Downloads"), this, open("https://velmora.example/downloads"));
+    help->addSeparator();
+    help->addAction(tr("&About Velmora"), this, [this] { AboutBox::show(this); });
 
-    statusBar()->addPermanentWidget(new QLabel(QStringLiteral("Quicktime %1").arg(controller_.quickTimeMajor())));
+    connect(musicTab_, &MusicTab::statusMessage, this, [this](const QString& text) { statusBar()->showMessage(text); });
+    connect(&controller_, &MyController::libraryFolderRefused, this,
+            [this](const QString& message) { showAlert(tr("Add Folder to Library"), message); });
 
     connect(&controller_, &MyController::tasksRunningSheetShown, this, &MainWindow::showTasksRunningSheet);
     connect(&controller_, &MyController::tasksRemainingChanged, this, [this](int count) {
@@ -102,26 +123,30 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
         }
         tasksSheet_ = nullptr;
     });
+    connect(&controller_, &MyController::stoppingJobs, this, [this] {
+        if (!tasksSheet_)
+            return;
+        tasksSheet_->setText(tr("Stopping the running jobs; what they had begun is removed."));
+        for (QAbstractButton* button : tasksSheet_->buttons())
+            button->setEnabled(false);
+    });
     connect(&controller_, &MyController::terminateRequested, this, [this] {
         quitting_ = true;
+        WindowState::save(this);
         QApplication::quit();
     });
     connect(&controllers_.lame(), &LameWrapper::downloadOfferRequested, this,
             [this] { LamePreferencesPage::offerDownload(&controllers_.lame(), this); });
     connect(&controller_, &MyController::playPlaylistRequested, this,
             [this] { tabs_->setCurrentIndex(PlayTab); });
+
+    WindowState::restore(this);
 }
 
 QTreeView* MainWindow::makeLibraryOutline()
 {
     auto* outline = new QTreeView;
-    auto* model = new LibraryModel(outline);
-    outline->setModel(model);
-    // An opened folder shows what is on disk now.
-    connect(outline, &QTreeView::expanded, model, &LibraryModel::refresh);
-    outline->setHeaderHidden(true);
-    outline->setSelectionMode(QAbstractItemView::ExtendedSelection);
-    outline->setDragEnabled(true);
+    setUpLibraryOutline(outline, QStringLiteral("libraryOutline%1").arg(outlines_.size()));
     outlines_ << outline;
     return outline;
 }
@@ -129,13 +154,16 @@ QTreeView* MainWindow::makeLibraryOutline()
 QWidget* MainWindow::makeSourcePane(const QString& notYetAvailable)
 {
     auto* splitter = new QSplitter;
+    splitter->setObjectName(QStringLiteral("sourcePane%1").arg(outlines_.size()));
     auto* left = new QWidget;
     auto* leftLayout = new QVBoxLayout(left);
     leftLayout->setContentsMargins(0, 0, 0, 0);
     leftLayout->addWidget(makeLibraryOutline());
     auto* buttons = new QHBoxLayout;
     auto* add = new QPushButton(tr("Add Folder…"));
+    add->setToolTip(tr("Add a folder and the music in it to the library (Ctrl+L)"));
     auto* remove = new QPushButton(tr("Remove"));
+    remove->setToolTip(tr("Take the selected top folder out of the library; no file is deleted"));
     connect(add, &QPushButton::clicked, this, &MainWindow::addToLibrary);
     connect(remove, &QPushButton::clicked, this, &MainWindow::removeFromLibrary);
     buttons->addWidget(add);
@@ -155,18 +183,13 @@ QWidget* MainWindow::makeSourcePane(const QString& notYetAvailable)
 
 void MainWindow::addToLibrary()
 {
-    auto* chooser = new QFileDialog(this, tr("Add Folder to Library"));
-    chooser->setFileMode(QFileDialog::Directory);
-    chooser->setOption(QFileDialog::ShowDirsOnly);
-    chooser->setOption(QFileDialog::DontUseNativeDialog);  // so the explanation shows
-    chooser->setLabelText(QFileDialog::LookIn, MyController::addToLibraryMessage());
-    chooser->setWindowModality(Qt::WindowModal);
-    chooser->setAttribute(Qt::WA_DeleteOnClose);
-    connect(chooser, &QFileDialog::finished, this, [this, chooser](int result) {
-        const QStringList chosen = chooser->selectedFiles();
-        controller_.addToLibraryDidEnd(result == QDialog::Accepted && !chosen.isEmpty(), chosen.value(0));
-    });
-    chooser->open();
+    const QString music = AppPaths::musicFolder();
+    QFileDialog* chooser =
+        openFolderChooser(this, tr("Add Folder to Library"), MyController::addToLibraryMessage(),
+                          QFileInfo(music).isDir() ? music : AppPaths::homeDir(), QString(),
+                          [this](const QString& folder) { controller_.addToLibraryDidEnd(true, folder); });
+    // Cancelling still makes every tab reload, as a confirmed choice does.
+    connect(chooser, &QFileDialog::rejected, this, [this] { controller_.addToLibraryDidEnd(false, QString()); });
 }
 
 void MainWindow::removeFromLibrary()
@@ -179,6 +202,22 @@ void MainWindow::removeFromLibrary()
     for (QModelIndex up = current.parent(); up.isValid(); up = up.parent())
         ++level;
     controller_.removeFromLibrary(item ? item->relativePath() : QString(), level);
+}
+
+void MainWindow::openAddress(const QString& url)
+{
+    if (!Desktop::openUrl(url))
+        showAlert(tr("Cannot Open"), tr("No program could open \u201c%1\u201d. Is a web browser or mail program "
+                                        "installed and set as the default?")
+                                         .arg(url));
+}
+
+void MainWindow::showAlert(const QString& title, const QString& message)
+{
+    auto* alert = new QMessageBox(QMessageBox::Warning, title, message, QMessageBox::Ok, this);
+    alert->setAttribute(Qt::WA_DeleteOnClose);
+    alert->setWindowModality(Qt::WindowModal);
+    alert->open();
 }
 
 void MainWindow::openDiscImage()
@@ -207,15 +246,10 @@ void MainWindow::showTasksRunningSheet(int count)
                                   QMessageBox::NoButton, this);
     tasksSheet_->setInformativeText(tr("Tasks still running: %1").arg(count));
     auto* quitNow = tasksSheet_->addButton(tr("Quit Now"), QMessageBox::DestructiveRole);
+    quitNow->setToolTip(tr("Stop every running job, remove what they had begun, and quit"));
+    // The sheet stays while the jobs stop; the controller ends it.
+    QObject::disconnect(quitNow, &QAbstractButton::clicked, nullptr, nullptr);
     connect(quitNow, &QPushButton::clicked, &controller_, &MyController::tasksrunningQuit);
-    auto* cancelJobs = tasksSheet_->addButton(tr("Cancel Jobs"), QMessageBox::ActionRole);
-    cancelJobs->setToolTip(tr("Cancel every running job; Velmora quits when they have stopped."));
-    // This button keeps the sheet open: it counts down while the jobs stop.
-    QObject::disconnect(cancelJobs, &QAbstractButton::clicked, nullptr, nullptr);
-    connect(cancelJobs, &QPushButton::clicked, this, [this, cancelJobs] {
-        cancelJobs->setEnabled(false);
-        controller_.cancelRunningTasks();
-    });
     tasksSheet_->setWindowModality(Qt::WindowModal);
     tasksSheet_->setAttribute(Qt::WA_DeleteOnClose);
     tasksSheet_->open();

@@ -32,6 +32,8 @@ public:
     void removeFromLibrary();
     void showPreferences();
     void openDiscImage();
+    // Opens an address in the browser or mail program; says so when nothing can.
+    void openAddress(const QString& url);
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -40,6 +42,7 @@ private:
     QWidget* makeSourcePane(const QString& notYetAvailable);
     QTreeView* makeLibraryOutline();
     void showTasksRunningSheet(int count);
+    void showAlert(const QString& title, const QString& message);
 
     MyController& controller_;
     AppControllers& controllers_;

@@ -1,13 +1,16 @@
 #include "ui/MusicTab.h"
 
-#include "tabs/AppControllers.h"
-#include "tabs/CompilationModel.h"
+#include "core/Defaults.h"
 #include "core/LibraryModel.h"
-#include "tabs/MP3DataSource.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
-#include "core/TaskManager.h"
+#include "platform/Desktop.h"
 #include "playlists/M3uManager.h"
+#include "tabs/AppControllers.h"
+#include "tabs/CompilationModel.h"
+#include "tabs/MP3DataSource.h"
+#include "ui/FolderChooser.h"
+#include "ui/LibraryOutline.h"
 #include "ui/PlaylistPanel.h"
 
 #include <QComboBox>
@@ -15,6 +18,7 @@
 #include <QFileDialog>
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QIcon>
 #include <QLabel>
 #include <QListWidget>
 #include <QMessageBox>
@@ -22,8 +26,8 @@
 #include <QProgressDialog>
 #include <QPushButton>
 #include <QSplitter>
-#include <QTimer>
 #include <QTreeView>
+#include <QUrl>
 #include <QVBoxLayout>
 
 namespace {
@@ -73,6 +77,8 @@ protected:
 };
 
 const QString kDropZoneRow = QStringLiteral("Dropped Files");
+constexpr char kFormatKey[] = "mConvertFormatStored";
+constexpr char kBurnKindKey[] = "mBurnCDFormatPopup";
 
 QString colourFor(MP3DataSource::FigureColor colour)
 {
@@ -82,29 +88,16 @@ QString colourFor(MP3DataSource::FigureColor colour)
 } // namespace
 
 MusicTab::MusicTab(AppControllers& controllers, QWidget* parent)
-    : QWidget(parent),
-      music_(controllers.musicSources()),
-      compilation_(new MP3DataSource(this)),
-      outline_(new SourcesOutline),
-      otherSources_(new QListWidget),
-      compilationView_(new QTreeView),
-      sizeLabel_(new QLabel),
-      missingLabel_(new QLabel),
-      inFlightLabel_(new QLabel),
-      m3uStatusLabel_(new QLabel),
-      formatCombo_(new QComboBox),
-      burnCombo_(new QComboBox),
-      inFlightTimer_(new QTimer(this))
+    : QWidget(parent), music_(controllers.musicSources()), compilation_(new MP3DataSource(this)),
+      outline_(new SourcesOutline), otherSources_(new QListWidget), compilationView_(new QTreeView),
+      sizeLabel_(new QLabel), missingLabel_(new QLabel), m3uStatusLabel_(new QLabel), formatCombo_(new QComboBox),
+      burnCombo_(new QComboBox)
 {
     // Sources: the library, then the drop zone and a mounted disc.
-    auto* library = new LibraryModel(outline_);
-    outline_->setModel(library);
-    outline_->setHeaderHidden(true);
-    outline_->setSelectionMode(QAbstractItemView::ExtendedSelection);
-    outline_->setDragEnabled(true);
+    setUpLibraryOutline(outline_, QStringLiteral("musicLibraryOutline"));
     outline_->setAcceptDrops(true);
     outline_->setDropIndicatorShown(true);
-    connect(outline_, &QTreeView::expanded, library, &LibraryModel::refresh);
+    outline_->setToolTip(tr("Drop files here to convert, burn or copy just those"));
     connect(outline_->selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] {
         if (outline_->selectionModel()->hasSelection()) {
             focus_ = Focus::Library;
@@ -112,6 +105,7 @@ MusicTab::MusicTab(AppControllers& controllers, QWidget* parent)
         }
     });
     otherSources_->setMaximumHeight(70);
+    otherSources_->setObjectName(QStringLiteral("otherSources"));
     connect(otherSources_, &QListWidget::itemSelectionChanged, this, [this] {
         const QList<QListWidgetItem*> items = otherSources_->selectedItems();
         if (items.isEmpty())
@@ -127,7 +121,9 @@ MusicTab::MusicTab(AppControllers& controllers, QWidget* parent)
     sourcesLayout->addWidget(otherSources_);
 
     // Playlists and media sets.
-    auto* playlistPanel = new PlaylistPanel(controllers.playlists(), controllers.media(), controllers.hiddenPlaylists());
+    playlistPanel_ = new PlaylistPanel(controllers.playlists(), controllers.media(), controllers.hiddenPlaylists());
+    connect(playlistPanel_, &PlaylistPanel::newPlaylistRequested, this, &MusicTab::newPlaylist);
+    connect(playlistPanel_, &PlaylistPanel::exportRequested, this, &MusicTab::exportM3U);
     NotificationCenter& center = NotificationCenter::defaultCenter();
     center.addObserver(this, VLDidSelectPlaylistNotification, [this](const Notification& n) {
         const QString path = n.object.toString();
@@ -143,9 +139,19 @@ MusicTab::MusicTab(AppControllers& controllers, QWidget* parent)
             focus_ = Focus::MediaSet;
         });
     });
+    // A deleted playlist is no source any more.
+    center.addObserver(this, VLPlaylistInfoNotification, [this](const Notification&) {
+        QMetaObject::invokeMethod(this, [this] {
+            if (!selectedPlaylist_.isEmpty() && !QFileInfo::exists(selectedPlaylist_))
+                selectedPlaylist_.clear();
+        });
+    });
 
-    // The compilation tree.
+    // The compilation tree: names with their icons; what kind a row is shows in its icon.
+    compilationView_->setObjectName(QStringLiteral("compilationView"));
     compilationView_->setModel(compilation_->model());
+    compilationView_->setColumnHidden(CompilationModel::IsExpandableColumn, true);
+    compilationView_->setColumnHidden(CompilationModel::NodeKindColumn, true);
     compilationView_->setSelectionModel(compilation_->selectionModel());
     compilationView_->setSelectionMode(QAbstractItemView::ExtendedSelection);
     compilationView_->setDragDropMode(QAbstractItemView::DragDrop);
@@ -153,54 +159,77 @@ MusicTab::MusicTab(AppControllers& controllers, QWidget* parent)
     compilationView_->setDropIndicatorShown(true);
     compilationView_->header()->setSectionResizeMode(0, QHeaderView::Stretch);
     auto* compilationButtons = new QHBoxLayout;
-    auto addButton = [&](QBoxLayout* layout, const QString& text, auto action) {
+    auto addButton = [&](QBoxLayout* layout, const QString& text, const QString& toolTip, auto action) {
         auto* button = new QPushButton(text);
+        button->setToolTip(toolTip);
         layout->addWidget(button);
         connect(button, &QPushButton::clicked, this, action);
         return button;
     };
-    addButton(compilationButtons, tr("Add Group"), [this] { compilation_->addGroup(); });
-    addButton(compilationButtons, tr("Add Leaf"), [this] { compilation_->addLeaf(); });
-    addButton(compilationButtons, tr("Delete"), [this] { compilation_->deleteSelections(); });
-    addButton(compilationButtons, tr("Sort"), [this] { compilation_->sortData(); });
+    addButton(compilationButtons, tr("New Group"), tr("Add a group (a folder on the disc or player) to the playlist"),
+              [this] { compilation_->addGroup(); });
+    addButton(compilationButtons, tr("New Entry"), tr("Add an entry to the playlist; type a file's path as its name"),
+              [this] { compilation_->addLeaf(); });
+    addButton(compilationButtons, tr("Remove"), tr("Remove the selected entries from the playlist (not from the disk)"),
+              [this] { compilation_->deleteSelections(); });
+    addButton(compilationButtons, tr("Sort"), tr("Sort the playlist by name"), [this] { compilation_->sortData(); });
     compilationButtons->addStretch();
     compilationButtons->addWidget(new QLabel(tr("Size:")));
     compilationButtons->addWidget(sizeLabel_);
-    compilationButtons->addWidget(new QLabel(tr("Missing:")));
+    sizeLabel_->setToolTip(tr("Blue while the playlist fits on a CD (650 MB), red when it does not"));
+    compilationButtons->addWidget(new QLabel(tr("Missing files:")));
     compilationButtons->addWidget(missingLabel_);
+    missingLabel_->setToolTip(tr("Entries whose files cannot be found"));
     connect(compilation_, &MP3DataSource::sizeChanged, this, &MusicTab::updateCompilationFigures);
     connect(compilation_, &MP3DataSource::searchSheetChanged, this, &MusicTab::showSearchSheet);
     auto* compilationPane = new QWidget;
     auto* compilationLayout = new QVBoxLayout(compilationPane);
     compilationLayout->setContentsMargins(0, 0, 0, 0);
-    compilationLayout->addWidget(new QLabel(tr("Compilation")));
+    compilationLayout->addWidget(new QLabel(tr("Playlist contents (drop music here)")));
     compilationLayout->addWidget(compilationView_, 1);
     compilationLayout->addLayout(compilationButtons);
 
     auto* right = new QSplitter(Qt::Vertical);
-    right->addWidget(playlistPanel);
+    right->setObjectName(QStringLiteral("musicRightSplitter"));
+    right->addWidget(playlistPanel_);
     right->addWidget(compilationPane);
     auto* splitter = new QSplitter;
+    splitter->setObjectName(QStringLiteral("musicSplitter"));
     splitter->addWidget(sourcesPane);
     splitter->addWidget(right);
-    splitter->setStretchFactor(1, 1);
+    splitter->setStretchFactor(0, 3);
+    splitter->setStretchFactor(1, 2);
+    splitter->setSizes({3000, 2000});  // the library's columns want the room first
 
     // Actions.
     auto* actions = new QHBoxLayout;
     actions->addWidget(new QLabel(tr("Convert to")));
+    formatCombo_->setObjectName(QStringLiteral("convertFormat"));
+    formatCombo_->setToolTip(tr("The format the selected music is converted to"));
     formatCombo_->addItems(MusicSourcesWrapper::formatKeys());
-    formatCombo_->setCurrentText(QStringLiteral("MP3"));
+    const QString storedFormat = Defaults::standard().stringForKey(kFormatKey);
+    formatCombo_->setCurrentText(MusicSourcesWrapper::formatKeys().contains(storedFormat) ? storedFormat
+                                                                                          : QStringLiteral("MP3"));
+    connect(formatCombo_, &QComboBox::currentTextChanged, this, [](const QString& format) {
+        Defaults::standard().setObject(kFormatKey, format);
+        Defaults::standard().synchronize();
+    });
     actions->addWidget(formatCombo_);
-    addButton(actions, tr("Convert…"), [this] { chooseSaveFolder(formatCombo_->currentText()); });
+    addButton(actions, tr("Convert…"), tr("Convert the selected music into a folder you choose (Ctrl+Shift+C)"),
+              [this] { convert(); })
+        ->setObjectName(QStringLiteral("convert"));
     actions->addSpacing(20);
+    burnCombo_->setToolTip(tr("What kind of disc to burn"));
     burnCombo_->addItems(MusicSourcesWrapper::burnKinds());
+    if (const int kind = burnCombo_->findText(Defaults::standard().stringForKey(kBurnKindKey)); kind >= 0)
+        burnCombo_->setCurrentIndex(kind);
     connect(burnCombo_, &QComboBox::textActivated, this, &MusicSourcesWrapper::burnCDSetFormat);
     actions->addWidget(burnCombo_);
-    addButton(actions, tr("Burn"), [this] { burn(); });
-    addButton(actions, tr("Copy to Flash Player"), [this] { copyToFlash(); });
+    addButton(actions, tr("Burn"), tr("Burn the selected music onto a disc of the kind chosen"), [this] { burn(); });
+    addButton(actions, tr("Copy to Flash Player"), tr("Copy the selected music onto a flash player"),
+              [this] { copyToFlash(); });
     actions->addStretch();
     actions->addWidget(m3uStatusLabel_);
-    actions->addWidget(inFlightLabel_);
 
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(splitter, 1);
@@ -224,8 +253,15 @@ MusicTab::MusicTab(AppControllers& controllers, QWidget* parent)
     }, Qt::QueuedConnection);
     connect(&controllers.m3u(), &m3uManager::statusChanged, this,
             [this](const QString& status) { m3uStatusLabel_->setText(status); }, Qt::QueuedConnection);
-    connect(inFlightTimer_, &QTimer::timeout, this, &MusicTab::updateWorkInFlight);
-    inFlightTimer_->start(500);
+    connect(
+        &controllers.m3u(), &m3uManager::written, this,
+        [this](const QString& playlist, const QStringList& files) {
+            if (playlist == std::exchange(exporting_, QString()))
+                showExported(files);
+        },
+        Qt::QueuedConnection);
+    // Each file's conversion shows in the job list; the end of the batch here.
+    connect(&music_, &MusicSourcesWrapper::batchFinished, this, &MusicTab::showBatchSummary, Qt::QueuedConnection);
 
     refreshOtherSources();
     updateCompilationFigures();
@@ -266,25 +302,80 @@ MusicSourcesWrapper::Selection MusicTab::currentSelection() const
     return selection;
 }
 
+void MusicTab::convert()
+{
+    chooseSaveFolder(formatCombo_->currentText());
+}
+
 void MusicTab::chooseSaveFolder(const QString& formatKey)
 {
     if (currentSelection().isEmpty()) {
-        QMessageBox::information(this, tr("Nothing Selected"), tr("Select music in the sources first."));
+        QMessageBox::information(this, tr("Nothing Selected"),
+                                 tr("Select music in the library, a playlist or a media set first."));
         return;
     }
-    auto* chooser = new QFileDialog(this, tr("Export %1").arg(formatKey), MusicSourcesWrapper::startingFolderFor(formatKey));
-    chooser->setFileMode(QFileDialog::Directory);
-    chooser->setOption(QFileDialog::ShowDirsOnly);
-    chooser->setOption(QFileDialog::DontUseNativeDialog);  // so the explanation shows
-    chooser->setLabelText(QFileDialog::LookIn, MusicSourcesWrapper::chooseFolderMessage(formatKey));
-    chooser->setWindowModality(Qt::WindowModal);
-    chooser->setAttribute(Qt::WA_DeleteOnClose);
-    connect(chooser, &QFileDialog::finished, this, [this, chooser, formatKey](int result) {
-        const QStringList chosen = chooser->selectedFiles();
-        if (result == QDialog::Accepted && !chosen.isEmpty())
-            convertInto(formatKey, chosen.first());
+    const MusicSourcesWrapper::FolderChoice choice = MusicSourcesWrapper::folderChoiceFor(formatKey);
+    openFolderChooser(this, tr("Convert to %1").arg(formatKey), MusicSourcesWrapper::chooseFolderMessage(formatKey),
+                      choice.openIn, choice.newFolderName,
+                      [this, formatKey](const QString& folder) { convertInto(formatKey, folder); });
+}
+
+void MusicTab::newPlaylist()
+{
+    const QString path = compilation_->newPlaylist();
+    // A failure is in the job list; the new playlist's name is ready for typing.
+    if (!path.isEmpty())
+        playlistPanel_->selectAndRename(path);
+}
+
+void MusicTab::exportM3U()
+{
+    const QString playlist = compilation_->currentPlaylist();
+    if (playlist.isEmpty()) {
+        QMessageBox::information(this, tr("Export M3U"), tr("Select a playlist first."));
+        return;
+    }
+    exporting_ = playlist;
+    compilation_->exportM3U();
+}
+
+void MusicTab::showExported(const QStringList& files)
+{
+    const QString made = files.value(0);
+    QString text = tr("The M3U playlist \u201c%1\u201d is in \u201c%2\u201d.")
+                       .arg(QFileInfo(made).fileName(), QFileInfo(made).path());
+    if (files.size() > 1)
+        text += ' ' + tr("A copy is in \u201c%1\u201d.").arg(QFileInfo(files.at(1)).path());
+    auto* box = new QMessageBox(QMessageBox::Information, tr("Export M3U"), text, QMessageBox::Ok, this);
+    box->setObjectName(QStringLiteral("m3uExported"));
+    box->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    auto* openFolder = box->addButton(tr("Open Folder"), QMessageBox::ActionRole);
+    openFolder->setToolTip(tr("Show the folder in the file manager"));
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setWindowModality(Qt::WindowModal);
+    connect(box, &QMessageBox::finished, this, [this, box, openFolder, folder = QFileInfo(files.last()).path()] {
+        if (box->clickedButton() == openFolder && !Desktop::openUrl(QUrl::fromLocalFile(folder).toString()))
+            QMessageBox::warning(this, tr("Open Folder"),
+                                 tr("No program could show \u201c%1\u201d. Is a file manager installed?").arg(folder));
     });
-    chooser->open();
+    box->open();
+}
+
+void MusicTab::showBatchSummary(const MusicSourcesWrapper::BatchSummary& summary)
+{
+    emit statusMessage(summary.text());
+    if (summary.problems.isEmpty())
+        return;
+    // Failed jobs stay in the job list too; this says it once for the whole batch.
+    auto* box = new QMessageBox(QMessageBox::Warning, tr("Some Files Were Not Converted"), summary.text(),
+                                QMessageBox::Ok, this);
+    box->setObjectName(QStringLiteral("batchProblems"));
+    box->setInformativeText(summary.problems.mid(0, 5).join('\n'));
+    if (summary.problems.size() > 5)
+        box->setDetailedText(summary.problems.join('\n'));
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setWindowModality(Qt::WindowModal);
+    box->open();
 }
 
 void MusicTab::convertInto(const QString& formatKey, const QString& folder)
@@ -327,6 +418,7 @@ void MusicTab::showProgressSheet()
     progressSheet_->setAutoClose(false);
     progressSheet_->setAutoReset(false);
     auto* cancel = new QPushButton(tr("Cancel"));
+    cancel->setToolTip(tr("Stop handing files over; conversions already started can be cancelled in the job list"));
     progressSheet_->setCancelButton(cancel);
     disconnect(progressSheet_, &QProgressDialog::canceled, progressSheet_, nullptr);
     connect(cancel, &QPushButton::clicked, this, [this, cancel] {
@@ -366,10 +458,14 @@ void MusicTab::refreshOtherSources()
     const QSignalBlocker blocker(otherSources_);
     const bool dropZoneSelected = focus_ == Focus::DropZone;
     otherSources_->clear();
-    otherSources_->addItem(QStringLiteral("%1 (%2)").arg(kDropZoneRow).arg(music_.dropZone().size()));
+    auto* dropZone = new QListWidgetItem(
+        QIcon::fromTheme(QStringLiteral("folder-download"), QIcon::fromTheme(QStringLiteral("folder"))),
+        QStringLiteral("%1 (%2)").arg(kDropZoneRow).arg(music_.dropZone().size()), otherSources_);
+    dropZone->setToolTip(tr("Files dropped on the library column"));
     const QVariantMap disc = music_.audioCD();
     if (!disc.isEmpty())
-        otherSources_->addItem(tr("Audio CD: %1").arg(disc.value("freedbtitle").toString()));
+        new QListWidgetItem(QIcon::fromTheme(QStringLiteral("media-optical")),
+                            tr("Audio CD: %1").arg(disc.value("freedbtitle").toString()), otherSources_);
     if (dropZoneSelected)
         otherSources_->item(0)->setSelected(true);
 }
@@ -380,12 +476,6 @@ void MusicTab::updateCompilationFigures()
     sizeLabel_->setStyleSheet(QStringLiteral("color: %1").arg(colourFor(compilation_->sizeColor())));
     missingLabel_->setText(QString::number(compilation_->missingFiles()));
     missingLabel_->setStyleSheet(QStringLiteral("color: %1").arg(colourFor(compilation_->missingColor())));
-}
-
-void MusicTab::updateWorkInFlight()
-{
-    const int running = taskManager::sharedInstance().count();
-    inFlightLabel_->setText(running > 0 ? tr("Encoding: %1 running").arg(running) : QString());
 }
 
 void MusicTab::showSearchSheet(bool shown)

@@ -5,12 +5,12 @@
 
 class AppControllers;
 class MP3DataSource;
+class PlaylistPanel;
 class QComboBox;
 class QLabel;
 class QListWidget;
 class QProgressDialog;
 class QPushButton;
-class QTimer;
 class QTreeView;
 
 // The Music tab: the sources outline (library folders, the drop zone and a
@@ -25,13 +25,27 @@ public:
 
     MusicSourcesWrapper& music() { return music_; }
     QTreeView* libraryOutline() const { return outline_; }
+    PlaylistPanel* playlistPanel() const { return playlistPanel_; }
+    MP3DataSource* compilation() const { return compilation_; }
+    QTreeView* compilationView() const { return compilationView_; }
     // What the convert, burn and copy actions work on: the last thing selected.
     MusicSourcesWrapper::Selection currentSelection() const;
     // Starts a conversion into a folder already chosen (the folder sheet's end).
     void convertInto(const QString& formatKey, const QString& folder);
 
+    // The main actions, also on the window's menus.
+    void convert();
+    void newPlaylist();
+    void exportM3U();
+
+signals:
+    // A line for the window's status bar.
+    void statusMessage(const QString& text);
+
 private:
     void chooseSaveFolder(const QString& formatKey);
+    void showBatchSummary(const MusicSourcesWrapper::BatchSummary& summary);
+    void showExported(const QStringList& files);
     void burn();
     void copyToFlash();
     void showProgressSheet();
@@ -39,25 +53,24 @@ private:
     void endProgressSheet();
     void refreshOtherSources();
     void updateCompilationFigures();
-    void updateWorkInFlight();
     void showSearchSheet(bool shown);
 
     enum class Focus { Library, DropZone, AudioCD, Playlist, MediaSet };
 
     MusicSourcesWrapper& music_;  // the composition root's, shared with velmora-cli's code paths
     MP3DataSource* compilation_;
+    PlaylistPanel* playlistPanel_ = nullptr;
     QTreeView* outline_;
     QListWidget* otherSources_;
     QTreeView* compilationView_;
     QLabel* sizeLabel_;
     QLabel* missingLabel_;
-    QLabel* inFlightLabel_;
     QLabel* m3uStatusLabel_;
     QComboBox* formatCombo_;
     QComboBox* burnCombo_;
     QProgressDialog* progressSheet_ = nullptr;
     QProgressDialog* searchSheet_ = nullptr;
-    QTimer* inFlightTimer_;
+    QString exporting_;  // the playlist whose M3U export the user asked for
     QString operation_, status_, saveFileName_;
     Focus focus_ = Focus::Library;
     QString selectedPlaylist_;

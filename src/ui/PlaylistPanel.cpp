@@ -1,5 +1,6 @@
 #include "ui/PlaylistPanel.h"
 
+#include "core/Defaults.h"
 #include "playlists/HPlayListDataSource.h"
 #include "playlists/MediaDataSource.h"
 #include "playlists/PlayListDataSource.h"
@@ -12,6 +13,7 @@
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QIcon>
 #include <QItemSelectionModel>
 #include <QLabel>
 #include <QMessageBox>
@@ -22,6 +24,23 @@
 #include <QVBoxLayout>
 
 namespace {
+
+constexpr char kSelectedPlaylistKey[] = "mSelectedPlaylistStored";
+constexpr char kSelectedMediaSetKey[] = "mSelectedMediaSetStored";
+
+QIcon playlistIcon()
+{
+    // Not every theme has a playlist icon; a plain document stands in.
+    return QIcon::fromTheme(QStringLiteral("audio-x-mpegurl"), QIcon::fromTheme(QStringLiteral("text-x-generic")));
+}
+
+// A rename lists the files again, which resets the table: not while its
+// editor is still handing the new name over.
+template <typename Rename>
+void renameLater(QObject* model, Rename rename)
+{
+    QMetaObject::invokeMethod(model, rename, Qt::QueuedConnection);
+}
 
 // Column 0: the tick box of the selected media set; column 1: the name.
 class PlaylistTableModel : public QAbstractTableModel {
@@ -38,9 +57,13 @@ public:
     int columnCount(const QModelIndex& parent = {}) const override { return parent.isValid() ? 0 : 2; }
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override
     {
-        if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
+        if (orientation != Qt::Horizontal)
             return {};
-        return section == 0 ? QString() : tr("Playlist");
+        if (role == Qt::DisplayRole)
+            return section == 0 ? tr("In Set") : tr("Playlist");
+        if (role == Qt::ToolTipRole && section == 0)
+            return tr("Ticked playlists belong to the media set selected below");
+        return {};
     }
     Qt::ItemFlags flags(const QModelIndex& index) const override
     {
@@ -58,6 +81,8 @@ public:
             return source_.nameAt(index.row());
         case Qt::ToolTipRole:
             return source_.pathAt(index.row());
+        case Qt::DecorationRole:
+            return playlistIcon();
         case Qt::ForegroundRole:
             return source_.isFromITunesAt(index.row()) ? QVariant(QColor(Qt::darkGray)) : QVariant();
         default:
@@ -69,7 +94,7 @@ public:
         if (index.column() == 0 && role == Qt::CheckStateRole)
             source_.toggleCheckedAt(index.row());
         else if (index.column() == 1 && role == Qt::EditRole && !value.toString().isEmpty())
-            source_.setNameAt(index.row(), value.toString());
+            renameLater(this, [this, row = index.row(), name = value.toString()] { source_.setNameAt(row, name); });
         else
             return false;
         return true;
@@ -92,7 +117,7 @@ public:
     int columnCount(const QModelIndex& parent = {}) const override { return parent.isValid() ? 0 : 1; }
     QVariant headerData(int, Qt::Orientation orientation, int role) const override
     {
-        return orientation == Qt::Horizontal && role == Qt::DisplayRole ? tr("Media") : QVariant();
+        return orientation == Qt::Horizontal && role == Qt::DisplayRole ? tr("Media Set") : QVariant();
     }
     Qt::ItemFlags flags(const QModelIndex&) const override
     {
@@ -104,13 +129,15 @@ public:
             return source_.nameAt(index.row());
         if (role == Qt::ToolTipRole)
             return source_.pathAt(index.row());
+        if (role == Qt::DecorationRole)
+            return QIcon::fromTheme(QStringLiteral("media-optical"));
         return {};
     }
     bool setData(const QModelIndex& index, const QVariant& value, int role) override
     {
         if (role != Qt::EditRole || value.toString().isEmpty())
             return false;
-        source_.setNameAt(index.row(), value.toString());
+        renameLater(this, [this, row = index.row(), name = value.toString()] { source_.setNameAt(row, name); });
         return true;
     }
 
@@ -189,26 +216,45 @@ PlaylistPanel::PlaylistPanel(PlayListDataSource& playlists, MediaDataSource& med
     : QWidget(parent), playlists_(playlists), media_(media), hidden_(hidden)
 {
     playlistTable_ = makeTable(new PlaylistTableModel(playlists_, this), this);
+    playlistTable_->setObjectName(QStringLiteral("playlistTable"));
     playlistTable_->horizontalHeader()->setSectionResizeMode(0, QHeaderView::ResizeToContents);
     mediaTable_ = makeTable(new MediaTableModel(media_, this), this);
+    mediaTable_->setObjectName(QStringLiteral("mediaSetTable"));
     sizeLabel_ = new QLabel(this);
+    sizeLabel_->setToolTip(tr("The size of the music of the selected media set"));
 
-    auto* deletePlaylist = new QPushButton(tr("Delete"), this);
-    auto* hidePlaylist = new QPushButton(tr("Hide"), this);
-    auto* hiddenList = new QPushButton(tr("Hidden…"), this);
-    auto* playlistToFlash = new QPushButton(tr("Copy to Flash…"), this);
-    auto* addMedia = new QPushButton(tr("Add…"), this);
-    auto* deleteMedia = new QPushButton(tr("Delete"), this);
-    auto* playMedia = new QPushButton(tr("Play"), this);
-    auto* mediaToFlash = new QPushButton(tr("Copy to Flash…"), this);
+    auto button = [this](const QString& text, const QString& toolTip, const char* name) {
+        auto* made = new QPushButton(text, this);
+        made->setToolTip(toolTip);
+        made->setObjectName(QLatin1String(name));
+        return made;
+    };
+    auto* newPlaylist = button(tr("New"), tr("Make a new, empty playlist (Ctrl+N)"), "newPlaylist");
+    auto* renamePlaylist = button(tr("Rename"), tr("Give the selected playlist another name (F2)"), "renamePlaylist");
+    auto* deletePlaylist = button(tr("Delete"), tr("Delete the selected playlist"), "deletePlaylist");
+    auto* exportPlaylist =
+        button(tr("Export M3U…"), tr("Write the selected playlist as an M3U file (Ctrl+E)"), "exportPlaylist");
+    auto* hidePlaylist = button(tr("Hide"), tr("Hide every playlist of the selected playlist's name"), "hidePlaylist");
+    auto* hiddenList = button(tr("Hidden…"), tr("Show and edit the names of hidden playlists"), "hiddenPlaylists");
+    auto* playlistToFlash =
+        button(tr("To Flash…"), tr("Copy the selected playlist's music to a flash player"), "playlistToFlash");
+    auto* addMedia = button(tr("New…"), tr("Make a new media set"), "newMediaSet");
+    auto* deleteMedia = button(tr("Delete"), tr("Delete the selected media set"), "deleteMediaSet");
+    auto* playMedia = button(tr("Play"), tr("Play every playlist of the selected media set"), "playMediaSet");
+    auto* mediaToFlash =
+        button(tr("To Flash…"), tr("Copy the selected media set's music to a flash player"), "mediaSetToFlash");
 
     auto* playlistButtons = new QHBoxLayout;
-    for (QPushButton* button : {deletePlaylist, hidePlaylist, hiddenList, playlistToFlash})
-        playlistButtons->addWidget(button);
+    for (QPushButton* each : {newPlaylist, renamePlaylist, deletePlaylist, exportPlaylist})
+        playlistButtons->addWidget(each);
     playlistButtons->addStretch();
+    auto* morePlaylistButtons = new QHBoxLayout;
+    for (QPushButton* each : {hidePlaylist, hiddenList, playlistToFlash})
+        morePlaylistButtons->addWidget(each);
+    morePlaylistButtons->addStretch();
     auto* mediaButtons = new QHBoxLayout;
-    for (QPushButton* button : {addMedia, deleteMedia, playMedia, mediaToFlash})
-        mediaButtons->addWidget(button);
+    for (QPushButton* each : {addMedia, deleteMedia, playMedia, mediaToFlash})
+        mediaButtons->addWidget(each);
     mediaButtons->addStretch();
     mediaButtons->addWidget(new QLabel(tr("Size:"), this));
     mediaButtons->addWidget(sizeLabel_);
@@ -217,13 +263,18 @@ PlaylistPanel::PlaylistPanel(PlayListDataSource& playlists, MediaDataSource& med
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(playlistTable_, 3);
     layout->addLayout(playlistButtons);
+    layout->addLayout(morePlaylistButtons);
     layout->addWidget(mediaTable_, 2);
     layout->addLayout(mediaButtons);
 
-    connect(playlistTable_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
-            [this] { playlists_.selectRow(selectedRowOf(playlistTable_)); });
-    connect(mediaTable_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
-            [this] { media_.selectRow(selectedRowOf(mediaTable_)); });
+    connect(playlistTable_->selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] {
+        playlists_.selectRow(selectedRowOf(playlistTable_));
+        Defaults::standard().setObject(kSelectedPlaylistKey, playlists_.pathAt(playlists_.selectedRow()));
+    });
+    connect(mediaTable_->selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] {
+        media_.selectRow(selectedRowOf(mediaTable_));
+        Defaults::standard().setObject(kSelectedMediaSetKey, media_.pathAt(media_.selectedRow()));
+    });
     connect(&playlists_, &PlayListDataSource::reloaded, this, &PlaylistPanel::syncPlaylistSelection);
     connect(&media_, &MediaDataSource::reloaded, this, &PlaylistPanel::syncMediaSelection);
     connect(&playlists_, &PlayListDataSource::scrollToRowRequested, this,
@@ -234,7 +285,10 @@ PlaylistPanel::PlaylistPanel(PlayListDataSource& playlists, MediaDataSource& med
     connect(&playlists_, &PlayListDataSource::alert, this, &PlaylistPanel::showAlert);
     connect(&media_, &MediaDataSource::alert, this, &PlaylistPanel::showAlert);
 
-    connect(deletePlaylist, &QPushButton::clicked, &playlists_, &PlayListDataSource::deletePlaylist);
+    connect(newPlaylist, &QPushButton::clicked, this, &PlaylistPanel::newPlaylistRequested);
+    connect(renamePlaylist, &QPushButton::clicked, this, &PlaylistPanel::renamePlaylist);
+    connect(deletePlaylist, &QPushButton::clicked, this, &PlaylistPanel::confirmDeletePlaylist);
+    connect(exportPlaylist, &QPushButton::clicked, this, &PlaylistPanel::exportRequested);
     connect(hidePlaylist, &QPushButton::clicked, &playlists_, &PlayListDataSource::hidePlaylist);
     connect(hiddenList, &QPushButton::clicked, this, &PlaylistPanel::showHiddenPlaylists);
     connect(playlistToFlash, &QPushButton::clicked, &playlists_, &PlayListDataSource::copyPlayListToFlash);
@@ -247,6 +301,68 @@ PlaylistPanel::PlaylistPanel(PlayListDataSource& playlists, MediaDataSource& med
 
     syncPlaylistSelection();
     syncMediaSelection();
+    restoreSelections();
+}
+
+void PlaylistPanel::restoreSelections()
+{
+    Defaults& defaults = Defaults::standard();
+    const int mediaRow = [&] {
+        const QString stored = defaults.stringForKey(kSelectedMediaSetKey);
+        for (int row = 0; !stored.isEmpty() && row < media_.rowCount(); ++row)
+            if (media_.pathAt(row) == stored)
+                return row;
+        return -1;
+    }();
+    // The media set first: the playlists' ticks belong to it.
+    if (mediaRow >= 0)
+        mediaTable_->selectRow(mediaRow);
+    const int playlistRow = int(playlists_.playlistList().indexOf(defaults.stringForKey(kSelectedPlaylistKey)));
+    if (playlistRow >= 0)
+        playlistTable_->selectRow(playlistRow);
+}
+
+void PlaylistPanel::selectAndRename(const QString& path)
+{
+    const int row = int(playlists_.playlistList().indexOf(path));
+    if (row < 0)
+        return;
+    playlistTable_->selectRow(row);
+    renamePlaylist();
+}
+
+void PlaylistPanel::renamePlaylist()
+{
+    const int row = selectedRowOf(playlistTable_);
+    if (row < 0)
+        return;
+    const QModelIndex name = playlistTable_->model()->index(row, 1);
+    playlistTable_->setCurrentIndex(name);
+    playlistTable_->edit(name);
+}
+
+void PlaylistPanel::confirmDeletePlaylist()
+{
+    const int row = selectedRowOf(playlistTable_);
+    if (row < 0)
+        return;
+    const QString path = playlists_.pathAt(row);
+    auto* box = new QMessageBox(QMessageBox::Question, tr("Delete Playlist"),
+                                tr("Delete the playlist \u201c%1\u201d?").arg(playlists_.nameAt(row)),
+                                QMessageBox::NoButton, window());
+    box->setObjectName(QStringLiteral("confirmDeletePlaylist"));
+    box->setInformativeText(tr("Its file is removed. The music it lists stays where it is."));
+    auto* remove = box->addButton(tr("Delete"), QMessageBox::DestructiveRole);
+    box->addButton(QMessageBox::Cancel);
+    box->setDefaultButton(QMessageBox::Cancel);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setWindowModality(Qt::WindowModal);
+    connect(box, &QMessageBox::finished, this, [this, box, remove, path] {
+        // The list may have changed while the question was open.
+        if (box->clickedButton() == remove && playlists_.pathAt(playlists_.selectedRow()) == path)
+            playlists_.deletePlaylist();
+    });
+    box->open();
 }
 
 void PlaylistPanel::syncPlaylistSelection()
@@ -284,7 +400,9 @@ void PlaylistPanel::showHiddenPlaylists()
     dialog->setWindowModality(Qt::WindowModal);
     auto* table = makeTable(new HiddenTableModel(hidden_, dialog), dialog);
     auto* add = new QPushButton(tr("Add"), dialog);
+    add->setToolTip(tr("Add a name to hide: every playlist of that name is left out of the list"));
     auto* remove = new QPushButton(tr("Remove"), dialog);
+    remove->setToolTip(tr("Show the playlists of the selected name again"));
     auto* close = new QDialogButtonBox(QDialogButtonBox::Close, dialog);
     auto* buttons = new QHBoxLayout;
     buttons->addWidget(add);
@@ -335,6 +453,7 @@ void PlaylistPanel::connectCopySheet(QObject* source, const char* title, void (P
     auto* bar = new QProgressBar(sheet);
     bar->setRange(0, 0);
     auto* cancelButton = new QPushButton(tr("Cancel"), sheet);
+    cancelButton->setToolTip(tr("Stop copying after the file in hand"));
     auto* layout = new QVBoxLayout(sheet);
     layout->addWidget(file);
     layout->addWidget(bar);

@@ -1,6 +1,7 @@
 #include "ui/PreferencesDialog.h"
 
 #include "core/Preferences.h"
+#include "platform/AppPaths.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -81,6 +82,7 @@ PreferencesDialog::PreferencesDialog(QWidget* parent) : QDialog(parent), pages_(
     m3uLayout->addRow(tr("Path prefix in M3U files:"), prefixEdit_);
     exportFolderEdit_ = new QLineEdit;
     auto* browse = new QPushButton(tr("Choose…"));
+    browse->setToolTip(tr("Choose the folder that also gets a copy of every exported M3U file"));
     auto* folderRow = new QHBoxLayout;
     folderRow->addWidget(exportFolderEdit_);
     folderRow->addWidget(browse);
@@ -88,7 +90,8 @@ PreferencesDialog::PreferencesDialog(QWidget* parent) : QDialog(parent), pages_(
     connect(prefixEdit_, &QLineEdit::textEdited, this, &PreferencesDialog::controlsChanged);
     connect(exportFolderEdit_, &QLineEdit::textEdited, this, &PreferencesDialog::controlsChanged);
     connect(browse, &QPushButton::clicked, this, [this] {
-        const QString folder = QFileDialog::getExistingDirectory(this, tr("M3U export folder"));
+        const QString folder = QFileDialog::getExistingDirectory(this, tr("M3U export folder"),
+                                                                 AppPaths::expandTilde(exportFolderEdit_->text()));
         if (!folder.isEmpty()) {
             exportFolderEdit_->setText(folder);
             controlsChanged();
@@ -101,6 +104,10 @@ PreferencesDialog::PreferencesDialog(QWidget* parent) : QDialog(parent), pages_(
     auto* revert = buttons->addButton(tr("Revert"), QDialogButtonBox::ResetRole);
     auto* defaults = buttons->addButton(tr("Defaults"), QDialogButtonBox::ResetRole);
     auto* close = buttons->addButton(QDialogButtonBox::Close);
+    saveButton_->setToolTip(tr("Keep these settings"));
+    revert->setToolTip(tr("Put the controls back to the settings last kept"));
+    defaults->setToolTip(tr("Put back the settings Velmora came with, and keep them"));
+    close->setToolTip(tr("Close this window; settings not saved are not kept"));
     connect(saveButton_, &QPushButton::clicked, this, &PreferencesDialog::save);
     connect(revert, &QPushButton::clicked, this, [] { Preferences::sharedInstance().prefsRevert(); });
     connect(defaults, &QPushButton::clicked, this, [] { Preferences::sharedInstance().prefsDefaults(); });

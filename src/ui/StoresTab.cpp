@@ -4,6 +4,7 @@
 #include <QHBoxLayout>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QVBoxLayout>
 
@@ -16,30 +17,31 @@ StoresTab::StoresTab(QWidget* parent)
     fields->addRow(tr("Address:"), urlEdit_);
 
     auto* buttons = new QHBoxLayout;
-    auto button = [&](const QString& text, auto action) {
+    auto button = [&](const QString& text, const QString& toolTip, auto action) {
         auto* b = new QPushButton(text);
+        b->setToolTip(toolTip);
         buttons->addWidget(b);
         connect(b, &QPushButton::clicked, this, action);
         return b;
     };
-    button(tr("Go To Store"), [this] { stores_.gotoSelected(); });
+    button(tr("Go To Store"), tr("Open the selected store in your web browser"), [this] { goToStore(); });
     buttons->addStretch();
-    button(tr("Add"), [this] {
+    button(tr("Add"), tr("Add a store to the list; fill in its name and address, then Update"), [this] {
         stores_.add();
         reload();
     });
-    button(tr("Update"), [this] {
+    button(tr("Update"), tr("Keep the name and address typed above for the selected store"), [this] {
         stores_.setFields(nameEdit_->text(), urlEdit_->text());
         const int row = stores_.selectedRow();
         stores_.update();
         reload();
         list_->setCurrentRow(row);
     });
-    button(tr("Delete"), [this] {
+    button(tr("Delete"), tr("Delete the selected store from the list"), [this] {
         stores_.remove();
         reload();
     });
-    button(tr("Reset"), [this] {
+    button(tr("Reset"), tr("Put back the list of stores Velmora came with"), [this] {
         stores_.resetDefaultStores();
         reload();
     });
@@ -50,8 +52,17 @@ StoresTab::StoresTab(QWidget* parent)
     layout->addLayout(buttons);
 
     connect(list_, &QListWidget::currentRowChanged, this, &StoresTab::selectionChanged);
-    connect(list_, &QListWidget::itemDoubleClicked, this, [this] { stores_.gotoSelected(); });
+    connect(list_, &QListWidget::itemDoubleClicked, this, &StoresTab::goToStore);
     reload();
+}
+
+void StoresTab::goToStore()
+{
+    if (stores_.selectedRow() < 0 || stores_.gotoSelected())
+        return;
+    QMessageBox::warning(this, tr("Go To Store"),
+                         tr("No web browser could open \u201c%1\u201d. Is one installed and set as the default?")
+                             .arg(stores_.toolTipAt(stores_.selectedRow())));
 }
 
 void StoresTab::reload()

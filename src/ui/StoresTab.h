@@ -15,6 +15,7 @@ public:
 private:
     void reload();
     void selectionChanged();
+    void goToStore();
 
     stores_wrapper stores_;
     QListWidget* list_;

@@ -8,8 +8,13 @@
 #include <QDir>
 #include <QFile>
 #include <QMimeData>
+#include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QTest>
+#include <QThread>
 #include <QUrl>
+
+#include <mutex>
 
 #include <gtest/gtest.h>
 
@@ -40,8 +45,22 @@ protected:
         return {};
     }
 
+    QStringList names(LibraryModel& model, const QModelIndex& parent, int column = LibraryModel::NameColumn)
+    {
+        QStringList list;
+        for (int row = 0; row < model.rowCount(parent); ++row)
+            list << model.index(row, column, parent).data().toString();
+        return list;
+    }
+
     QTemporaryDir dir;
     QString root;
+};
+
+// A tag reader for the models made while it lives.
+struct ScopedTagReader {
+    explicit ScopedTagReader(LibraryModel::TagReader reader) { LibraryModel::setTagReader(std::move(reader)); }
+    ~ScopedTagReader() { LibraryModel::setTagReader(nullptr); }
 };
 
 } // namespace
@@ -143,4 +162,82 @@ TEST_F(LibraryModelTest, DragsFileUrlsAndFollowsLibraryChanges)
     NotificationCenter::defaultCenter().post(VLReloadLibraryNotification);
     ASSERT_EQ(model.rowCount(), 2);
     EXPECT_EQ(model.index(1, 0).data().toString(), root + "/Album");
+}
+
+TEST_F(LibraryModelTest, OrdersNamesTheFinderWayAndFillsTheTagColumnsFromWorkerThreads)
+{
+    for (const char* name : {"Track 10.mp3", "track 2.ogg", "b.wav", "a long one.m4a"})
+        writeFile(root + "/Album/" + name, "x");
+    QDir().mkpath(root + "/Album/Zed");
+    std::mutex mutex;
+    QStringList asked;
+    bool onMainThread = false;
+    ScopedTagReader reader([&](const QString& path) -> std::optional<QVariantMap> {
+        std::lock_guard lock(mutex);
+        asked << QFileInfo(path).fileName();
+        onMainThread = onMainThread || QThread::currentThread() == QCoreApplication::instance()->thread();
+        const QString name = QFileInfo(path).completeBaseName();
+        if (name == "b")
+            return std::nullopt;  // unreadable: the row stays without tags
+        QVariantMap record{{"title", name.toUpper()},
+                           {"artist", "Artist " + name},
+                           {"album", "Album"},
+                           {"duration", name.startsWith("a long") ? "3725" : "65"}};
+        return record;
+    });
+    LibraryModel model;
+    const QModelIndex rootIndex = model.index(0, 0);
+    model.fetchMore(rootIndex);
+    const QModelIndex album = child(model, rootIndex, "Album");
+    QSignalSpy read(&model, &LibraryModel::tagsRead);
+    model.fetchMore(album);
+    // Case and digit runs as people read them; folders among the files by name.
+    EXPECT_EQ(names(model, album),
+              (QStringList{"a long one.m4a", "b.wav", "Disc 2", "one.mp3", "track 2.ogg", "Track 10.mp3", "Zed"}));
+    ASSERT_TRUE(read.wait(5000));
+    EXPECT_EQ(model.pendingTagReads(), 0);
+    EXPECT_FALSE(onMainThread);
+    asked.sort();
+    // Files only (of both folders opened), each once.
+    EXPECT_EQ(asked, (QStringList{"Track 10.mp3", "a long one.m4a", "b.wav", "loose.wav", "one.mp3", "track 2.ogg"}));
+    EXPECT_EQ(names(model, album, LibraryModel::TitleColumn),
+              (QStringList{"A LONG ONE", "", "", "ONE", "TRACK 2", "TRACK 10", ""}));
+    EXPECT_EQ(names(model, album, LibraryModel::ArtistColumn).at(4), "Artist track 2");
+    EXPECT_EQ(names(model, album, LibraryModel::DurationColumn),
+              (QStringList{"1:02:05", "", "", "1:05", "1:05", "1:05", ""}));
+    EXPECT_EQ(model.headerData(LibraryModel::AlbumColumn, Qt::Horizontal).toString(), "Album");
+    // A file that comes in later is read as well.
+    writeFile(root + "/Album/new.mp3", "x");
+    model.refresh(album);
+    ASSERT_TRUE(read.wait(5000));
+    EXPECT_EQ(child(model, album, "new.mp3").siblingAtColumn(LibraryModel::TitleColumn).data().toString(), "NEW");
+}
+
+TEST_F(LibraryModelTest, ReadFoldersFollowFilesThatAppearOrVanish)
+{
+    LibraryModel model;
+    const QModelIndex rootIndex = model.index(0, 0);
+    model.fetchMore(rootIndex);
+    const QPersistentModelIndex album = child(model, rootIndex, "Album");
+    model.fetchMore(album);
+    ASSERT_EQ(names(model, album), (QStringList{"Disc 2", "one.mp3"}));
+
+    writeFile(root + "/Album/another.ogg", "x");
+    EXPECT_TRUE(QTest::qWaitFor([&] { return model.rowCount(album) == 3; }, 5000));
+    EXPECT_EQ(names(model, album), (QStringList{"another.ogg", "Disc 2", "one.mp3"}));
+    ASSERT_TRUE(QFile::remove(root + "/Album/one.mp3"));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return model.rowCount(album) == 2; }, 5000));
+    EXPECT_EQ(names(model, album), (QStringList{"another.ogg", "Disc 2"}));
+    // A folder that was never opened is not watched: it is read when it is.
+    EXPECT_FALSE(model.itemForIndex(child(model, album, "Disc 2"))->childrenAreRead());
+}
+
+TEST(FileSystemItem, TheSystemRootLeavesOutTheKernelsOwnFileSystems)
+{
+    QStringList names;
+    for (const auto& entry : FileSystemItem::readEntries("/"))
+        names << entry.name;
+    for (const char* pseudo : {"proc", "sys", "dev", "run"})
+        EXPECT_FALSE(names.contains(pseudo)) << pseudo;
+    EXPECT_TRUE(names.contains("usr"));
 }

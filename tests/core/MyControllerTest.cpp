@@ -141,38 +141,28 @@ TEST(MyController, QuitWaitsForRunningTasksCountingOnceASecond)
     EXPECT_EQ(ended.count(), 1);
 }
 
-TEST(MyController, QuitAtOnceDoesNotWaitForTasks)
-{
-    MyController controller;
-    QSignalSpy terminate(&controller, &MyController::terminateRequested);
-    int job = 0;
-    ASSERT_TRUE(taskManager::sharedInstance().addTask(&job));
-    controller.thankyouQuit();
-    controller.tasksrunningQuit();
-    EXPECT_TRUE(terminate.wait(2000));
-    EXPECT_EQ(taskManager::sharedInstance().count(), 1);  // the shell does not stop running children
-    taskManager::sharedInstance().removeTask(&job);
-}
-
-TEST(MyController, QuitCountsRunningJobsAndCanCancelThem)
+TEST(MyController, QuitAtOnceCancelsEveryJobAndQuitsWhenTheyStopped)
 {
     MyController controller;
     QSignalSpy sheet(&controller, &MyController::tasksRunningSheetShown);
+    QSignalSpy stopping(&controller, &MyController::stoppingJobs);
     QSignalSpy terminate(&controller, &MyController::terminateRequested);
-    // Two jobs that run until they are cancelled; one of them holds a task slot too.
+    // Two jobs that run until they are cancelled (one of them holds a task slot
+    // too), and a slot that no job holds.
     std::atomic<int> stopped{0};
-    auto body = [&](Job& job) {
+    auto first = Job::create("Converting", [&](Job& job) {
         int slot = 0;
         taskManager::sharedInstance().addTask(&slot);
         std::atomic<bool> released{false};
         const auto hook = job.onCancel([&] { released = true; });
         while (!released)
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        // Stopping takes a moment; the quit waits for it.
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
         taskManager::sharedInstance().removeTask(&slot);
         ++stopped;
         return JobResult::cancelled();
-    };
-    auto first = Job::create("Converting", body);
+    });
     auto second = Job::create("Ripping", [&](Job& job) {
         while (!job.isCancelled())
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -183,17 +173,23 @@ TEST(MyController, QuitCountsRunningJobsAndCanCancelThem)
     second->start();
     while (taskManager::sharedInstance().count() == 0)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    int outsider = 0;
+    ASSERT_TRUE(taskManager::sharedInstance().addTask(&outsider));
 
     controller.thankyouQuit();
     ASSERT_EQ(sheet.count(), 1);
     EXPECT_EQ(sheet.at(0).at(0).toInt(), 2);  // the job with the slot counts once
     EXPECT_FALSE(terminate.wait(300));
-    controller.cancelRunningTasks();
+    controller.tasksrunningQuit();
+    EXPECT_EQ(stopping.count(), 1);
+    EXPECT_TRUE(first->isCancelled() && second->isCancelled());
     EXPECT_TRUE(terminate.wait(3000));
-    EXPECT_EQ(stopped, 2);
+    EXPECT_EQ(stopped, 2);  // both had stopped before the quit
     first->wait();
     second->wait();
-    EXPECT_EQ(taskManager::sharedInstance().count(), 0);
+    // A slot held outside any job is not the shell's to stop.
+    EXPECT_EQ(taskManager::sharedInstance().count(), 1);
+    taskManager::sharedInstance().removeTask(&outsider);
 }
 
 TEST(MyController, LibraryFoldersAreAddedAndRemovedAndEveryTabReloads)
@@ -211,14 +207,21 @@ TEST(MyController, LibraryFoldersAreAddedAndRemovedAndEveryTabReloads)
     controller.addToLibraryDidEnd(true, "/srv/music");
     EXPECT_EQ(reloads, 2);
     EXPECT_EQ(FileSystemItem::rootPaths(), (QStringList{"/", "/srv/music"}));
+    // The same folder again is refused with a message, and the tabs still reload.
+    QSignalSpy refused(&controller, &MyController::libraryFolderRefused);
+    controller.addToLibraryDidEnd(true, "/srv/music/");
+    ASSERT_EQ(refused.count(), 1);
+    EXPECT_TRUE(refused.at(0).at(0).toString().contains("/srv/music"));
+    EXPECT_EQ(FileSystemItem::rootPaths(), (QStringList{"/", "/srv/music"}));
+    EXPECT_EQ(reloads, 3);
 
     controller.removeFromLibrary("Jazz", 1);  // inside a root: beep only
     controller.removeFromLibrary(QString(), -1);  // nothing selected
     EXPECT_EQ(beeps, 2);
-    EXPECT_EQ(reloads, 2);
+    EXPECT_EQ(reloads, 3);
     controller.removeFromLibrary("/srv/music", 0);
     EXPECT_EQ(FileSystemItem::rootPaths(), QStringList{"/"});
-    EXPECT_EQ(reloads, 3);
+    EXPECT_EQ(reloads, 4);
 
     NotificationCenter::defaultCenter().removeObserver(&owner);
     Desktop::setBeepHandler(nullptr);

@@ -412,7 +412,8 @@ TEST_F(MP3DataSourceTest, ImportedPlaylistIsEditedAsItsCd3File)
     QVariantMap request;
     NotificationCenter::defaultCenter().addObserver(this, VLM3UPlaylistNotification,
                                                     [&](const Notification& n) { request = n.object.toMap(); });
-    source.exportM3U();
+    EXPECT_TRUE(source.exportM3U());
+    source.waitForExport();
     NotificationCenter::defaultCenter().removeObserver(this);
     EXPECT_EQ(request["path"].toString(), cd3);
     EXPECT_EQ(request["dictionary"].toMap()["Entries"].toList(), (QVariantList{"/a.mp3", "/b.mp3"}));

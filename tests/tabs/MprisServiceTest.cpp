@@ -108,7 +108,7 @@ TEST_F(MprisTest, MediaKeysAndNowPlayingFollowThePlayTab)
                                 SLOT(propertiesChanged(QString, QVariantMap, QStringList))));
 
     EXPECT_EQ(property("Identity", "org.mpris.MediaPlayer2").toString(), "Velmora");
-    EXPECT_EQ(property("DesktopEntry", "org.mpris.MediaPlayer2").toString(), "velmora");
+    EXPECT_EQ(property("DesktopEntry", "org.mpris.MediaPlayer2").toString(), "com.dorvane.velmora");
     EXPECT_EQ(property("PlaybackStatus").toString(), "Stopped");
 
     // The songs are handed over as the desktop opens files; they play at once.

@@ -182,6 +182,11 @@ TEST(MusicSave, SaveThreadShowsTheProgressTextsAndGathersFoldersAndPlaylists)
     EXPECT_EQ(Defaults::standard().stringForKey("defaultMP2Folder"), dir.path() + "/out");
     EXPECT_EQ(MusicSourcesWrapper::startingFolderFor("MP2"), dir.path() + "/out");
     EXPECT_EQ(MusicSourcesWrapper::startingFolderFor("WMA"), QDir::homePath() + "/WMA Folder");
+    // The chooser opens in a folder that exists and offers the missing one as a new folder.
+    EXPECT_EQ(MusicSourcesWrapper::folderChoiceFor("MP2").openIn, dir.path() + "/out");
+    EXPECT_EQ(MusicSourcesWrapper::folderChoiceFor("MP2").newFolderName, "");
+    EXPECT_EQ(MusicSourcesWrapper::folderChoiceFor("WMA").openIn, QDir::homePath());
+    EXPECT_EQ(MusicSourcesWrapper::folderChoiceFor("WMA").newFolderName, "WMA Folder");
     EXPECT_EQ(MusicSourcesWrapper::chooseFolderMessage("OGG"), "Please select a folder to export the OGG files.");
 
     ASSERT_GE(progress.size(), 2);
@@ -250,15 +255,27 @@ TEST(MusicSave, RealEncodersConvertIntoUniqueNames)
     lame.lookForLame();
     ASSERT_TRUE(lame.lameFound());
     MusicSourcesWrapper music;
-    auto convert = [&](const QVariantMap& flash) {
-        QVariantMap request{{"type", "MP3"}, {"destinationfolder", out}, {"selectedfiles", QStringList{mp3}}};
+    QSignalSpy batches(&music, &MusicSourcesWrapper::batchFinished);
+    auto convert = [&](const QVariantMap& flash, const QStringList& files = {}) {
+        QVariantMap request{
+            {"type", "MP3"}, {"destinationfolder", out}, {"selectedfiles", files.isEmpty() ? QStringList{mp3} : files}};
         if (!flash.isEmpty())
             request.insert("flashpanelsettings", flash);
         music.saveFiles(request);
         jobs.waitForBackgroundWork();
     };
+    auto lastSummary = [&] {
+        EXPECT_TRUE(batches.count() > 0 || batches.wait(5000));
+        return batches.takeLast().at(0).value<MusicSourcesWrapper::BatchSummary>();
+    };
+    // With the preference set, an M3U playlist of the batch lands beside its files.
+    Defaults::standard().setInteger("prefsCreateM3UStored", 1);
     convert({});
+    Defaults::standard().setInteger("prefsCreateM3UStored", 0);
     ASSERT_TRUE(QFileInfo(out + "/a 1.MP3").size() > 1000);
+    EXPECT_EQ(lastSummary().text(),
+              "Converted 1 file to MP3 in \u201c" + out + "\u201d. Their M3U playlist is \u201cout.m3u\u201d.");
+    EXPECT_EQ(testsupport::readFile(out + "/out.m3u"), "#EXTM3U\n#EXTINF:1,Tone\na 1.MP3\n");
     QByteArray probe;
     testsupport::run("ffprobe", {"-v", "error", "-show_entries", "stream=codec_name:format_tags=title", "-of",
                                  "default=nw=1", out + "/a 1.MP3"}, &probe);
@@ -268,6 +285,20 @@ TEST(MusicSave, RealEncodersConvertIntoUniqueNames)
     convert({{"replace", true}});
     EXPECT_GT(QFileInfo(out + "/a.MP3").size(), 1000);  // the older file was overwritten
     EXPECT_FALSE(QFileInfo::exists(out + "/a 2.MP3"));
+    lastSummary();
+
+    // A batch with a file that is no audio and one that is missing: the summary
+    // counts them and names them.
+    testsupport::writeFile(dir.path() + "/in/notes.ogg", "not audio at all");
+    convert({}, {mp3, dir.path() + "/in/notes.ogg", dir.path() + "/in/gone.wav"});
+    const auto summary = lastSummary();
+    EXPECT_EQ(summary.files, 3);
+    EXPECT_EQ(summary.made, 1);
+    EXPECT_EQ(summary.failed, 2);
+    EXPECT_EQ(summary.text(), "Converted 1 of 3 files to MP3 in \u201c" + out + "\u201d. 2 failed.");
+    ASSERT_EQ(summary.problems.size(), 2);
+    EXPECT_TRUE(summary.problems.filter("gone.wav").size() == 1) << summary.problems.join('\n').toStdString();
+    EXPECT_TRUE(summary.problems.filter("notes.ogg").size() == 1) << summary.problems.join('\n').toStdString();
 }
 
 TEST(MusicSave, UniqueNamesAreReservedAndFitTheFileSystem)

@@ -6,14 +6,18 @@
 #include <QLabel>
 #include <QLayout>
 #include <QProgressBar>
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QTabWidget>
 #include <QTest>
 #include <QToolButton>
+#include <QVBoxLayout>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <thread>
 
 namespace {
@@ -113,7 +117,8 @@ TEST_F(JobListViewTest, AFailedJobShowsWhyUntilItIsDismissedAndASuccessLeaves)
     HeldJob bad("Writing tags");
     ASSERT_TRUE(QTest::qWaitFor([&] { return view.rowCount() == 2; }, 5000));
     // Oldest first.
-    EXPECT_LT(view.layout()->indexOf(view.rowFor(good.job->id())), view.layout()->indexOf(view.rowFor(bad.job->id())));
+    const QLayout* rows = view.rowFor(good.job->id())->parentWidget()->layout();
+    EXPECT_LT(rows->indexOf(view.rowFor(good.job->id())), rows->indexOf(view.rowFor(bad.job->id())));
 
     good.finish();
     bad.finish("\"x.mp3\" is read-only; it was left as it is.");
@@ -154,4 +159,26 @@ TEST_F(JobListViewTest, AJobStartedBeforeTheWindowIsShownAndSeenFromEveryTab)
     ASSERT_TRUE(QTest::qWaitFor([&] { return list->rowFor(early.job->id()) == nullptr; }, 5000));
     // Shown exactly while something is listed (the window's own start-up jobs may still be).
     EXPECT_EQ(list->isVisible(), list->rowCount() > 0);
+}
+
+TEST_F(JobListViewTest, ABatchOfManyJobsScrollsInsteadOfGrowingTheWindow)
+{
+    auto* layout = new QVBoxLayout(&parent);
+    layout->addWidget(new QWidget, 1);  // the tabs above it
+    layout->addWidget(&view);
+    parent.resize(800, 600);
+    parent.show();
+    std::vector<std::unique_ptr<HeldJob>> jobs;
+    for (int i = 0; i < 40; ++i)
+        jobs.push_back(std::make_unique<HeldJob>(QStringLiteral("Converting %1.wav to OGG").arg(i)));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return view.rowCount() == 40; }, 5000));
+    // A few rows tall once laid out, the window keeps its size, and the last job is still reachable.
+    QWidget* first = view.rowFor(jobs.front()->job->id());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return first->height() > 0 && view.height() >= 3 * first->height(); }, 5000));
+    EXPECT_LE(view.height(), 12 * first->height());
+    EXPECT_EQ(parent.height(), 600);
+    auto* scroll = view.findChild<QScrollArea*>();
+    ASSERT_TRUE(scroll);
+    scroll->ensureWidgetVisible(view.rowFor(jobs.back()->job->id()));
+    EXPECT_GT(scroll->verticalScrollBar()->value(), 0);
 }

@@ -2,22 +2,29 @@
 #include "ui/RipTab.h"
 #include "core/Defaults.h"
 #include "core/Job.h"
+#include "core/LibraryModel.h"
 #include "core/MyController.h"
 #include "core/Preferences.h"
 #include "tabs/AppControllers.h"
+#include "ui/AboutBox.h"
 #include "ui/AwakeApplication.h"
 #include "ui/MusicTab.h"
 #include "ui/PreferencesDialog.h"
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QHeaderView>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QSignalSpy>
+#include <QSplitter>
+#include <QTabBar>
 #include <QTabWidget>
 #include <QTest>
 #include <QThread>
+#include <QTreeView>
 
 #include <gtest/gtest.h>
 
@@ -42,45 +49,71 @@ TEST(MainWindow, ShowsSixTabsInOrderWithHonestNotices)
     }
 }
 
-TEST(MainWindow, QuitRemembersTheSelectedTab)
+TEST(MainWindow, TheWindowsShapeTabFormatAndColumnsAreKeptAcrossARestart)
 {
-    AwakeApplication app;
-    MainWindow& window = app.window();
-    window.tabs()->setCurrentIndex(MainWindow::StoresTabIndex);
-    window.close();  // no task runs: quits at once and stores the tab
+    QList<int> splitterSizes;
+    {
+        AwakeApplication app;
+        MainWindow& window = app.window();
+        window.show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+        window.resize(900, 610);
+        auto* splitter = window.findChild<QSplitter*>("musicSplitter");
+        splitter->setSizes({300, 560});
+        splitterSizes = splitter->sizes();
+        window.musicTab()->libraryOutline()->header()->resizeSection(LibraryModel::ArtistColumn, 211);
+        window.findChild<QComboBox*>("convertFormat")->setCurrentText("OGG");
+        window.tabs()->setCurrentIndex(MainWindow::StoresTabIndex);
+        window.close();  // no task runs: quits at once and keeps everything
+    }
     Defaults::standard().reload();
-    EXPECT_EQ(Defaults::standard().integerForKey("mSelectedTabStored"), 5);
-}
-
-TEST(MainWindow, QuittingWithARunningJobCanCancelItAndQuitsOnceItStopped)
-{
     AwakeApplication app;
     MainWindow& window = app.window();
+    EXPECT_EQ(app.controller.awakeFromNib(), int(MainWindow::StoresTabIndex));
     window.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
-    ASSERT_TRUE(JobList::shared().waitForAll(5000));  // the start-up jobs are done
-    auto job = Job::create("Burning", [](Job& self) {
-        while (!self.isCancelled())
-            QThread::msleep(2);
-        return JobResult::cancelled();
-    });
-    job->start();
-    QSignalSpy terminate(&app.controller, &MyController::terminateRequested);
-    window.close();
-    auto* sheet = window.findChild<QMessageBox*>();
-    ASSERT_TRUE(sheet);
-    EXPECT_TRUE(sheet->informativeText().contains("1"));
-    QPushButton* cancelJobs = nullptr;
-    for (QAbstractButton* button : sheet->buttons())
-        if (button->text() == "Cancel Jobs")
-            cancelJobs = qobject_cast<QPushButton*>(button);
-    ASSERT_TRUE(cancelJobs);
-    cancelJobs->click();
-    EXPECT_TRUE(job->isCancelled());
-    EXPECT_TRUE(sheet->isVisible());  // it stays and counts down while the jobs stop
-    EXPECT_TRUE(terminate.wait(5000));
-    EXPECT_FALSE(window.findChild<QMessageBox*>() && window.findChild<QMessageBox*>()->isVisible());
-    job->wait();
+    EXPECT_EQ(window.size(), QSize(900, 610));
+    EXPECT_EQ(window.findChild<QSplitter*>("musicSplitter")->sizes(), splitterSizes);
+    EXPECT_EQ(window.musicTab()->libraryOutline()->header()->sectionSize(LibraryModel::ArtistColumn), 211);
+    EXPECT_EQ(window.findChild<QComboBox*>("convertFormat")->currentText(), "OGG");
+}
+
+TEST(MainWindow, EveryButtonSaysWhatItDoesAndEveryColumnHasATitle)
+{
+    AwakeApplication app;
+    MainWindow& window = app.window();
+    window.showPreferences();
+    QList<QWidget*> windows{&window, window.findChild<PreferencesDialog*>()};
+    for (QWidget* each : windows) {
+        for (QAbstractButton* button : each->findChildren<QAbstractButton*>()) {
+            // Tick boxes say what they do in their text; Qt's own parts (the tab
+            // bar's arrows, table corners, the menu bar's overflow) are left alone.
+            if (qobject_cast<QCheckBox*>(button) || qobject_cast<QTabBar*>(button->parentWidget()) ||
+                button->objectName().startsWith("qt_") || button->inherits("QTableCornerButton"))
+                continue;
+            EXPECT_FALSE(button->toolTip().isEmpty()) << button->text().toStdString();
+        }
+        for (QHeaderView* header : each->findChildren<QHeaderView*>()) {
+            if (header->orientation() != Qt::Horizontal || header->isHidden())
+                continue;
+            for (int section = 0; section < header->count(); ++section) {
+                if (header->isSectionHidden(section))
+                    continue;
+                const QString title = header->model()->headerData(section, Qt::Horizontal).toString();
+                EXPECT_FALSE(title.isEmpty()) << header->parent()->objectName().toStdString() << " " << section;
+                for (const char* internal : {"Leaf", "Expandable", "Kind", "Group"})
+                    EXPECT_FALSE(title.contains(internal)) << title.toStdString();
+            }
+        }
+    }
+    // The About box names every library with the version it reports.
+    const auto libraries = AboutBox::libraryVersions();
+    EXPECT_EQ(libraries.size(), 8);
+    for (const auto& [name, version] : libraries)
+        EXPECT_TRUE(version.contains(QRegularExpression("\\d"))) << name.toStdString() << ": " << version.toStdString();
+    // The FreeDB server list the Preferences window asked for ends while the application is whole.
+    JobList::shared().cancelAll();
+    EXPECT_TRUE(JobList::shared().waitForAll(10000));
 }
 
 TEST(PreferencesDialog, UntickingAWarningDisablesItsComboAndSaveStoresTheControls)
