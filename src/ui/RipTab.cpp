@@ -48,9 +48,10 @@ RipTab::RipTab(AppControllers& controllers, QWidget* parent)
             [this](int index) { rip_.selectDisc(disc_->itemData(index).toString()); });
     connect(album_, &QComboBox::activated, this, [this](int index) { rip_.selectAlbum(index); });
     connect(eject_, &QPushButton::clicked, this, [this] { rip_.ejectSelectedCD(); });
+    eject_->setToolTip(tr("Eject the selected disc"));
 
     // The tracks.
-    tracks_->setHorizontalHeaderLabels({QString(), tr("#"), tr("Title"), tr("Artist"), tr("Duration")});
+    tracks_->setHorizontalHeaderLabels({tr("Rip"), tr("#"), tr("Title"), tr("Artist"), tr("Duration")});
     tracks_->verticalHeader()->hide();
     tracks_->setSelectionBehavior(QAbstractItemView::SelectRows);
     tracks_->setSelectionMode(QAbstractItemView::SingleSelection);
@@ -70,6 +71,8 @@ RipTab::RipTab(AppControllers& controllers, QWidget* parent)
     auto* none = new QPushButton(tr("Select None"));
     connect(all, &QPushButton::clicked, this, [this] { rip_.selectAllTracks(true); });
     connect(none, &QPushButton::clicked, this, [this] { rip_.selectAllTracks(false); });
+    all->setToolTip(tr("Tick every track of the disc"));
+    none->setToolTip(tr("Untick every track of the disc"));
     allRow->addWidget(all);
     allRow->addWidget(none);
     allRow->addStretch();
@@ -83,6 +86,9 @@ RipTab::RipTab(AppControllers& controllers, QWidget* parent)
     connect(ripSelected, &QPushButton::clicked, this, [this] { rip_.convertTo(format_->currentText(), false); });
     connect(ripAll, &QPushButton::clicked, this, [this] { rip_.convertTo(format_->currentText(), true); });
     connect(settings, &QPushButton::clicked, this, &RipTab::showSettings);
+    ripSelected->setToolTip(tr("Rip the ticked tracks into the chosen format"));
+    ripAll->setToolTip(tr("Rip every track of the disc into the chosen format"));
+    settings->setToolTip(tr("Encoder settings and file names of the chosen format"));
     connect(format_, &QComboBox::currentTextChanged, this, &RipTab::refreshPreview);
     auto* actionRow = new QHBoxLayout;
     actionRow->addWidget(new QLabel(tr("Rip to")));
@@ -95,6 +101,7 @@ RipTab::RipTab(AppControllers& controllers, QWidget* parent)
     // Where intermediates go, background rips, the log, the clip.
     auto* cache = new QPushButton(tr("Cache Folder…"));
     connect(cache, &QPushButton::clicked, this, &RipTab::chooseCacheFolder);
+    cache->setToolTip(tr("The folder that holds the tracks read from the disc while they are encoded"));
     background_->setChecked(rip_.settings().inBackground);
     log_->setChecked(rip_.settings().writeLog);
     connect(background_, &QCheckBox::toggled, this, [this](bool on) { rip_.setRipInBackground(on); });
@@ -125,6 +132,7 @@ RipTab::RipTab(AppControllers& controllers, QWidget* parent)
     }
     // The clip's encoder settings and the character changes of its names.
     auto* clipSettings = new QPushButton(tr("Clip Settings…"));
+    clipSettings->setToolTip(tr("Encoder settings of the clip made while ripping"));
     connect(clipSettings, &QPushButton::clicked, this, [this] {
         auto* sheet = new RipSettingsSheet(rip_, QStringLiteral("CLP"), this);
         sheet->setWindowTitle(tr("Clip Settings"));
@@ -296,6 +304,7 @@ void RipTab::showProgressSheet()
     progressSheet_->setAutoClose(false);
     progressSheet_->setAutoReset(false);
     auto* cancel = new QPushButton(tr("Cancel"));
+    cancel->setToolTip(tr("Stop ripping; only whole files are kept"));
     progressSheet_->setCancelButton(cancel);
     disconnect(progressSheet_, &QProgressDialog::canceled, progressSheet_, nullptr);
     connect(cancel, &QPushButton::clicked, this, [this, cancel] {
