@@ -12,6 +12,7 @@
 #include "ui/FolderChooser.h"
 #include "ui/LibraryOutline.h"
 #include "ui/PlaylistPanel.h"
+#include "ui/ProgressSheet.h"
 
 #include <QComboBox>
 #include <QDragEnterEvent>
@@ -411,20 +412,9 @@ void MusicTab::showProgressSheet()
 {
     if (progressSheet_)
         return;
-    progressSheet_ = new QProgressDialog(this);
-    progressSheet_->setWindowModality(Qt::WindowModal);
-    progressSheet_->setRange(0, 0);
-    progressSheet_->setMinimumDuration(0);
-    progressSheet_->setAutoClose(false);
-    progressSheet_->setAutoReset(false);
-    auto* cancel = new QPushButton(tr("Cancel"));
-    cancel->setToolTip(tr("Stop handing files over; conversions already started can be cancelled in the job list"));
-    progressSheet_->setCancelButton(cancel);
-    disconnect(progressSheet_, &QProgressDialog::canceled, progressSheet_, nullptr);
-    connect(cancel, &QPushButton::clicked, this, [this, cancel] {
-        music_.terminateSave();
-        cancel->setEnabled(false);
-    });
+    progressSheet_ = makeProgressSheet(
+        this, tr("Stop handing files over; conversions already started can be cancelled in the job list"),
+        [this] { music_.terminateSave(); });
     progressSheet_->show();
 }
 

@@ -2,6 +2,7 @@
 
 #include "tabs/AppControllers.h"
 #include "tabs/RipSourcesWrapper.h"
+#include "ui/ProgressSheet.h"
 #include "ui/RipSettingsSheet.h"
 
 #include <QCheckBox>
@@ -297,20 +298,8 @@ void RipTab::showProgressSheet()
 {
     if (progressSheet_)
         return;
-    progressSheet_ = new QProgressDialog(this);
-    progressSheet_->setWindowModality(Qt::WindowModal);
-    progressSheet_->setRange(0, 0);
-    progressSheet_->setMinimumDuration(0);
-    progressSheet_->setAutoClose(false);
-    progressSheet_->setAutoReset(false);
-    auto* cancel = new QPushButton(tr("Cancel"));
-    cancel->setToolTip(tr("Stop ripping; only whole files are kept"));
-    progressSheet_->setCancelButton(cancel);
-    disconnect(progressSheet_, &QProgressDialog::canceled, progressSheet_, nullptr);
-    connect(cancel, &QPushButton::clicked, this, [this, cancel] {
-        rip_.terminateSave();
-        cancel->setEnabled(false);
-    });
+    progressSheet_ =
+        makeProgressSheet(this, tr("Stop ripping; only whole files are kept"), [this] { rip_.terminateSave(); });
     progressSheet_->show();
     showProgress({});
 }
