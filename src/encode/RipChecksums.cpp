@@ -126,16 +126,37 @@ void Accumulator::addFrame(quint32 frame)
 void Accumulator::add(const unsigned char* data, std::size_t size)
 {
     crc_ = crc32(data, size, crc_);
-    while (partialSize_ > 0 && partialSize_ < 4 && size > 0) {
-        partial_[partialSize_++] = *data++;
-        --size;
-    }
-    if (partialSize_ == 4) {
+    if (partialSize_ > 0) {
+        const std::size_t taken = std::min(4 - partialSize_, size);
+        std::memcpy(partial_ + partialSize_, data, taken);
+        partialSize_ += taken;
+        data += taken;
+        size -= taken;
+        if (partialSize_ < 4)
+            return;  // still short of a frame: keep the bytes for the next call
         addFrame(le32(partial_));
         partialSize_ = 0;
     }
-    for (; size >= 4; data += 4, size -= 4)
-        addFrame(le32(data));
+    // Whole frames: only those between from_ and to_ count, so the loop over
+    // them runs without a test per frame.
+    const std::size_t frames = size / 4;
+    const quint64 first = position_;
+    const quint64 last = first + frames;  // one past
+    const quint64 countFrom = std::clamp<quint64>(from_, first, last);
+    const quint64 countTo = std::clamp<quint64>(quint64(to_) + 1, countFrom, last);
+    quint32 v1 = v1_;
+    quint32 v2 = v2_;
+    for (quint64 position = countFrom; position < countTo; ++position) {
+        const quint64 product = quint64(le32(data + 4 * (position - first))) * position;
+        v1 += quint32(product);
+        v2 += quint32(product) + quint32(product >> 32);
+    }
+    v1_ = v1;
+    v2_ = v2;
+    position_ = quint32(last);
+    frames_ += qint64(frames);
+    data += 4 * frames;
+    size -= 4 * frames;
     std::memcpy(partial_, data, size);
     partialSize_ = size;
 }
