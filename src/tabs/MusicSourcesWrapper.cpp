@@ -168,10 +168,9 @@ struct MusicSourcesWrapper::BatchTracker {
         }
         if (done.isEmpty())
             return;
-        const bool withM3U = Defaults::standard().integerForKey(QStringLiteral("prefsCreateM3UStored")) != 0;
         for (BatchSummary& summary : done) {
             QString error;
-            if (withM3U && summary.made > 0 && (summary.m3u = writeBatchM3U(summary, &error)).isEmpty())
+            if (summary.withM3U && summary.made > 0 && (summary.m3u = writeBatchM3U(summary, &error)).isEmpty())
                 summary.problems << QStringLiteral("The M3U playlist was not written: %1").arg(error);
         }
         // Under the lock, so the owner cannot go meanwhile.
@@ -571,6 +570,7 @@ void MusicSourcesWrapper::saveFiles(const QVariantMap& request, Job* job, const 
     auto batch = std::make_shared<Batch>();
     batch->summary.type = type;
     batch->summary.folder = folder;
+    batch->summary.withM3U = Defaults::standard().integerForKey(QStringLiteral("prefsCreateM3UStored")) != 0;
     for (const QString& message : skipped)
         batch->problem(message);
     batches_->add(batch);

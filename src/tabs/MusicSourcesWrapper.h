@@ -106,6 +106,7 @@ public:
         int failed = 0;  // failed export jobs and files that could not be handed over
         int cancelled = 0;
         bool stopped = false;  // the save was cancelled
+        bool withM3U = false;  // prefsCreateM3UStored as it was when the save began
         QStringList problems;  // one line per failure, naming the file
         QStringList madeFiles; // in the order they were handed over
         QString m3u;           // the M3U playlist written beside them (prefsCreateM3UStored)
