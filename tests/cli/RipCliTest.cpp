@@ -31,6 +31,21 @@ CliRun rip(const QStringList& arguments, const QStringList& before = {})
     return result;
 }
 
+// An environment whose PATH starts with a cd-paranoia that runs `before` (a
+// shell line) and then the real one, and `after` with its exit code kept.
+QProcessEnvironment wrappedCdParanoia(const QString& folder, const QString& before, const QString& after = {})
+{
+    QDir().mkpath(folder);
+    const QString tool = folder + "/cd-paranoia";
+    testsupport::writeFile(tool, QStringLiteral("#!/bin/sh\n%1\n/usr/bin/cd-paranoia \"$@\"\ncode=$?\n%2\nexit $code\n")
+                                     .arg(before, after)
+                                     .toUtf8());
+    QFile::setPermissions(tool, QFile::ReadOwner | QFile::ExeOwner);
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("PATH", folder + ':' + environment.value("PATH"));
+    return environment;
+}
+
 }  // namespace
 
 TEST(RipCli, RipsTheChosenTracksIntoEveryTypeAsNamedAndPrintsEachFile)
@@ -83,25 +98,29 @@ TEST(RipCli, InterruptCancelsLeavingOnlyWholeFiles)
     const Image image = writeImage(dir.filePath("image"), "disc", disc(tracks));
     const QString out = dir.filePath("out");
     QProcess process;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    // Each read takes a second more, so the interrupt always lands while tracks are
+    // still to be read, however loaded the machine.
+    QProcessEnvironment environment = wrappedCdParanoia(dir.filePath("bin"), "sleep 1");
     environment.insert("XDG_CACHE_HOME", dir.filePath("cache"));
     process.setProcessEnvironment(environment);
     process.start(testsupport::builtProgram("velmora-cli"),
                   {"rip", "--to", "MP3", "--out", out, "--no-cddb", image.cue});
     ASSERT_TRUE(process.waitForStarted());
+    process.setReadChannel(QProcess::StandardError);  // wake on progress lines, not on files made
     QByteArray err;
     while (!err.contains("Converting 02 Audio Track.cdda to MP3") && process.waitForReadyRead(60000))
         err += process.readAllStandardError();
+    ASSERT_TRUE(err.contains("Converting 02 Audio Track.cdda to MP3")) << err.constData();
     ::kill(pid_t(process.processId()), SIGINT);
     ASSERT_TRUE(process.waitForFinished(120000));
     err += process.readAllStandardError();
     EXPECT_EQ(process.exitCode(), 130) << err.constData();
     const QStringList made = RipFixture::filesUnder(out);
-    EXPECT_LT(made.size(), 6);
+    EXPECT_LT(made.size(), 6) << err.constData();
     for (const QString& file : made)
-        EXPECT_NEAR(encodetest::probe(out + '/' + file).duration, 20.0, 0.1) << qPrintable(file);
+        EXPECT_NEAR(encodetest::probe(out + '/' + file).duration, 20.0, 0.1) << qPrintable(file) << err.constData();
     // No reserved name, work folder or intermediate is left.
-    EXPECT_EQ(RipFixture::filesUnder(dir.filePath("cache/Velmora")), QStringList());
+    EXPECT_EQ(RipFixture::filesUnder(dir.filePath("cache/Velmora")), QStringList()) << err.constData();
 }
 
 TEST(RipCli, TwoRipsOfOneDiscNeverReadItAtOnce)
@@ -110,15 +129,8 @@ TEST(RipCli, TwoRipsOfOneDiscNeverReadItAtOnce)
     const Image image = writeImage(dir.filePath("image"), "disc", disc({audio(75), audio(75), audio(75)}));
     // A cd-paranoia first on PATH that notes when each read begins and ends.
     const QString log = dir.filePath("reads");
-    QDir().mkpath(dir.filePath("bin"));
-    testsupport::writeFile(dir.filePath("bin/cd-paranoia"),
-                           QStringLiteral("#!/bin/sh\necho begin >> '%1'\nsleep 0.3\n/usr/bin/cd-paranoia \"$@\"\n"
-                                          "code=$?\necho end >> '%1'\nexit $code\n")
-                               .arg(log)
-                               .toUtf8());
-    QFile::setPermissions(dir.filePath("bin/cd-paranoia"), QFile::ReadOwner | QFile::ExeOwner);
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("PATH", dir.filePath("bin") + ':' + environment.value("PATH"));
+    const QProcessEnvironment environment = wrappedCdParanoia(
+        dir.filePath("bin"), QStringLiteral("echo begin >> '%1'\nsleep 0.3").arg(log), QStringLiteral("echo end >> '%1'").arg(log));
     QProcess first, second;
     for (QProcess* process : {&first, &second}) {
         process->setProcessEnvironment(environment);
