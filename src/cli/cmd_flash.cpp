@@ -172,7 +172,7 @@ int copy(const QStringList& arguments)
                         [&] { copier.copyPlaylistDict(*group, volume, QString()); });
         written += copier.copiedCount();
         if (copier.failedCount() > 0)
-            failures << QStringLiteral("%1: %2 files could not be copied").arg(playlist).arg(copier.failedCount());
+            failures << QStringLiteral("%1: files not copied: %2").arg(playlist).arg(copier.failedCount());
         if (copier.isStopped())
             break;
     }

@@ -16,6 +16,7 @@
 #include <QPointer>
 
 #include <cerrno>
+#include <fcntl.h>
 #include <cstring>
 #include <unistd.h>
 
@@ -44,6 +45,16 @@ QString fatLabel(const QString& name)
         label = next;
     }
     return label.trimmed().isEmpty() ? QStringLiteral("PLAYER") : label;
+}
+
+// Makes an empty file that was not there (never through a link).
+bool createExclusive(const QString& path)
+{
+    const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (fd < 0)
+        return false;
+    ::close(fd);
+    return true;
 }
 
 // A re-encode of one file by LAME, into a name of its own beside the target,
@@ -553,20 +564,19 @@ FlashItemCopy FlashWriter::copyOneItemToFlash(const QString& source, const QStri
             for (int attempt = 0; attempt < 100 && partial.isEmpty(); ++attempt) {
                 const QString candidate =
                     folder + QStringLiteral("/.velmora-%1-%2.part").arg(::getpid()).arg(attempt);
-                if (FileNames::reserve(candidate))
+                if (createExclusive(candidate))
                     partial = candidate;
             }
             if (!partial.isEmpty()) {
                 auto child = std::make_unique<ChildProcess>(lame, getMP3Params(mFlashPanelSettings)
                                                                       << source << partial);
                 if (child->start()) {
-                    FileNames::release(partial);
                     removeCompanion();
                     outcome.task = std::make_shared<LameCopyTask>(std::move(child), partial, target, source);
                     outcome.message = renamed;
                     return outcome;
                 }
-                FileNames::release(partial);
+                QFile::remove(partial);
             }
         }
     }

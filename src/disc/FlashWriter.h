@@ -89,8 +89,9 @@ public:
     void erasingMediaPanelCancel();
     bool userDidCancelErase() const { return mUserDidCancelErase; }
 
-    // Waits for the workers started by the sheets (erasing, ejecting).
+    // Waits for the workers started by the sheets (erasing, handing over, ejecting).
     void waitForWorkers();
+    bool isBusy() const { return workers_.activeThreadCount() > 0; }
 
 signals:
     void volumesChanged();

@@ -35,7 +35,16 @@ AppControllers::AppControllers()
     LibraryModel::setTagReader([](const QString& path) { return getComments(path); });
 }
 
-AppControllers::~AppControllers() = default;
+AppControllers::~AppControllers()
+{
+    // A copy handed to the Music tab runs on the writer's worker: it stops
+    // before the tab goes.
+    if (flash_ && flash_->isBusy()) {
+        flash_->erasingMediaPanelCancel();
+        music_->terminateSave();
+        flash_->waitForWorkers();
+    }
+}
 
 void AppControllers::awakeFromNib()
 {

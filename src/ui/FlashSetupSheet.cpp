@@ -139,7 +139,8 @@ void FlashSetupSheet::reject()
     QDialog::reject();
 }
 
-FlashEraseSheet::FlashEraseSheet(FlashWriter& writer, const QString& volumePath, QWidget* parent) : QDialog(parent)
+FlashEraseSheet::FlashEraseSheet(FlashWriter& writer, const QString& volumePath, QWidget* parent)
+    : QDialog(parent), writer_(writer)
 {
     setWindowTitle(tr("Erasing Flash Player"));
     setWindowModality(Qt::WindowModal);
@@ -151,8 +152,11 @@ FlashEraseSheet::FlashEraseSheet(FlashWriter& writer, const QString& volumePath,
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Cancel);
     buttons->button(QDialogButtonBox::Cancel)->setToolTip(tr("Stop erasing; nothing is copied"));
     layout->addWidget(buttons);
-    connect(buttons, &QDialogButtonBox::rejected, this, [this, &writer] {
-        writer.erasingMediaPanelCancel();
-        reject();
-    });
+    connect(buttons, &QDialogButtonBox::rejected, this, &FlashEraseSheet::reject);
+}
+
+void FlashEraseSheet::reject()
+{
+    writer_.erasingMediaPanelCancel();
+    QDialog::reject();
 }

@@ -49,4 +49,9 @@ class FlashEraseSheet : public QDialog {
     Q_OBJECT
 public:
     FlashEraseSheet(FlashWriter& writer, const QString& volumePath, QWidget* parent = nullptr);
+    // Cancel and Escape stop the erase; the copy then does not start.
+    void reject() override;
+
+private:
+    FlashWriter& writer_;
 };

@@ -4,9 +4,14 @@
 
 #include "common/FlashFixtures.h"
 #include "common/TestSupport.h"
+#include "core/Defaults.h"
+#include "core/NotificationCenter.h"
+#include "core/Notifications.h"
 #include "platform/FileNames.h"
 #include "playlists/FlashCopy.h"
 #include "playlists/PlaylistFiles.h"
+#include "tabs/AppControllers.h"
+#include "tabs/PlaySourcesWrapper.h"
 #include "tabs/UniqueNames.h"
 
 #include <QDir>
@@ -16,6 +21,7 @@
 
 #include <gtest/gtest.h>
 
+#include <mutex>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -136,6 +142,23 @@ TEST_F(FlashPlayers, OnlyMountedRemovableFatVolumesAreListedAndFollowMountSignal
     EXPECT_TRUE(listed.startsWith(player + "\tfree ")) << qPrintable(listed);
 }
 
+TEST_F(FlashPlayers, ThePlayTabListsThePlayersAsTheyComeAndGo)
+{
+    bus.add(device("sdb1", "vfat", "PLAYER", player));
+    AppControllers controllers;
+    PlaySourcesWrapper& play = controllers.play();
+    controllers.flashWriter();
+    const auto listed = [&] {
+        const auto rows = play.sources();
+        return std::any_of(rows.cbegin(), rows.cend(), [&](const PlaySourcesWrapper::SourceRow& row) {
+            return row.kind == PlaySourcesWrapper::SourceKind::FlashPlayer && row.path == player;
+        });
+    };
+    EXPECT_TRUE(listed());
+    bus.unmount("sdb1");
+    EXPECT_TRUE(waitUntil([&] { return !listed(); }));
+}
+
 TEST_F(FlashPlayers, EraseKeepsTheLabelAndEjectPowersTheDriveOff)
 {
     const QString image = makeFatImage(dir.filePath("player.img"), 8, "OLDNAME");
@@ -161,6 +184,69 @@ TEST_F(FlashPlayers, EraseKeepsTheLabelAndEjectPowersTheDriveOff)
     writer.writeToFlashSetupPanelEject();
     writer.waitForWorkers();
     EXPECT_TRUE(bus.calls().endsWith("PowerOff " + FakeUDisks2::drivePath("sdb1"))) << qPrintable(bus.calls().join('\n'));
+}
+
+TEST_F(FlashPlayers, TheSheetsAnswersDriveBothPaths)
+{
+    bus.add(device("sdb1", "vfat", "PLAYER", player));
+    VolumeMonitor monitor;
+    FlashWriter writer(monitor);
+    writer.awakeFromNib();
+    std::mutex mutex;
+    QVariantList handedOver, shouldCopy;
+    auto& center = NotificationCenter::defaultCenter();
+    center.addObserver(this, VLCopyToFlashV20Notification, [&](const Notification& n) {
+        std::lock_guard lock(mutex);
+        handedOver << n.object;
+    });
+    center.addObserver(this, VLShouldCopyFilesNotification, [&](const Notification& n) {
+        std::lock_guard lock(mutex);
+        shouldCopy << n.object;
+    });
+    bool ok = true;
+    QVariantMap settings;
+    QObject::connect(&writer, &FlashWriter::setupSheetRequested, &writer, [&] {
+        ok ? writer.writeToFlashSetupPanelOK(settings) : writer.writeToFlashSetupPanelCancel();
+    });
+    const auto count = [&](const QVariantList& list) {
+        std::lock_guard lock(mutex);
+        return list.size();
+    };
+
+    // The playlist stores' path answers with the player, or with nothing.
+    settings = {{"replace", 1}, {"quality", 75}};
+    writer.writeToFlash();
+    ASSERT_TRUE(waitUntil([&] { return count(shouldCopy) == 1; }));
+    EXPECT_EQ(shouldCopy[0].toString(), player);
+    const QVariantMap stored = Defaults::standard().dictionaryForKey("flashpanelsettings");
+    EXPECT_EQ(stored.keys().size(), 7);
+    EXPECT_EQ(stored.value("replace").toInt(), 1);
+    EXPECT_EQ(stored.value("quality").toInt(), 75);
+    ok = false;
+    writer.writeToFlash();
+    ASSERT_TRUE(waitUntil([&] { return count(shouldCopy) == 2; }));
+    EXPECT_TRUE(shouldCopy[1].isNull());
+
+    // The Music tab's path erases first when asked, then hands the copy back.
+    testsupport::writeFile(player + "/old.mp3", "old");
+    ok = true;
+    settings = {{"erase", 1}, {"converttomp3", 1}, {"dontput", 1}};
+    const QVariantMap selection{{"selectedfiles", QStringList{"/music/a.ogg"}}, {"destinationpaths", QStringList{"A"}}};
+    center.post(VLV20CopyToFlashSetupNotification, selection);
+    ASSERT_TRUE(waitUntil([&] { return count(handedOver) == 1; }));
+    writer.waitForWorkers();
+    const QVariantMap request = handedOver[0].toMap();
+    EXPECT_EQ(request.value("type").toString(), "MP3");
+    EXPECT_EQ(request.value("destinationfolder").toString(), player);
+    EXPECT_EQ(request.value("selectedfiles").toStringList(), QStringList{"/music/a.ogg"});
+    EXPECT_EQ(request.value("flashpanelsettings").toMap().value("dontput").toInt(), 1);
+    EXPECT_FALSE(QFileInfo::exists(player + "/old.mp3"));
+    EXPECT_TRUE(bus.calls().contains("Format " + FakeUDisks2::blockPath("sdb1") + " vfat label=PLAYER"));
+    ok = false;
+    center.post(VLV20CopyToFlashSetupNotification, selection);
+    ASSERT_TRUE(waitUntil([&] { return count(shouldCopy) == 3; }));
+    EXPECT_EQ(count(handedOver), 1);
+    center.removeObserver(this);
 }
 
 TEST(FlashWithoutUDisks2, MountinfoListsPlayersAndMkfsErasesTheDevice)
@@ -238,9 +324,11 @@ TEST_F(FlashPlayers, PlaylistPathMakesGroupFoldersReencodesAndReportsWhatDidNotG
     bus.add(device("sdb1", "vfat", "PLAYER", player));
     const QString a = dir.filePath("music/a.mp3");
     ASSERT_TRUE(makeMp3(a, 4));
+    const QString companion = dir.filePath("music/._a.mp3");
+    QFile::copy(a, companion);
     const QString playlist = dir.filePath("Trip.cd3");
     ASSERT_TRUE(PlaylistFiles::writeGroup(
-        playlist, PlaylistFiles::makeGroup("OVRoot", {a, dir.filePath("music/gone.mp3"),
+        playlist, PlaylistFiles::makeGroup("OVRoot", {a, companion, dir.filePath("music/gone.mp3"),
                                                       PlaylistFiles::makeGroup("Disc: 1", {a})})));
     int code = 0;
     const QString output = cli({"copy", "--volume", player, "--reencode", "0", "--mono", playlist}, &code);
@@ -280,6 +368,11 @@ TEST_F(FlashPlayers, AGonePlayerAFullOneAndAReadOnlyOneLeaveNoPartialFile)
     copy = writer.copyOneItemToFlash(dir.filePath("big.mp3"), player);
     EXPECT_TRUE(copy.stopCopying);
     EXPECT_TRUE(copy.message.startsWith("The player is full: big.mp3")) << qPrintable(copy.message);
+    EXPECT_TRUE(QDir(player).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot));
+    int code = 0;
+    const QString output = cli({"copy", "--volume", player, dir.filePath("big.mp3")}, &code);
+    EXPECT_EQ(code, 1);
+    EXPECT_TRUE(output.contains("the player is full")) << qPrintable(output);
     EXPECT_TRUE(QDir(player).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot));
 
     ASSERT_EQ(::mount("tmpfs", QFile::encodeName(player).constData(), "tmpfs", MS_REMOUNT | MS_RDONLY, "size=8m"), 0);
