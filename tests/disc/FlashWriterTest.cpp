@@ -148,15 +148,17 @@ TEST_F(FlashPlayers, ThePlayTabListsThePlayersAsTheyComeAndGo)
     AppControllers controllers;
     PlaySourcesWrapper& play = controllers.play();
     controllers.flashWriter();
-    const auto listed = [&] {
+    ASSERT_TRUE(makeMp3(player + "/song.mp3"));
+    const auto row = [&] {
         const auto rows = play.sources();
-        return std::any_of(rows.cbegin(), rows.cend(), [&](const PlaySourcesWrapper::SourceRow& row) {
-            return row.kind == PlaySourcesWrapper::SourceKind::FlashPlayer && row.path == player;
-        });
+        return rows.indexOf(PlaySourcesWrapper::SourceRow{PlaySourcesWrapper::SourceKind::FlashPlayer, 1, {}, player});
     };
-    EXPECT_TRUE(listed());
+    ASSERT_GE(row(), 0);
+    play.selectSource(int(row()));
+    ASSERT_TRUE(waitUntil([&] { return play.songs() == QStringList{player + "/song.mp3"}; }));
+    // The songs of a player that went away go with it.
     bus.unmount("sdb1");
-    EXPECT_TRUE(waitUntil([&] { return !listed(); }));
+    EXPECT_TRUE(waitUntil([&] { return row() < 0 && play.songs().isEmpty(); }));
 }
 
 TEST_F(FlashPlayers, EraseKeepsTheLabelAndEjectPowersTheDriveOff)
