@@ -15,7 +15,7 @@ packages=(
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav
   # tools run as child processes
   lame twolame ffmpeg sox mplayer atomicparsley cd-paranoia
-  vorbis-tools libid3-tools id3v2 genisoimage dosfstools
+  vorbis-tools libid3-tools id3v2 genisoimage dosfstools mtools
   # icons, man pages, package checks
   librsvg2-bin help2man desktop-file-utils appstream bash-completion
   # tests, benchmarks, fuzzing

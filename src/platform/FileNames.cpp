@@ -1,9 +1,11 @@
 #include "platform/FileNames.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
 
+#include <algorithm>
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
@@ -123,6 +125,37 @@ QString fitName(const QString& stem, const QString& tail, int maxBytes)
         kept.chop(kept.size() >= 2 && kept.at(kept.size() - 1).isLowSurrogate() ? 2 : 1);
     }
     return kept + tail;
+}
+
+QString fatSafeName(const QString& name)
+{
+    static const QString refused = QStringLiteral("\"*/:<>?\\|");
+    QString clean;
+    clean.reserve(name.size());
+    for (const QChar c : name)
+        clean += c.unicode() < 0x20 || refused.contains(c) ? QChar(u'_') : c;
+    while (clean.endsWith(u'.') || clean.endsWith(u' '))
+        clean.chop(1);
+    if (clean.size() > kMaxFatNameUnits) {
+        const qsizetype dot = clean.lastIndexOf(u'.');
+        // An extension longer than a few characters is part of the name.
+        const QString extension = dot > 0 && clean.size() - dot <= 16 ? clean.mid(dot) : QString();
+        QString stem = clean.left(kMaxFatNameUnits - extension.size());
+        if (!stem.isEmpty() && stem.back().isHighSurrogate())
+            stem.chop(1);
+        while (stem.endsWith(u'.') || stem.endsWith(u' '))
+            stem.chop(1);
+        clean = stem + extension;
+    }
+    return clean.isEmpty() ? QStringLiteral("_") : clean;
+}
+
+bool existsIgnoringCase(const QString& folder, const QString& name)
+{
+    const QStringList entries =
+        QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    return std::any_of(entries.cbegin(), entries.cend(),
+                       [&](const QString& entry) { return entry.compare(name, Qt::CaseInsensitive) == 0; });
 }
 
 bool reserve(const QString& path)

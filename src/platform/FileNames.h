@@ -28,6 +28,15 @@ QString unreadableNameMessage(const QString& escapedPath);
 // shortened (on a character boundary), the tail (" 12.MP3") is kept whole.
 QString fitName(const QString& stem, const QString& tail, int maxBytes = kMaxNameBytes);
 
+// The longest name a FAT (vfat) file system holds, in UTF-16 units.
+inline constexpr int kMaxFatNameUnits = 255;
+// A name a FAT file system can hold: the characters it refuses (control
+// characters and " * / : < > ? \ |) become "_", trailing dots and blanks go,
+// and a name over 255 UTF-16 units is shortened before its extension.
+QString fatSafeName(const QString& name);
+// Whether folder holds an entry called name, with no regard to case (as FAT compares).
+bool existsIgnoringCase(const QString& folder, const QString& name);
+
 // Reserves an output name: creates it empty with O_EXCL (never through a link).
 // False when something is already there or the folder refuses.
 bool reserve(const QString& path);

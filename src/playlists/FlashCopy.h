@@ -1,5 +1,8 @@
 #pragma once
+#include "core/FlashWriting.h"
+
 #include <QString>
+#include <QStringList>
 #include <QVariantMap>
 
 #include <atomic>
@@ -7,45 +10,43 @@
 #include <memory>
 #include <mutex>
 
-// One file being copied onto a flash player.
-class FlashCopyTask {
-public:
-    virtual ~FlashCopyTask() = default;
-    virtual void waitForExit() = 0;
-    virtual void terminate() = 0;
-};
-
-// What the playlist and media-set stores ask of the flash writer. writeToFlash()
-// asks the user for the player and answers with VLShouldCopyFilesNotification,
-// whose object is the destination folder (none when the user gave up).
-class FlashWriter {
-public:
-    virtual ~FlashWriter() = default;
-    virtual void writeToFlash() = 0;
-    // Starts copying one file into a folder on the player; the running task, or none.
-    virtual std::shared_ptr<FlashCopyTask> copyOneItemToFlash(const QString& source, const QString& folder) = 0;
-};
-
-// Copies playlist groups onto a player: a group becomes a folder, a leaf is
-// handed to the flash writer. Cancelling takes effect between files or by
-// ending the running copy.
+// Copies playlist groups onto a player: a group becomes a folder (under a name
+// FAT can hold), a leaf is handed to the flash writer. Cancelling takes effect
+// between files or by ending the running copy; a full or vanished player stops it.
 class PlaylistFlashCopier {
 public:
-    explicit PlaylistFlashCopier(FlashWriter* writer) : writer_(writer) {}
+    explicit PlaylistFlashCopier(FlashWriting* writer) : writer_(writer) {}
 
     void reset();
     void cancel();
     bool isCancelled() const { return cancelled_; }
+    // The player could take no more (full or gone).
+    bool isStopped() const { return stopped_; }
 
     // Called with each file's name before it is copied (on the copying thread).
     std::function<void(const QString&)> onFile;
+    // Told of each failure and each name changed for the player.
+    std::function<void(const QString&)> onMessage;
 
     // Walks "Entries" in order below destination/relativePath.
     void copyPlaylistDict(const QVariantMap& group, const QString& destination, const QString& relativePath);
 
+    // Runs body (which calls copyPlaylistDict) on this thread as a job of the job
+    // list: cancelling the job is cancel(), its status the file in hand, and it
+    // fails with the first problem when any file could not go.
+    void runAsJob(const QString& title, const std::function<void()>& body);
+
+    int copiedCount() const { return copied_; }
+    int failedCount() const { return failed_; }
+
 private:
-    FlashWriter* writer_;
+    void report(const QString& message) const;
+
+    FlashWriting* writer_;
     std::atomic<bool> cancelled_{false};
+    std::atomic<bool> stopped_{false};
+    std::atomic<int> copied_{0};
+    std::atomic<int> failed_{0};
     std::mutex taskMutex_;
     std::shared_ptr<FlashCopyTask> runningTask_;
 };

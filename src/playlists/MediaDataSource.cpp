@@ -24,7 +24,7 @@ MediaDataSource::~MediaDataSource()
     workers_.waitForDone();
 }
 
-void MediaDataSource::setFlashWriter(FlashWriter* writer)
+void MediaDataSource::setFlashWriter(FlashWriting* writer)
 {
     flashWriter_ = writer;
     copier_ = writer ? std::make_unique<PlaylistFlashCopier>(writer) : nullptr;
@@ -314,16 +314,18 @@ void MediaDataSource::vlShouldCopyFilesNotification(const QVariant& destination)
     };
     PlaylistFlashCopier* copier = copier_.get();
     copyThread_ = QtConcurrent::run(&workers_, [self, this, copier, folder, playlists] {
-        for (const QString& playlist : playlists) {
-            if (copier->isCancelled())
-                break;
-            const auto group = readGroup(playlist);
-            if (!group)
-                continue;
-            const QString name = displayName(playlist);
-            QDir().mkpath(appendingPathComponent(folder, name));
-            copier->copyPlaylistDict(*group, folder, name);
-        }
+        copier->runAsJob(QStringLiteral("Copying a media set to the flash player"), [&] {
+            for (const QString& playlist : playlists) {
+                if (copier->isCancelled() || copier->isStopped())
+                    break;
+                const auto group = readGroup(playlist);
+                if (!group)
+                    continue;
+                const QString name = FileNames::fatSafeName(displayName(playlist));
+                QDir().mkpath(appendingPathComponent(folder, name));
+                copier->copyPlaylistDict(*group, folder, name);
+            }
+        });
         QMetaObject::invokeMethod(this, [self] { if (self) emit self->copyFinished(); }, Qt::QueuedConnection);
     });
 }

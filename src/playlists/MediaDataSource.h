@@ -9,7 +9,7 @@
 #include <memory>
 #include <optional>
 
-class FlashWriter;
+class FlashWriting;
 class PlaylistFlashCopier;
 
 // The media sets: which playlists go onto which medium. Each set is a
@@ -25,7 +25,7 @@ public:
     explicit MediaDataSource(QObject* parent = nullptr);
     ~MediaDataSource() override;
 
-    void setFlashWriter(FlashWriter* writer);
+    void setFlashWriter(FlashWriting* writer);
 
     // Creates the folders and the first two sets, lists them, selects the
     // first set and starts observing the bus.
@@ -89,7 +89,7 @@ private:
     QStringList entries_;
     QString selectedPath_;
     QVariantMap selectedDictionary_;
-    FlashWriter* flashWriter_ = nullptr;
+    FlashWriting* flashWriter_ = nullptr;
     std::unique_ptr<PlaylistFlashCopier> copier_;
     QFuture<void> copyThread_;
     QFuture<void> sizeThread_;

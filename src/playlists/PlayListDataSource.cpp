@@ -56,7 +56,7 @@ PlayListDataSource::~PlayListDataSource()
     workers_.waitForDone();
 }
 
-void PlayListDataSource::setFlashWriter(FlashWriter* writer)
+void PlayListDataSource::setFlashWriter(FlashWriting* writer)
 {
     flashWriter_ = writer;
     copier_ = writer ? std::make_unique<PlaylistFlashCopier>(writer) : nullptr;
@@ -244,8 +244,10 @@ void PlayListDataSource::vlShouldCopyFilesNotification(const QVariant& destinati
     };
     PlaylistFlashCopier* copier = copier_.get();
     copyThread_ = QtConcurrent::run(&workers_, [self, this, copier, folder, playlist] {
-        if (const auto group = readGroup(playlist))
-            copier->copyPlaylistDict(*group, folder, QString());
+        copier->runAsJob(QStringLiteral("Copying %1 to the flash player").arg(displayName(playlist)), [&] {
+            if (const auto group = readGroup(playlist))
+                copier->copyPlaylistDict(*group, folder, QString());
+        });
         QMetaObject::invokeMethod(this, [self] { if (self) emit self->copyFinished(); }, Qt::QueuedConnection);
     });
 }

@@ -6,7 +6,7 @@
 
 #include <memory>
 
-class FlashWriter;
+class FlashWriting;
 class HPlayListDataSource;
 class MediaDataSource;
 class PlaylistFlashCopier;
@@ -24,7 +24,7 @@ public:
     // The collaborators are given before awakeFromNib().
     void setMediaSource(MediaDataSource* media) { media_ = media; }
     void setHiddenSource(HPlayListDataSource* hidden) { hidden_ = hidden; }
-    void setFlashWriter(FlashWriter* writer);
+    void setFlashWriter(FlashWriting* writer);
 
     // Removes Finder's folder file, creates the folders, writes the first
     // playlist into an empty playlist folder, lists and starts observing.
@@ -74,7 +74,7 @@ private:
     int selectedRow_ = -1;
     MediaDataSource* media_ = nullptr;
     HPlayListDataSource* hidden_ = nullptr;
-    FlashWriter* flashWriter_ = nullptr;
+    FlashWriting* flashWriter_ = nullptr;
     std::unique_ptr<PlaylistFlashCopier> copier_;
     QFuture<void> copyThread_;
     QThreadPool workers_;

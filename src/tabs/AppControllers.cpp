@@ -2,6 +2,7 @@
 
 #include "core/LibraryModel.h"
 #include "disc/CdDrives.h"
+#include "disc/FlashWriter.h"
 #include "disc/MountedCDWrapper.h"
 #include "encode/ExportJobs.h"
 #include "encode/LameWrapper.h"
@@ -13,6 +14,7 @@
 #include "tabs/MusicSourcesWrapper.h"
 #include "tabs/PlaySourcesWrapper.h"
 #include "tabs/RipSourcesWrapper.h"
+#include "platform/VolumeMonitor.h"
 #include "tags/TagFacade.h"
 
 AppControllers::AppControllers()
@@ -33,7 +35,16 @@ AppControllers::AppControllers()
     LibraryModel::setTagReader([](const QString& path) { return getComments(path); });
 }
 
-AppControllers::~AppControllers() = default;
+AppControllers::~AppControllers()
+{
+    // A copy handed to the Music tab runs on the writer's worker: it stops
+    // before the tab goes.
+    if (flash_ && flash_->isBusy()) {
+        flash_->erasingMediaPanelCancel();
+        music_->terminateSave();
+        flash_->waitForWorkers();
+    }
+}
 
 void AppControllers::awakeFromNib()
 {
@@ -51,6 +62,24 @@ PlaySourcesWrapper& AppControllers::play()
     if (!play_) {
         play_ = std::make_unique<PlaySourcesWrapper>();
         play_->setCdWatcher(cdWatcher_.get());
+        if (flash_)
+            play_->setFlashPlayers(flash_->mountedVolumes());
     }
     return *play_;
+}
+
+FlashWriter& AppControllers::flashWriter()
+{
+    if (!flash_) {
+        volumes_ = std::make_unique<VolumeMonitor>();
+        flash_ = std::make_unique<FlashWriter>(*volumes_);
+        QObject::connect(flash_.get(), &FlashWriter::volumesChanged, flash_.get(), [this] {
+            if (play_)
+                play_->setFlashPlayers(flash_->mountedVolumes());
+        });
+        flash_->awakeFromNib();
+        playlists_->setFlashWriter(flash_.get());
+        media_->setFlashWriter(flash_.get());
+    }
+    return *flash_;
 }

@@ -2,6 +2,7 @@
 #include <memory>
 
 class ExportJobs;
+class FlashWriter;
 class HPlayListDataSource;
 class LameWrapper;
 class MediaDataSource;
@@ -10,6 +11,7 @@ class MyController;
 class PlayListDataSource;
 class PlaySourcesWrapper;
 class RipSourcesWrapper;
+class VolumeMonitor;
 class iTunesManager;
 class m3uManager;
 class mounted_cd_wrapper;
@@ -36,10 +38,16 @@ public:
     MusicSourcesWrapper& musicSources() { return *music_; }
     PlaySourcesWrapper& play();
     RipSourcesWrapper& ripSources() { return *rip_; }
+    // Made on first use (the window makes it at once): it watches the mounted
+    // volumes, which commands that never copy to a player need not do.
+    FlashWriter& flashWriter();
 
 private:
     std::unique_ptr<ExportJobs> exportJobs_;
     std::unique_ptr<LameWrapper> lame_;
+    // Outlive the stores and tabs that copy through the writer.
+    std::unique_ptr<VolumeMonitor> volumes_;
+    std::unique_ptr<FlashWriter> flash_;
     std::unique_ptr<HPlayListDataSource> hidden_;
     std::unique_ptr<MediaDataSource> media_;
     std::unique_ptr<PlayListDataSource> playlists_;

@@ -8,6 +8,7 @@
 #include "platform/AppPaths.h"
 #include "platform/FileNames.h"
 #include "platform/SafeFile.h"
+#include "platform/VolumeMonitor.h"
 #include "playlists/M3uManager.h"
 #include "playlists/PlaylistFiles.h"
 #include "tabs/FolderCollector.h"
@@ -74,6 +75,28 @@ void collectGroup(const QVariantMap& group, const QString& prefix, const std::at
             collection.append(*contents, prefix);
         }
     }
+}
+
+constexpr qint64 kMegabyte = 1048576;
+// Room kept free beyond a file's own size: its directory entries and clusters.
+constexpr qint64 kPlayerSlackBytes = 256 * 1024;
+// FAT stores a file's size in 32 bits.
+constexpr qint64 kFatLargestFile = 0xFFFFFFFFLL;
+
+// Why a file cannot go onto the player in folder; "" when it fits. A copy is
+// as large as its source; a conversion is counted the same, as an upper bound.
+QString playerRefusal(const QString& source, const QString& folder)
+{
+    const qint64 size = QFileInfo(source).size();
+    if (size > kFatLargestFile)
+        return QStringLiteral("a FAT player cannot hold a file over 4 GB");
+    const VolumeSpace space = VolumeMonitor::space(folder);
+    if (space.freeBytes >= 0 && size + kPlayerSlackBytes > space.freeBytes)
+        return QStringLiteral("the player is full: the file (%1 MB) does not fit in the %2 MB left, so the copy "
+                              "stopped before the player was full")
+            .arg((size + kMegabyte - 1) / kMegabyte)
+            .arg(space.freeBytes / kMegabyte);
+    return {};
 }
 
 QString joinedFolder(const QString& folder, const QString& sub)
@@ -204,6 +227,10 @@ QString MusicSourcesWrapper::BatchSummary::text() const
         text += QStringLiteral(" %1 failed.").arg(failed);
     if (cancelled > 0 || stopped)
         text += QStringLiteral(" Stopped before the end.");
+    if (!renamed.isEmpty())
+        text += renamed.size() == 1 ? QStringLiteral(" 1 name was changed to one the player can hold.")
+                                    : QStringLiteral(" %1 names were changed to ones the player can hold.")
+                                          .arg(renamed.size());
     if (!m3u.isEmpty())
         text += QStringLiteral(" Their M3U playlist is \u201c%1\u201d.").arg(QFileInfo(m3u).fileName());
     return text;
@@ -564,6 +591,19 @@ void MusicSourcesWrapper::saveFiles(const QVariantMap& request, Job* job, const 
     QStringList destinations = request.value("destinationpaths").toStringList();
     if (naming.value("dontput").toBool())
         destinations.clear();
+    // A flash player is a FAT volume: names it cannot hold are cleaned, and names
+    // that differ only in case are one name there.
+    const bool toPlayer = hasFlashSettings;
+    QVariantMap fileNaming = naming;
+    if (toPlayer) {
+        fileNaming.insert("fatnames", true);
+        for (QString& sub : destinations) {
+            QStringList parts = sub.split('/', Qt::SkipEmptyParts);
+            for (QString& part : parts)
+                part = FileNames::fatSafeName(part);
+            sub = parts.join('/');
+        }
+    }
     const QString notification = exportNotificationName(type);
     if (job)
         job->setProgress(0);
@@ -605,14 +645,33 @@ void MusicSourcesWrapper::saveFiles(const QVariantMap& request, Job* job, const 
             fail(source, QStringLiteral("the file cannot be read"));
             continue;
         }
-        const QString destination = uniqueFilename(source, destinationFolder, fileType, naming);
+        if (toPlayer) {
+            if (const QString refusal = playerRefusal(source, destinationFolder); !refusal.isEmpty()) {
+                // Later files would not fit either: stop before the player is full.
+                fail(source, refusal);
+                break;
+            }
+        }
+        const QString destination = uniqueFilename(source, destinationFolder, fileType, fileNaming);
+        if (toPlayer) {
+            const QString stem = QFileInfo(source).completeBaseName();
+            if (FileNames::fatSafeName(stem) != stem) {
+                const QString line = QStringLiteral("%1 is called %2 on the player.")
+                                         .arg(QFileInfo(source).fileName(), QFileInfo(destination).fileName());
+                std::lock_guard lock(batch->mutex);
+                batch->summary.renamed << line;
+                if (job)
+                    job->addMessage(line);
+            }
+        }
         const QString wav = AppPaths::uniqueIntermediate(cache, QStringLiteral("musiccache"), QStringLiteral("WAV"));
         QVariantMap exportRequest{{"sourcepath", source}, {"destinationpath", destination}, {"wavpath", wav}};
         if (hasFlashSettings)
             exportRequest.insert("flashpanelsettings", flashSettings);
         else if (type == QLatin1String("COPY") && naming.value("replace").toBool())
             exportRequest.insert("flashpanelsettings", QVariantMap{{"replace", true}});  // copies have no settings
-        if (background_)
+        // Copies to a player run one after the other, so the room left is known before each.
+        if (background_ && !toPlayer)
             exportRequest.insert("ripinbackground", true);
         if (cancel_ || !isServed(qPrintable(notification))) {
             // Nothing will write the name: give it back.
@@ -645,6 +704,12 @@ QString MusicSourcesWrapper::uniqueFilename(const QString& source, const QString
 {
     createDirectoriesAtPath(folder);
     const QString stem = QFileInfo(source).completeBaseName();
+    if (params.value("fatnames").toBool()) {
+        const QString playerStem = FileNames::fatSafeName(stem);
+        return UniqueNames::claim(folder, FileNames::fitName(playerStem, '.' + type), playerStem, type,
+                                  params.value("replace").toBool(), UniqueNames::Mode::Reserve,
+                                  UniqueNames::Case::Insensitive);
+    }
     return UniqueNames::claim(folder, FileNames::fitName(stem, '.' + type), stem, type,
                               params.value("replace").toBool());
 }

@@ -109,6 +109,7 @@ public:
         bool withM3U = false;  // prefsCreateM3UStored as it was when the save began
         QStringList problems;  // one line per failure, naming the file
         QStringList madeFiles; // in the order they were handed over
+        QStringList renamed;   // copies to a player: one line per name changed to fit FAT
         QString m3u;           // the M3U playlist written beside them (prefsCreateM3UStored)
         // One sentence for the status line.
         QString text() const;

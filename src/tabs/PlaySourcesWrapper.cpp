@@ -187,8 +187,9 @@ void PlaySourcesWrapper::rebuildSources()
     selectedSource_ = hadSelection ? int(sources_.indexOf(selected)) : -1;
     emit sourcesChanged();
     emit sourceSelected(selectedSource_);
-    // The songs of a disc that went away went with it.
-    if (hadSelection && selectedSource_ < 0 && selected.kind == SourceKind::Disc) {
+    // The songs of a disc or flash player that went away went with it.
+    if (hadSelection && selectedSource_ < 0 &&
+        (selected.kind == SourceKind::Disc || selected.kind == SourceKind::FlashPlayer)) {
         cancelLoading();
         songs_.clear();
         records_.clear();

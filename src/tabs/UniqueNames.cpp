@@ -7,12 +7,14 @@
 namespace UniqueNames {
 
 QString claim(const QString& folder, const QString& fileName, const QString& numberedStem, const QString& type,
-              bool replace, Mode mode)
+              bool replace, Mode mode, Case names)
 {
     // A name is ours once reserve() has made it; something already there (or a
     // concurrent batch that got it first) moves us on to the next number.
-    const auto take = [mode](const QString& name) {
+    const auto take = [&](const QString& name) {
         if (QFileInfo::exists(name))
+            return false;
+        if (names == Case::Insensitive && FileNames::existsIgnoringCase(folder, QFileInfo(name).fileName()))
             return false;
         return mode == Mode::Preview || FileNames::reserve(name) || !QFileInfo::exists(name);
     };

@@ -2,6 +2,7 @@
 
 #include "core/LibraryModel.h"
 #include "core/MyController.h"
+#include "disc/FlashWriter.h"
 #include "disc/FreeDBWrapper.h"
 #include "disc/MountedCDWrapper.h"
 #include "encode/LameWrapper.h"
@@ -9,6 +10,7 @@
 #include "platform/Desktop.h"
 #include "tabs/AppControllers.h"
 #include "ui/AboutBox.h"
+#include "ui/FlashSetupSheet.h"
 #include "ui/FolderChooser.h"
 #include "ui/FreeDBPreferencesPage.h"
 #include "ui/JobListView.h"
@@ -29,6 +31,7 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenuBar>
+#include <QPointer>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSplitter>
@@ -105,6 +108,25 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
     help->addAction(tr("Email Support…"), this, open("mailto:support@velmora.example?subject=Velmora"));
     help->addSeparator();
     help->addAction(tr("&About Velmora"), this, [this] { AboutBox::show(this); });
+
+    FlashWriter& flash = controllers_.flashWriter();
+    flash.setController(&controller_);
+    connect(&flash, &FlashWriter::setupSheetRequested, this, [this] {
+        auto* sheet = new FlashSetupSheet(controllers_.flashWriter(), this);
+        sheet->setAttribute(Qt::WA_DeleteOnClose);
+        sheet->open();
+    });
+    auto eraseSheet = std::make_shared<QPointer<FlashEraseSheet>>();
+    connect(&flash, &FlashWriter::erasingStarted, this, [this, eraseSheet](const QString& volume) {
+        *eraseSheet = new FlashEraseSheet(controllers_.flashWriter(), volume, this);
+        (*eraseSheet)->setAttribute(Qt::WA_DeleteOnClose);
+        (*eraseSheet)->open();
+    });
+    connect(&flash, &FlashWriter::erasingEnded, this, [eraseSheet] {
+        if (*eraseSheet)
+            (*eraseSheet)->done(QDialog::Accepted);
+    });
+    connect(&flash, &FlashWriter::alert, this, &MainWindow::showAlert);
 
     connect(musicTab_, &MusicTab::statusMessage, this, [this](const QString& text) { statusBar()->showMessage(text); });
     connect(&controller_, &MyController::libraryFolderRefused, this,

@@ -261,14 +261,14 @@ TEST_F(PlaylistStore, LaunchAndAddedPlaylistsAnnounceTheList)
 }
 
 // Copies synchronously, remembering what went where.
-class FakeFlashWriter : public FlashWriter {
+class FakeFlashWriter : public FlashWriting {
 public:
     void writeToFlash() override { ++asked; }
-    std::shared_ptr<FlashCopyTask> copyOneItemToFlash(const QString& source, const QString& folder) override
+    FlashItemCopy copyOneItemToFlash(const QString& source, const QString& folder) override
     {
         std::lock_guard lock(mutex);
         copies.append(source + " -> " + folder);
-        return nullptr;
+        return {nullptr, true, false, false, {}};
     }
     int asked = 0;
     std::mutex mutex;
@@ -310,11 +310,13 @@ TEST_F(PlaylistStore, CopyToFlashMakesAFolderPerGroupAndWaitsForTheWriter)
 
 class BlockingTask : public FlashCopyTask {
 public:
-    void waitForExit() override
+    bool waitForExit() override
     {
         std::unique_lock lock(mutex);
         ended.wait(lock, [this] { return terminated; });
+        return false;
     }
+    QString errorString() const override { return {}; }
     void terminate() override
     {
         std::lock_guard lock(mutex);
@@ -330,10 +332,10 @@ TEST_F(PlaylistStore, CancellingEndsTheRunningCopyAndStopsBeforeTheNextFile)
 {
     writePlaylist(playlistPath("Trip.cd3"), {"/music/a.mp3", "/music/b.mp3"});
     struct Writer : FakeFlashWriter {
-        std::shared_ptr<FlashCopyTask> copyOneItemToFlash(const QString& source, const QString& folder) override
+        FlashItemCopy copyOneItemToFlash(const QString& source, const QString& folder) override
         {
             FakeFlashWriter::copyOneItemToFlash(source, folder);
-            return task;
+            return {task, false, false, false, {}};
         }
         std::shared_ptr<BlockingTask> task = std::make_shared<BlockingTask>();
     } writer;
