@@ -10,6 +10,7 @@
 #include "playlists/M3uManager.h"
 #include "playlists/MediaDataSource.h"
 #include "playlists/PlayListDataSource.h"
+#include "tabs/ClipSourcesWrapper.h"
 #include "tabs/MusicSourcesWrapper.h"
 #include "tabs/PlaySourcesWrapper.h"
 #include "tabs/RipSourcesWrapper.h"
@@ -53,4 +54,17 @@ PlaySourcesWrapper& AppControllers::play()
         play_->setCdWatcher(cdWatcher_.get());
     }
     return *play_;
+}
+
+ClipSourcesWrapper& AppControllers::clip()
+{
+    if (!clip_) {
+        clip_ = std::make_unique<ClipSourcesWrapper>();
+        clip_->setCdWatcher(cdWatcher_.get());
+        // A disc the Rip tab is reading stays in.
+        clip_->setMediumInUseCheck([this](const QString& path) {
+            return rip_->isSaving() && rip_->currentDisc() == path;
+        });
+    }
+    return *clip_;
 }

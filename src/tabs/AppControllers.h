@@ -1,6 +1,7 @@
 #pragma once
 #include <memory>
 
+class ClipSourcesWrapper;
 class ExportJobs;
 class HPlayListDataSource;
 class LameWrapper;
@@ -36,6 +37,7 @@ public:
     MusicSourcesWrapper& musicSources() { return *music_; }
     PlaySourcesWrapper& play();
     RipSourcesWrapper& ripSources() { return *rip_; }
+    ClipSourcesWrapper& clip();
 
 private:
     std::unique_ptr<ExportJobs> exportJobs_;
@@ -50,4 +52,5 @@ private:
     std::unique_ptr<MusicSourcesWrapper> music_;
     std::unique_ptr<PlaySourcesWrapper> play_;  // shows the watcher's discs: made after it, gone before it
     std::unique_ptr<RipSourcesWrapper> rip_;
+    std::unique_ptr<ClipSourcesWrapper> clip_;  // made on first use, as the Play tab's
 };
