@@ -14,7 +14,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QtEndian>
 
 #include <cmath>
 
@@ -30,38 +29,11 @@ double number(const QVariantMap& parameters, const char* key)
     return parameters.value(QLatin1String(key)).toString().toDouble();
 }
 
-// The length of a WAV file the WAV stage made, in seconds, from its format
-// chunk's byte rate and its data chunk's size; 0 when it is no WAV file.
+// The length of a WAV file the WAV stage made, in seconds; 0 when it is no WAV file.
 double wavSeconds(const QString& path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return 0;
-    const QByteArray riff = file.read(12);
-    if (riff.size() < 12 || !riff.startsWith("RIFF") || riff.mid(8, 4) != "WAVE")
-        return 0;
-    quint32 byteRate = 0;
-    for (;;) {
-        const QByteArray header = file.read(8);
-        if (header.size() < 8)
-            return 0;
-        const quint32 size = qFromLittleEndian<quint32>(header.constData() + 4);
-        if (header.startsWith("data")) {
-            // A size past the end of the file (or a stream's 0xFFFFFFFF) counts what is there.
-            const qint64 bytes = std::min<qint64>(size, file.size() - file.pos());
-            return byteRate > 0 ? double(bytes) / byteRate : 0;
-        }
-        if (header.startsWith("fmt ") && size >= 12) {
-            const QByteArray format = file.read(12);
-            if (format.size() < 12)
-                return 0;
-            byteRate = qFromLittleEndian<quint32>(format.constData() + 8);
-            if (!file.skip(size - 12 + (size & 1)))
-                return 0;
-        } else if (!file.skip(size + (size & 1))) {
-            return 0;
-        }
-    }
+    const auto layout = Waveform::wavLayout(path);
+    return layout ? layout->seconds() : 0;
 }
 
 // The WAV stage's clip settings from a song's parameters.
@@ -427,7 +399,8 @@ void ClipSourcesWrapper::showWaveform(int row, int columns)
     waveformRow_ = path.isEmpty() ? -1 : row;
     waveform_ = {};
     emit waveformChanged();
-    if (path.isEmpty() || columns <= 0)
+    // A disc's track is read from the drive only when it is played or saved.
+    if (path.isEmpty() || columns <= 0 || path.endsWith(QLatin1String(".cdda"), Qt::CaseInsensitive))
         return;
     const quint64 generation = ++waveformGeneration_;
     const auto hand = [this, generation](const WaveformPeaks& peaks) {
@@ -435,14 +408,18 @@ void ClipSourcesWrapper::showWaveform(int row, int columns)
             this, [this, generation, peaks] { takeWaveform(generation, peaks); }, Qt::QueuedConnection);
     };
     waveformJob_ = Job::create(tr("Drawing the waveform of %1").arg(QFileInfo(path).fileName()),
-                               [path, columns, hand](Job& job) {
+                               [this, path, columns, hand](Job& job) {
                                    std::atomic<bool> cancel{false};
                                    const Job::CancelHook hook = job.onCancel([&cancel] { cancel = true; });
                                    const WaveformPeaks peaks = Waveform::compute(path, columns, cancel, hand);
                                    if (cancel)
                                        return JobResult::cancelled();
-                                   if (peaks.columns() == 0)
-                                       return JobResult::failed(tr("%1 cannot be decoded.").arg(path));
+                                   if (peaks.columns() == 0) {
+                                       const QString why = tr("%1 cannot be decoded.").arg(path);
+                                       QMetaObject::invokeMethod(
+                                           this, [this, why] { emit message(why); }, Qt::QueuedConnection);
+                                       return JobResult::failed(why);
+                                   }
                                    hand(peaks);
                                    return JobResult::succeeded();
                                });

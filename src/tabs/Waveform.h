@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <functional>
+#include <optional>
 
 // The outline of a song's audio at screen resolution: for each pixel column the
 // lowest and highest sample (-1 to 1) of the stretch of time it covers, mixed to
@@ -20,6 +21,23 @@ struct WaveformPeaks {
 };
 
 namespace Waveform {
+
+// Where a RIFF/WAVE file keeps its samples, from its chunk headers (each length
+// checked against the file); nullopt when it is no WAV file.
+struct WavLayout {
+    int formatTag = 0;  // 1: integer PCM, 3: float, 0xFFFE: extensible
+    int channels = 0;
+    int rate = 0;
+    int bits = 0;
+    qint64 dataOffset = 0;
+    qint64 dataBytes = 0;  // what the file holds of the data chunk
+    double seconds() const
+    {
+        const qint64 frameBytes = qint64(channels) * ((bits + 7) / 8);
+        return frameBytes > 0 && rate > 0 ? double(dataBytes / frameBytes) / rate : 0;
+    }
+};
+std::optional<WavLayout> wavLayout(const QString& path);
 
 // Called with the columns so far, a few times a second while decoding.
 using Partial = std::function<void(const WaveformPeaks& peaks)>;

@@ -108,11 +108,18 @@ WaveformView::WaveformView(QWidget* parent) : QWidget(parent)
     setMouseTracking(true);
     setMinimumHeight(80);
     setToolTip(tr("The selected song. Drag the edges of the shaded clip to set its start and length."));
+    placeholder_ = tr("Select a song to see its waveform");
 }
 
 void WaveformView::setPeaks(const WaveformPeaks& peaks)
 {
     peaks_ = peaks;
+    update();
+}
+
+void WaveformView::setPlaceholder(const QString& text)
+{
+    placeholder_ = text;
     update();
 }
 
@@ -157,8 +164,7 @@ void WaveformView::paintEvent(QPaintEvent*)
     const int columns = peaks_.columns();
     if (columns == 0) {
         painter.setPen(colors.color(QPalette::PlaceholderText));
-        painter.drawText(rect(), Qt::AlignCenter,
-                         seconds_ > 0 || peaks_.seconds > 0 ? tr("Reading the song…") : tr("Select a song"));
+        painter.drawText(rect(), Qt::AlignCenter, placeholder_);
         return;
     }
     // The clip's stretch first, the audio over it.
@@ -523,6 +529,11 @@ void ClipTab::selectionChanged()
     const int row = currentRow();
     for (QSlider* slider : std::as_const(sliders_))
         slider->setEnabled(row >= 0);
+    const QString song = clip_.browser().songs().value(row);
+    waveform_->setPlaceholder(row < 0 ? tr("Select a song to see its waveform")
+                              : song.endsWith(QLatin1String(".cdda"), Qt::CaseInsensitive)
+                                  ? tr("A track of a disc shows no waveform; play it to hear the clip")
+                                  : tr("Reading the song…"));
     if (row < 0) {
         waveform_->setClip({}, 0);
         clip_.showWaveform(-1, 0);

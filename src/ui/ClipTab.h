@@ -22,6 +22,8 @@ public:
 
     void setPeaks(const WaveformPeaks& peaks);
     void setClip(const QVariantMap& parameters, double songSeconds);
+    // What shows while there are no peaks.
+    void setPlaceholder(const QString& text);
     double start() const { return start_; }
     double length() const { return length_; }
     QSize sizeHint() const override { return {600, 110}; }
@@ -43,6 +45,7 @@ private:
     Edge edgeAt(double x) const;
 
     WaveformPeaks peaks_;
+    QString placeholder_;
     double seconds_ = 0;
     double start_ = 0;
     double length_ = 0;

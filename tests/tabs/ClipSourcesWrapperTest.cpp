@@ -3,6 +3,7 @@
 #include "tabs/ClipSourcesWrapper.h"
 
 #include "common/PlayerFixtures.h"
+#include "common/TestSupport.h"
 #include "core/Job.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
@@ -101,5 +102,30 @@ TEST(ClipSave, AWavClipIsCutBySoxAloneAndOtherTypesAreEncoded)
         if (QLatin1String(type) != QLatin1String("WAV"))
             expected << QStringLiteral("Converting a.wav to %1").arg(type);
         EXPECT_EQ(titles, expected);
+    }
+}
+
+TEST(Waveform, ColumnsFollowTheAudioInEveryReader)
+{
+    // One second of silence, then one second of a tone at half scale: the left
+    // half of the picture is flat, the right half reaches about 0.5.
+    QTemporaryDir dir;
+    const QString wav = dir.filePath("half.wav");
+    ASSERT_EQ(testsupport::run("sox", {"-n", "-r", "44100", "-c", "2", "-b", "16", wav, "synth", "1", "sine", "440",
+                                       "vol", "0.5", "pad", "1", "0"}),
+              0);
+    const QString aiff = dir.filePath("half.aiff"), mp3 = dir.filePath("half.mp3");
+    ASSERT_EQ(testsupport::run("sox", {wav, "-b", "24", aiff}), 0);
+    ASSERT_EQ(testsupport::run("lame", {"--quiet", wav, mp3}), 0);
+    const std::atomic<bool> cancel{false};
+    for (const QString& path : {wav, aiff, mp3}) {
+        SCOPED_TRACE(qPrintable(path));
+        const WaveformPeaks peaks = Waveform::compute(path, 100, cancel);
+        ASSERT_TRUE(peaks.complete());
+        ASSERT_EQ(peaks.columns(), 100);
+        EXPECT_NEAR(peaks.seconds, 2.0, 0.03);
+        EXPECT_LT(peaks.maximum[20] - peaks.minimum[20], 0.02);
+        EXPECT_NEAR(peaks.maximum[80], 0.5, 0.05);
+        EXPECT_NEAR(peaks.minimum[80], -0.5, 0.05);
     }
 }
