@@ -101,10 +101,14 @@ void startScreenshotTour(MainWindow* window, const QString& folder)
     // The Clip tab with the clip of a song drawn on its waveform.
     steps << [window] {
         window->tabs()->setCurrentIndex(MainWindow::ClipTab);
-        if (auto* tab = window->findChild<ClipTab*>())
-            tab->clip().selectSource(0);  // every song of the library
+        auto* tab = window->findChild<ClipTab*>();
+        const auto rows = tab ? tab->clip().browser().sources() : QList<PlaySourcesWrapper::SourceRow>();
+        for (int row = 0; row < rows.size(); ++row) {
+            if (rows[row].kind == PlaySourcesWrapper::SourceKind::Library && rows[row].path.endsWith("/Music"))
+                tab->clip().selectSource(row);
+        }
     };
-    for (int wait = 0; wait < 3; ++wait)
+    for (int wait = 0; wait < 6; ++wait)
         steps << [] {};
     steps << [window] {
         auto* tab = window->findChild<ClipTab*>();
