@@ -11,7 +11,6 @@
 #include "platform/FileNames.h"
 #include "tabs/MusicSourcesWrapper.h"
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
@@ -27,13 +26,6 @@ constexpr double kMaxGainDb = 60;
 double number(const QVariantMap& parameters, const char* key)
 {
     return parameters.value(QLatin1String(key)).toString().toDouble();
-}
-
-// The length of a WAV file the WAV stage made, in seconds; 0 when it is no WAV file.
-double wavSeconds(const QString& path)
-{
-    const auto layout = Waveform::wavLayout(path);
-    return layout ? layout->seconds() : 0;
 }
 
 // The WAV stage's clip settings from a song's parameters.
@@ -79,7 +71,8 @@ JobResult saveClip(Job& job, const QString& source, const QVariantMap& parameter
 
     job.setProgress(-1, QStringLiteral("Decoding %1").arg(QFileInfo(source).fileName()));
     center.post(VLWAVExportNotification, QVariantMap{{"sourcepath", source}, {"destinationpath", wav}});
-    const double songSeconds = wavSeconds(wav);
+    const auto decoded = Waveform::wavLayout(wav);
+    const double songSeconds = decoded ? decoded->seconds() : 0;
     if (job.isCancelled() || songSeconds <= 0) {
         cleanUp();
         if (job.isCancelled())

@@ -97,7 +97,8 @@ public:
     void convertTo(const QString& type);
     void chooseSaveFolderDidEnd(bool confirmed, const QString& folder, const QString& type, const QList<int>& rows);
     // The save request of rows (all songs when empty): "selectedfiles",
-    // "clipsettings", "comments", "destinationfolder", "destinationpaths", "type".
+    // "clipsettings", "comments", "destinationfolder", "destinationpaths", "type",
+    // and "includetags" (false: the clips carry no tags).
     QVariantMap saveRequest(const QString& type, const QString& folder, const QList<int>& rows) const;
     // The save thread as a job ("Saving M4R clips"); each clip is a job of its own
     // whose result names the file made. madeHandler hears of each file made,

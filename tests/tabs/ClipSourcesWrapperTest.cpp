@@ -73,6 +73,18 @@ TEST(ClipSources, DropsAreItsOwnAndASecondScanIsDropped)
     EXPECT_NEAR(clip.songSeconds(0), 3.0, 0.001);
     clip.setClipValue(0, "clipstart", 2);
     EXPECT_EQ(clip.clipParameters(0).value("cliplength"), "1");
+
+    // Playing the clip plays its second and stops, before the song's end.
+    playerfixtures::useFakeAudio();
+    clip.setClipValue(0, "clipstart", 0);
+    clip.setClipValue(0, "cliplength", 1);
+    clip.playClip(0);
+    EXPECT_EQ(clip.browser().state(), PlaySourcesWrapper::State::Playing);
+    EXPECT_TRUE(clip.isPlayingClip());
+    QTest::qWait(500);
+    EXPECT_EQ(clip.browser().state(), PlaySourcesWrapper::State::Playing);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return clip.browser().state() == PlaySourcesWrapper::State::Stopped; }, 1500));
+    EXPECT_FALSE(clip.isPlayingClip());
 }
 
 TEST(ClipSave, AWavClipIsCutBySoxAloneAndOtherTypesAreEncoded)
