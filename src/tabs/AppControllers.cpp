@@ -11,6 +11,7 @@
 #include "playlists/M3uManager.h"
 #include "playlists/MediaDataSource.h"
 #include "playlists/PlayListDataSource.h"
+#include "tabs/ClipSourcesWrapper.h"
 #include "tabs/MusicSourcesWrapper.h"
 #include "tabs/PlaySourcesWrapper.h"
 #include "tabs/RipSourcesWrapper.h"
@@ -76,10 +77,27 @@ FlashWriter& AppControllers::flashWriter()
         QObject::connect(flash_.get(), &FlashWriter::volumesChanged, flash_.get(), [this] {
             if (play_)
                 play_->setFlashPlayers(flash_->mountedVolumes());
+            if (clip_)
+                clip_->setFlashPlayers(flash_->mountedVolumes());
         });
         flash_->awakeFromNib();
         playlists_->setFlashWriter(flash_.get());
         media_->setFlashWriter(flash_.get());
     }
     return *flash_;
+}
+
+ClipSourcesWrapper& AppControllers::clip()
+{
+    if (!clip_) {
+        clip_ = std::make_unique<ClipSourcesWrapper>();
+        clip_->setCdWatcher(cdWatcher_.get());
+        if (flash_)
+            clip_->setFlashPlayers(flash_->mountedVolumes());
+        // A disc the Rip tab is reading stays in.
+        clip_->setMediumInUseCheck([this](const QString& path) {
+            return rip_->isSaving() && rip_->currentDisc() == path;
+        });
+    }
+    return *clip_;
 }

@@ -1,6 +1,7 @@
 #pragma once
 #include <memory>
 
+class ClipSourcesWrapper;
 class ExportJobs;
 class FlashWriter;
 class HPlayListDataSource;
@@ -41,6 +42,7 @@ public:
     // Made on first use (the window makes it at once): it watches the mounted
     // volumes, which commands that never copy to a player need not do.
     FlashWriter& flashWriter();
+    ClipSourcesWrapper& clip();
 
 private:
     std::unique_ptr<ExportJobs> exportJobs_;
@@ -58,4 +60,5 @@ private:
     std::unique_ptr<MusicSourcesWrapper> music_;
     std::unique_ptr<PlaySourcesWrapper> play_;  // shows the watcher's discs: made after it, gone before it
     std::unique_ptr<RipSourcesWrapper> rip_;
+    std::unique_ptr<ClipSourcesWrapper> clip_;  // made on first use, as the Play tab's
 };

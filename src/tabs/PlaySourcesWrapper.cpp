@@ -69,7 +69,20 @@ const std::array<const char*, 4>& PlaySourcesWrapper::modeKeys()
     return keys;
 }
 
-PlaySourcesWrapper::PlaySourcesWrapper(QObject* parent)
+PlaySourcesWrapper::Notices PlaySourcesWrapper::playTabNotices()
+{
+    return {VLPSWFileDropNotification, VLPlayerEjectCDNotification, VLPlayerCleanupBeforeTerminationNotification, true};
+}
+
+PlaySourcesWrapper::Notices PlaySourcesWrapper::clipTabNotices()
+{
+    return {VLCSWFileDropNotification, VLCliperEjectCDNotification, VLCliperCleanupBeforeTerminationNotification,
+            false};
+}
+
+PlaySourcesWrapper::PlaySourcesWrapper(QObject* parent) : PlaySourcesWrapper(playTabNotices(), parent) {}
+
+PlaySourcesWrapper::PlaySourcesWrapper(const Notices& notices, QObject* parent)
     : QObject(parent), converter_(std::make_unique<MusicSourcesWrapper>())
 {
     qRegisterMetaType<PlaySourcesWrapper::State>();
@@ -90,23 +103,25 @@ PlaySourcesWrapper::PlaySourcesWrapper(QObject* parent)
         QMetaObject::invokeMethod(this, std::move(work), Qt::AutoConnection);
     };
     NotificationCenter& center = NotificationCenter::defaultCenter();
-    center.addObserver(this, VLFileOpenNotification, [this, onOwnThread](const Notification& n) {
-        onOwnThread([this, object = n.object.toMap()] { vlFileOpenNotification(object); });
-    });
-    center.addObserver(this, VLPSWFileDropNotification, [this, onOwnThread](const Notification& n) {
+    if (notices.playsOpenedFiles) {
+        center.addObserver(this, VLFileOpenNotification, [this, onOwnThread](const Notification& n) {
+            onOwnThread([this, object = n.object.toMap()] { vlFileOpenNotification(object); });
+        });
+        center.addObserver(this, VLPlayPlaylistNotification, [this, onOwnThread](const Notification& n) {
+            onOwnThread([this, object = n.object] { vlPlayPlaylistNotification(object); });
+        });
+    }
+    center.addObserver(this, notices.fileDrop, [this, onOwnThread](const Notification& n) {
         onOwnThread([this, object = n.object.toMap()] { vlFileDropNotification(object); });
     });
     center.addObserver(this, VLMountedCDWrapperNotification, [this, onOwnThread](const Notification& n) {
         onOwnThread([this, object = n.object.toMap()] { vlMountedCDWrapperNotification(object); });
     });
-    center.addObserver(this, VLPlayerEjectCDNotification, [this, onOwnThread](const Notification&) {
+    center.addObserver(this, notices.ejectCD, [this, onOwnThread](const Notification&) {
         onOwnThread([this] { vlPlayerEjectCDNotification(); });
     });
-    center.addObserver(this, VLPlayerCleanupBeforeTerminationNotification, [this, onOwnThread](const Notification&) {
+    center.addObserver(this, notices.cleanup, [this, onOwnThread](const Notification&) {
         onOwnThread([this] { vlPlayerCleanupBeforeTerminationNotification(); });
-    });
-    center.addObserver(this, VLPlayPlaylistNotification, [this, onOwnThread](const Notification& n) {
-        onOwnThread([this, object = n.object] { vlPlayPlaylistNotification(object); });
     });
     center.addObserver(this, VLPlaylistInfoNotification, [this, onOwnThread](const Notification& n) {
         onOwnThread([this, list = n.object.toMap().value("playlistarray").toStringList()] {

@@ -41,7 +41,20 @@ public:
 
     static const std::array<const char*, 4>& modeKeys();  // mModeRepeatButton, ...
 
+    // The notices a browser of songs answers: the Play tab's, or the Clip tab's
+    // (its own drop, eject and clean-up names; files opened from the desktop and
+    // playlists to play are the Play tab's alone).
+    struct Notices {
+        const char* fileDrop;
+        const char* ejectCD;
+        const char* cleanup;
+        bool playsOpenedFiles;
+    };
+    static Notices playTabNotices();
+    static Notices clipTabNotices();
+
     explicit PlaySourcesWrapper(QObject* parent = nullptr);
+    explicit PlaySourcesWrapper(const Notices& notices, QObject* parent = nullptr);
     ~PlaySourcesWrapper() override;
 
     // The watcher whose discs are shown and ejected (the window's; none on the command line).

@@ -10,6 +10,7 @@
 #include "platform/Desktop.h"
 #include "tabs/AppControllers.h"
 #include "ui/AboutBox.h"
+#include "ui/ClipTab.h"
 #include "ui/FlashSetupSheet.h"
 #include "ui/FolderChooser.h"
 #include "ui/FreeDBPreferencesPage.h"
@@ -62,7 +63,8 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
     outlines_ << nullptr;  // the Rip tab shows discs, not the library
     tabs_->addTab(ripTab_, titles[RipTabIndex]);
     tabs_->addTab(makeSourcePane(tr("Editing tags is not available yet.")), titles[TagTab]);
-    tabs_->addTab(makeSourcePane(tr("Making clips and ringtones is not available yet.")), titles[ClipTab]);
+    tabs_->addTab(new ::ClipTab(controllers.clip()), titles[ClipTab]);
+    outlines_ << nullptr;  // the Clip tab's sources are no library outline
     tabs_->addTab(new StoresTab, titles[StoresTabIndex]);
     auto* central = new QWidget;
     auto* centralLayout = new QVBoxLayout(central);

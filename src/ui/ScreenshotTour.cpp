@@ -3,6 +3,7 @@
 #include "core/Job.h"
 #include "core/LibraryModel.h"
 #include "ui/AboutBox.h"
+#include "ui/ClipTab.h"
 #include "ui/MainWindow.h"
 #include "ui/MusicTab.h"
 #include "ui/PlaylistPanel.h"
@@ -13,6 +14,7 @@
 #include <QDir>
 #include <QPixmap>
 #include <QTabWidget>
+#include <QTableView>
 #include <QTimer>
 #include <QTreeView>
 
@@ -96,6 +98,30 @@ void startScreenshotTour(MainWindow* window, const QString& folder)
         window->resize(1200, 740);
         openLibrary(window);
     };
+    // The Clip tab with the clip of a song drawn on its waveform.
+    steps << [window] {
+        window->tabs()->setCurrentIndex(MainWindow::ClipTab);
+        auto* tab = window->findChild<ClipTab*>();
+        const auto rows = tab ? tab->clip().browser().sources() : QList<PlaySourcesWrapper::SourceRow>();
+        for (int row = 0; row < rows.size(); ++row) {
+            if (rows[row].kind == PlaySourcesWrapper::SourceKind::Library && rows[row].path.endsWith("/Music"))
+                tab->clip().selectSource(row);
+        }
+    };
+    for (int wait = 0; wait < 6; ++wait)
+        steps << [] {};
+    steps << [window] {
+        auto* tab = window->findChild<ClipTab*>();
+        if (!tab || tab->clip().browser().songs().isEmpty())
+            return;
+        tab->songTable()->selectRow(0);
+        const std::pair<const char*, double> clip[] = {{ClipSourcesWrapper::kStart, 6}, {ClipSourcesWrapper::kLength, 14},
+                                                       {ClipSourcesWrapper::kFadeIn, 2}, {ClipSourcesWrapper::kFadeOut, 4}};
+        for (const auto& [key, value] : clip)
+            tab->clip().setClipValue(0, key, value);
+    };
+    for (int wait = 0; wait < 3; ++wait)
+        steps << [] {};
     // Every tab the window has, named by its title.
     for (int tab = 0; tab < window->tabs()->count(); ++tab) {
         steps << [window, tab] { window->tabs()->setCurrentIndex(tab); };

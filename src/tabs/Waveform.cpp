@@ -1,0 +1,291 @@
+#include "tabs/Waveform.h"
+
+#include "encode/PcmReaders.h"
+#include "platform/ChildProcess.h"
+#include "platform/ResourceLocator.h"
+#include "tags/MediaDuration.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QtEndian>
+
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace {
+
+// Low enough that decoding, not the hand-over, sets the pace; high enough that
+// the peaks of ordinary music survive the resampler's filter.
+constexpr int kDecodeRate = 8000;
+constexpr int kPartialMs = 100;
+
+// Spreads a stream of samples over columns of equal time, given how many
+// samples the whole song holds.
+class Binner {
+public:
+    Binner(qint64 expected, int columns, double rate) : expected_(std::max<qint64>(expected, 1))
+    {
+        peaks_.minimum.fill(0, columns);
+        peaks_.maximum.fill(0, columns);
+        peaks_.seconds = double(expected) / rate;
+    }
+    void add(float sample)
+    {
+        const int columns = peaks_.columns();
+        const int column = int(std::min<qint64>(seen_ * columns / expected_, columns - 1));
+        if (column != current_) {
+            current_ = column;
+            peaks_.minimum[column] = peaks_.maximum[column] = sample;
+            peaks_.columnsDone = column;
+        } else {
+            peaks_.minimum[column] = std::min(peaks_.minimum[column], sample);
+            peaks_.maximum[column] = std::max(peaks_.maximum[column], sample);
+        }
+        ++seen_;
+    }
+    qint64 seen() const { return seen_; }
+    WaveformPeaks finish()
+    {
+        peaks_.columnsDone = peaks_.columns();
+        return peaks_;
+    }
+    const WaveformPeaks& partial() const { return peaks_; }
+
+private:
+    WaveformPeaks peaks_;
+    qint64 expected_;
+    qint64 seen_ = 0;
+    int current_ = -1;
+};
+
+bool readsDirectly(const QString& path)
+{
+    const QString extension = QFileInfo(path).suffix().toLower();
+    return extension == QLatin1String("wav") || extension == QLatin1String("aif") ||
+           extension == QLatin1String("aiff");
+}
+
+struct FileCloser {
+    void operator()(FILE* file) const { std::fclose(file); }
+};
+
+// 16-bit WAV, the common case, straight from the mapped file: the channels are
+// summed as integers and each column keeps its lowest and highest sum.
+std::optional<WaveformPeaks> readWav16(const QString& path, int columns, const std::atomic<bool>& cancel,
+                                       const Waveform::Partial& partial)
+{
+    const auto layout = Waveform::wavLayout(path);
+    if (!layout || layout->bits != 16 || (layout->formatTag != 1 && layout->formatTag != 0xFFFE) ||
+        layout->channels <= 0)
+        return std::nullopt;
+    const int channels = layout->channels;
+    const qint64 frames = layout->dataBytes / (2 * channels);
+    if (frames <= 0)
+        return std::nullopt;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    const uchar* data = file.map(layout->dataOffset, frames * 2 * channels);
+    if (!data)
+        return std::nullopt;
+    WaveformPeaks peaks;
+    peaks.minimum.fill(0, columns);
+    peaks.maximum.fill(0, columns);
+    peaks.seconds = double(frames) / layout->rate;
+    const float scale = 1.0f / (32768.0f * float(channels));
+    const auto* samples = reinterpret_cast<const qint16*>(data);  // RIFF is little-endian, as this machine
+    QElapsedTimer shown;
+    shown.start();
+    qint64 frame = 0;
+    for (int column = 0; column < columns; ++column) {
+        if (cancel)
+            return WaveformPeaks();
+        const qint64 end = std::max(frame + 1, std::min(frames, (column + 1) * frames / columns));
+        int low = INT_MAX, high = INT_MIN;
+        for (; frame < end && frame < frames; ++frame) {
+            const qint16* at = samples + frame * channels;
+            int sum = at[0];
+            for (int channel = 1; channel < channels; ++channel)
+                sum += at[channel];
+            low = std::min(low, sum);
+            high = std::max(high, sum);
+        }
+        if (low <= high) {
+            peaks.minimum[column] = float(low) * scale;
+            peaks.maximum[column] = float(high) * scale;
+        }
+        peaks.columnsDone = column + 1;
+        if (partial && shown.elapsed() >= kPartialMs) {
+            partial(peaks);
+            shown.restart();
+        }
+    }
+    return peaks;
+}
+
+// Other WAV and AIFF files through the PCM readers; nullopt when they do not know the file
+// or its length, so that the decoder gets a try.
+std::optional<WaveformPeaks> readPcm(const QString& path, int columns, const std::atomic<bool>& cancel,
+                                     const Waveform::Partial& partial)
+{
+    std::unique_ptr<FILE, FileCloser> file(std::fopen(QFile::encodeName(path).constData(), "rb"));
+    if (!file)
+        return std::nullopt;
+    OggEncInput input;
+    const PcmInputFormat* format = open_audio_file(file.get(), &input);
+    if (!format)
+        return std::nullopt;
+    const std::unique_ptr<void, void (*)(void*)> state(input.readState, format->close);
+    if (input.totalSamplesPerChannel <= 0 || input.channels <= 0 || input.rate <= 0)
+        return std::nullopt;
+    constexpr int kBlock = 8192;
+    std::vector<std::vector<float>> channels(size_t(input.channels), std::vector<float>(kBlock));
+    std::vector<float*> buffers;
+    for (auto& channel : channels)
+        buffers.push_back(channel.data());
+    Binner binner(input.totalSamplesPerChannel, columns, double(input.rate));
+    QElapsedTimer shown;
+    shown.start();
+    const float scale = 1.0f / float(input.channels);
+    for (;;) {
+        if (cancel)
+            return WaveformPeaks();
+        const long got = input.readSamples(input.readState, buffers.data(), kBlock);
+        if (got <= 0)
+            break;
+        for (long i = 0; i < got; ++i) {
+            float mixed = 0;
+            for (const float* channel : buffers)
+                mixed += channel[i];
+            binner.add(mixed * scale);
+        }
+        if (partial && shown.elapsed() >= kPartialMs) {
+            partial(binner.partial());
+            shown.restart();
+        }
+    }
+    WaveformPeaks peaks = binner.finish();
+    peaks.seconds = double(binner.seen()) / double(input.rate);
+    return peaks;
+}
+
+// Any other file: ffmpeg decodes it to mono 16-bit samples on its standard
+// output. The columns follow the length the tags tell; the final peaks are
+// spread over the length actually decoded.
+WaveformPeaks decode(const QString& path, int columns, const std::atomic<bool>& cancel,
+                     const Waveform::Partial& partial)
+{
+    const QString ffmpeg = ResourceLocator::pathForTool(QStringLiteral("ffmpeg"));
+    if (ffmpeg.isEmpty())
+        return {};
+    const int told = mediaDurationSeconds(path);
+    ChildProcess child(ffmpeg, {"-nostdin", "-v", "error", "-i", QFileInfo(path).absoluteFilePath(), "-vn", "-ac",
+                                "1", "-ar", QString::number(kDecodeRate), "-f", "s16le", "pipe:1"});
+    child.setInteractive(true);
+    if (!child.start())
+        return {};
+    std::vector<float> samples;
+    samples.reserve(size_t(std::max(told, 1)) * kDecodeRate);
+    Binner binner(qint64(std::max(told, 1)) * kDecodeRate, columns, kDecodeRate);
+    QByteArray pending;
+    QElapsedTimer shown;
+    shown.start();
+    bool ended = false;
+    bool shownOnce = false;
+    while (!ended) {
+        if (cancel) {
+            child.terminate();
+            child.waitForExit();
+            return {};
+        }
+        pending += child.readOutput(50, &ended);
+        const qsizetype whole = pending.size() / 2 * 2;
+        for (qsizetype at = 0; at < whole; at += 2) {
+            const float sample = float(qFromLittleEndian<qint16>(pending.constData() + at)) / 32768.0f;
+            samples.push_back(sample);
+            binner.add(sample);
+        }
+        pending.remove(0, whole);
+        // The first audio shows at once, then the picture grows a few times a second.
+        if (partial && binner.seen() > 0 && (!shownOnce || shown.elapsed() >= kPartialMs)) {
+            shownOnce = true;
+            partial(binner.partial());
+            shown.restart();
+        }
+    }
+    if (child.waitForExit() != 0 || samples.empty())
+        return {};
+    return Waveform::fromSamples(samples.data(), qint64(samples.size()), kDecodeRate, columns);
+}
+
+}  // namespace
+
+namespace Waveform {
+
+std::optional<WavLayout> wavLayout(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    const QByteArray riff = file.read(12);
+    if (riff.size() < 12 || !riff.startsWith("RIFF") || riff.mid(8, 4) != "WAVE")
+        return std::nullopt;
+    WavLayout layout;
+    bool hasFormat = false;
+    for (;;) {
+        const QByteArray header = file.read(8);
+        if (header.size() < 8)
+            return std::nullopt;
+        const quint32 size = qFromLittleEndian<quint32>(header.constData() + 4);
+        if (header.startsWith("data")) {
+            if (!hasFormat)
+                return std::nullopt;
+            // A size past the end of the file (or a stream's 0xFFFFFFFF) counts what is there.
+            layout.dataOffset = file.pos();
+            layout.dataBytes = std::min<qint64>(size, file.size() - file.pos());
+            return layout;
+        }
+        qint64 skip = qint64(size) + (size & 1);
+        if (header.startsWith("fmt ") && size >= 16) {
+            const QByteArray format = file.read(16);
+            if (format.size() < 16)
+                return std::nullopt;
+            layout.formatTag = qFromLittleEndian<quint16>(format.constData());
+            layout.channels = qFromLittleEndian<quint16>(format.constData() + 2);
+            layout.rate = int(qFromLittleEndian<quint32>(format.constData() + 4));
+            layout.bits = qFromLittleEndian<quint16>(format.constData() + 14);
+            hasFormat = true;
+            skip -= 16;
+        }
+        if (skip > 0 && file.skip(skip) != skip)
+            return std::nullopt;
+    }
+}
+
+WaveformPeaks fromSamples(const float* samples, qint64 count, double rate, int columns)
+{
+    Binner binner(count, columns, rate);
+    for (qint64 i = 0; i < count; ++i)
+        binner.add(samples[i]);
+    return binner.finish();
+}
+
+WaveformPeaks compute(const QString& path, int columns, const std::atomic<bool>& cancel, const Partial& partial)
+{
+    if (columns <= 0)
+        return {};
+    if (readsDirectly(path)) {
+        if (auto peaks = readWav16(path, columns, cancel, partial))
+            return *peaks;
+        if (auto peaks = readPcm(path, columns, cancel, partial))
+            return *peaks;
+    }
+    return decode(path, columns, cancel, partial);
+}
+
+}  // namespace Waveform

@@ -1,0 +1,143 @@
+// The Clip tab's logic: the clamping of the clip parameters, its own drop zone
+// and scan lock, and which jobs a save runs.
+#include "tabs/ClipSourcesWrapper.h"
+
+#include "common/PlayerFixtures.h"
+#include "common/TestSupport.h"
+#include "core/Job.h"
+#include "core/NotificationCenter.h"
+#include "core/Notifications.h"
+#include "encode/ExportJobs.h"
+
+#include <gtest/gtest.h>
+
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+QVariantMap parameters(const char* start, const char* length, const char* fadeIn, const char* fadeOut,
+                       const char* volume)
+{
+    return {{"clipstart", start}, {"cliplength", length}, {"fadein", fadeIn}, {"fadeout", fadeOut},
+            {"volume", volume}};
+}
+
+}  // namespace
+
+TEST(ClipParameters, AreClampedToTheSongAndTheClip)
+{
+    const struct {
+        QVariantMap typed;
+        double song;
+        QVariantMap expected;
+    } cases[] = {
+        // Negative times become 0; a negative gain stays.
+        {parameters("-3", "-1", "-2", "-1", "-6"), 10, parameters("0", "0", "0", "0", "-6")},
+        // A start past the end is the end, and leaves no length.
+        {parameters("12", "5", "1", "1", "0"), 10, parameters("10", "0", "0", "0", "0")},
+        // The length stops at the song's end; the fades share the clip.
+        {parameters("7.5", "5", "2", "3", "0"), 10, parameters("7.5", "2.5", "2", "0.5", "0")},
+        {parameters("1", "4", "9", "1", "100"), 10, parameters("1", "4", "4", "0", "60")},
+        // An unknown length bounds nothing but the fades.
+        {parameters("400", "30", "5", "5", "0"), 0, parameters("400", "30", "5", "5", "0")},
+    };
+    for (const auto& example : cases)
+        EXPECT_EQ(ClipSourcesWrapper::clamped(example.typed, example.song), example.expected)
+            << qPrintable(example.typed.value("clipstart").toString());
+    EXPECT_EQ(ClipSourcesWrapper::defaultParameters({{"duration", "215"}}), parameters("0", "215", "0", "0", "0"));
+    EXPECT_EQ(ClipSourcesWrapper::defaultParameters({}).value("cliplength"), "0");
+}
+
+TEST(ClipSources, DropsAreItsOwnAndASecondScanIsDropped)
+{
+    QTemporaryDir dir;
+    const QString song = playerfixtures::makeSong(dir.path(), "a.wav", 3);
+    PlaySourcesWrapper play;
+    ClipSourcesWrapper clip;
+    QSignalSpy songs(&clip, &ClipSourcesWrapper::songsChanged);
+    NotificationCenter::defaultCenter().post(VLCSWFileDropNotification, QVariantMap{{"filearray", QStringList{song}}});
+    // The drop zone's scan runs: another request waits for nothing and is dropped.
+    ASSERT_TRUE(clip.browser().isLoading());
+    EXPECT_FALSE(clip.selectSource(0));
+    ASSERT_TRUE(songs.wait(10000));
+    EXPECT_EQ(clip.browser().songs(), QStringList{song});
+    EXPECT_TRUE(play.sources().last().title.endsWith("(0)"));  // the Play tab's drop zone stays empty
+    EXPECT_TRUE(clip.selectSource(0));
+
+    // Edits are clamped by the song's length as the waveform measured it.
+    clip.showWaveform(0, 200);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return clip.waveform().complete() && clip.waveform().columns() == 200; },
+                                10000));
+    EXPECT_NEAR(clip.songSeconds(0), 3.0, 0.001);
+    clip.setClipValue(0, "clipstart", 2);
+    EXPECT_EQ(clip.clipParameters(0).value("cliplength"), "1");
+
+    // Playing the clip plays its second and stops, before the song's end.
+    playerfixtures::useFakeAudio();
+    clip.setClipValue(0, "clipstart", 0);
+    clip.setClipValue(0, "cliplength", 1);
+    clip.playClip(0);
+    EXPECT_EQ(clip.browser().state(), PlaySourcesWrapper::State::Playing);
+    EXPECT_TRUE(clip.isPlayingClip());
+    QTest::qWait(500);
+    EXPECT_EQ(clip.browser().state(), PlaySourcesWrapper::State::Playing);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return clip.browser().state() == PlaySourcesWrapper::State::Stopped; }, 1500));
+    EXPECT_FALSE(clip.isPlayingClip());
+}
+
+TEST(ClipSave, AWavClipIsCutBySoxAloneAndOtherTypesAreEncoded)
+{
+    QTemporaryDir dir;
+    const QString song = playerfixtures::makeSong(dir.path(), "a.wav", 4);
+    ExportJobs exports;
+    QStringList titles;
+    QObject context;
+    QObject::connect(
+        &JobList::shared(), &JobList::jobAdded, &context,
+        [&](quint64 id) {
+            if (const auto job = JobList::shared().job(id))
+                titles << job->title();
+        },
+        Qt::DirectConnection);
+    for (const char* type : {"WAV", "OGG"}) {
+        titles.clear();
+        const QVariantMap request{{"selectedfiles", QStringList{song}},
+                                  {"clipsettings", QVariantList{parameters("1", "2", "0", "0", "0")}},
+                                  {"destinationfolder", dir.filePath(type)},
+                                  {"type", type}};
+        const JobResult result = ClipSourcesWrapper::makeSaveJob(request)->run();
+        ASSERT_TRUE(result.ok()) << qPrintable(result.error);
+        EXPECT_EQ(result.files, QStringList{dir.filePath(QStringLiteral("%1/a.%1").arg(type))});
+        QStringList expected{QStringLiteral("Saving %1 clips").arg(type), QStringLiteral("Clip of a.wav as %1").arg(type)};
+        if (QLatin1String(type) != QLatin1String("WAV"))
+            expected << QStringLiteral("Converting a.wav to %1").arg(type);
+        EXPECT_EQ(titles, expected);
+    }
+}
+
+TEST(Waveform, ColumnsFollowTheAudioInEveryReader)
+{
+    // One second of silence, then one second of a tone at half scale: the left
+    // half of the picture is flat, the right half reaches about 0.5.
+    QTemporaryDir dir;
+    const QString wav = dir.filePath("half.wav");
+    ASSERT_EQ(testsupport::run("sox", {"-n", "-r", "44100", "-c", "2", "-b", "16", wav, "synth", "1", "sine", "440",
+                                       "vol", "0.5", "pad", "1", "0"}),
+              0);
+    const QString aiff = dir.filePath("half.aiff"), mp3 = dir.filePath("half.mp3");
+    ASSERT_EQ(testsupport::run("sox", {wav, "-b", "24", aiff}), 0);
+    ASSERT_EQ(testsupport::run("lame", {"--quiet", wav, mp3}), 0);
+    const std::atomic<bool> cancel{false};
+    for (const QString& path : {wav, aiff, mp3}) {
+        SCOPED_TRACE(qPrintable(path));
+        const WaveformPeaks peaks = Waveform::compute(path, 100, cancel);
+        ASSERT_TRUE(peaks.complete());
+        ASSERT_EQ(peaks.columns(), 100);
+        EXPECT_NEAR(peaks.seconds, 2.0, 0.03);
+        EXPECT_LT(peaks.maximum[20] - peaks.minimum[20], 0.02);
+        EXPECT_NEAR(peaks.maximum[80], 0.5, 0.05);
+        EXPECT_NEAR(peaks.minimum[80], -0.5, 0.05);
+    }
+}
