@@ -13,6 +13,7 @@
 #include "tabs/MusicSourcesWrapper.h"
 #include "tabs/PlaySourcesWrapper.h"
 #include "tabs/RipSourcesWrapper.h"
+#include "tabs/TagSourcesWrapper.h"
 #include "tags/TagFacade.h"
 
 AppControllers::AppControllers()
@@ -53,4 +54,12 @@ PlaySourcesWrapper& AppControllers::play()
         play_->setCdWatcher(cdWatcher_.get());
     }
     return *play_;
+}
+
+TagSourcesWrapper& AppControllers::tagSources()
+{
+    // Made on first use, as the Play tab's: commands that never tag do not read the library's roots.
+    if (!tag_)
+        tag_ = std::make_unique<TagSourcesWrapper>();
+    return *tag_;
 }

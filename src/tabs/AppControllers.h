@@ -10,6 +10,7 @@ class MyController;
 class PlayListDataSource;
 class PlaySourcesWrapper;
 class RipSourcesWrapper;
+class TagSourcesWrapper;
 class iTunesManager;
 class m3uManager;
 class mounted_cd_wrapper;
@@ -36,6 +37,7 @@ public:
     MusicSourcesWrapper& musicSources() { return *music_; }
     PlaySourcesWrapper& play();
     RipSourcesWrapper& ripSources() { return *rip_; }
+    TagSourcesWrapper& tagSources();
 
 private:
     std::unique_ptr<ExportJobs> exportJobs_;
@@ -50,4 +52,5 @@ private:
     std::unique_ptr<MusicSourcesWrapper> music_;
     std::unique_ptr<PlaySourcesWrapper> play_;  // shows the watcher's discs: made after it, gone before it
     std::unique_ptr<RipSourcesWrapper> rip_;
+    std::unique_ptr<TagSourcesWrapper> tag_;
 };

@@ -81,6 +81,27 @@ std::optional<QVariantMap> contentsOfFolder(const QString& path, const std::atom
     return contentsOfFolder(path, cancel, progress, defaultAudioTypes());
 }
 
+QStringList audioFilesOf(const QString& path, const std::atomic<bool>* cancel, const QSet<QString>& types)
+{
+    const QFileInfo root(path);
+    if (!root.isDir())
+        return root.isFile() && types.contains(root.suffix().toLower()) ? QStringList{root.filePath()} : QStringList();
+    std::vector<std::pair<QCollatorSortKey, QString>> found;
+    QDirIterator walk(root.absoluteFilePath(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (walk.hasNext() && !(cancel && cancel->load())) {
+        const QString file = walk.next();
+        if (types.contains(QFileInfo(file).suffix().toLower()))
+            found.emplace_back(finderSortKey(file), file);
+    }
+    std::stable_sort(found.begin(), found.end(),
+                     [](const auto& a, const auto& b) { return a.first.compare(b.first) < 0; });
+    QStringList files;
+    files.reserve(qsizetype(found.size()));
+    for (const auto& entry : found)
+        files << entry.second;
+    return files;
+}
+
 namespace {
 QString notLibraryType(const QString& suffix)
 {

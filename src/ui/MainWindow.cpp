@@ -19,6 +19,7 @@
 #include "ui/PreferencesDialog.h"
 #include "ui/RipTab.h"
 #include "ui/StoresTab.h"
+#include "ui/TagTab.h"
 #include "ui/WindowState.h"
 
 #include <QApplication>
@@ -58,7 +59,9 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
             [this] { tabs_->setCurrentIndex(PlayTab); });
     outlines_ << nullptr;  // the Rip tab shows discs, not the library
     tabs_->addTab(ripTab_, titles[RipTabIndex]);
-    tabs_->addTab(makeSourcePane(tr("Editing tags is not available yet.")), titles[TagTab]);
+    tagTab_ = new ::TagTab(controllers.tagSources());
+    outlines_ << nullptr;  // the Tag tab lists its own sources
+    tabs_->addTab(tagTab_, titles[TagTab]);
     tabs_->addTab(makeSourcePane(tr("Making clips and ringtones is not available yet.")), titles[ClipTab]);
     tabs_->addTab(new StoresTab, titles[StoresTabIndex]);
     auto* central = new QWidget;
@@ -74,7 +77,7 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
     app->addAction(tr("&About Velmora"), this, [this] { AboutBox::show(this); });
     app->addAction(tr("&Preferences…"), QKeySequence(tr("Ctrl+,")), this, &MainWindow::showPreferences);
     app->addSeparator();
-    app->addAction(tr("&Quit"), QKeySequence::Quit, this, [this] { controller_.reallyQuit(tabs_->currentIndex()); });
+    app->addAction(tr("&Quit"), QKeySequence::Quit, this, &MainWindow::quitAfterTagEdits);
     QMenu* file = menuBar()->addMenu(tr("&File"));
     auto inMusicTab = [this](void (MusicTab::*action)()) {
         return [this, action] {
@@ -262,5 +265,10 @@ void MainWindow::closeEvent(QCloseEvent* event)
         return;
     }
     event->ignore();
-    controller_.reallyQuit(tabs_->currentIndex());
+    quitAfterTagEdits();
+}
+
+void MainWindow::quitAfterTagEdits()
+{
+    tagTab_->confirmLeaving([this] { controller_.reallyQuit(tabs_->currentIndex()); });
 }
