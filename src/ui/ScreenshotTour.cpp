@@ -2,17 +2,20 @@
 
 #include "core/Job.h"
 #include "core/LibraryModel.h"
+#include "tabs/TagSourcesWrapper.h"
 #include "ui/AboutBox.h"
 #include "ui/MainWindow.h"
 #include "ui/MusicTab.h"
 #include "ui/PlaylistPanel.h"
 #include "ui/PreferencesDialog.h"
+#include "ui/TagTab.h"
 
 #include <QApplication>
 #include <QDialog>
 #include <QDir>
 #include <QPixmap>
 #include <QTabWidget>
+#include <QTableView>
 #include <QTimer>
 #include <QTreeView>
 
@@ -95,10 +98,14 @@ void startScreenshotTour(MainWindow* window, const QString& folder)
     steps << [window] {
         window->resize(1200, 740);
         openLibrary(window);
+        // The Tag tab reads the library's files while the other tabs are taken.
+        window->tagTab()->tags().selectSource(0);
     };
     // Every tab the window has, named by its title.
     for (int tab = 0; tab < window->tabs()->count(); ++tab) {
         steps << [window, tab] { window->tabs()->setCurrentIndex(tab); };
+        if (tab == MainWindow::TagTab)
+            steps << [window] { window->tagTab()->table()->selectRow(0); };
         steps << [window, save, tab] { save(window, pictureName(window->tabs()->tabText(tab))); };
     }
 
