@@ -98,8 +98,14 @@ void startScreenshotTour(MainWindow* window, const QString& folder)
     steps << [window] {
         window->resize(1200, 740);
         openLibrary(window);
-        // The Tag tab reads the library's files while the other tabs are taken.
-        window->tagTab()->tags().selectSource(0);
+        // The Tag tab reads the last library folder while the other tabs are taken.
+        TagSourcesWrapper& tags = window->tagTab()->tags();
+        int lastRoot = 0;
+        for (int row = 0; row < tags.sources().size(); ++row) {
+            if (tags.sources()[row].kind == TagSourcesWrapper::SourceKind::Library)
+                lastRoot = row;
+        }
+        tags.selectSource(lastRoot);
     };
     // Every tab the window has, named by its title.
     for (int tab = 0; tab < window->tabs()->count(); ++tab) {

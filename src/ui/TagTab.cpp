@@ -264,6 +264,8 @@ TagTab::TagTab(TagSourcesWrapper& tags, QWidget* parent)
     table_->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed
                             | QAbstractItemView::AnyKeyPressed);
     table_->verticalHeader()->hide();
+    table_->setWordWrap(false);
+    table_->verticalHeader()->setDefaultSectionSize(table_->fontMetrics().height() + 8);
     table_->horizontalHeader()->setStretchLastSection(true);
     table_->setToolTip(tr("Double-click a cell to change it; leaving the row writes the changes"));
     connect(table_->selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] {
