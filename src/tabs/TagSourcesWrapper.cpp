@@ -25,7 +25,9 @@
 #include <algorithm>
 #include <atomic>
 #include <optional>
+#include <thread>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -36,6 +38,8 @@ const QString kUnknownAlbum = QStringLiteral("Unknown Album");
 constexpr int kFirstBatch = 32;
 constexpr int kBatch = 256;
 constexpr int kJpegQuality = 90;
+// Files written at the same time by a save.
+constexpr qsizetype kWriters = 8;
 
 QString sourceTitle(const QString& path)
 {
@@ -606,22 +610,38 @@ std::shared_ptr<Job> TagSourcesWrapper::setTags()
                     failures << tr("%1: not written, %2").arg(entry.path, error);
             }
         }
-        const bool picturesReady = failures.isEmpty();
-        for (qsizetype i = 0; i < entries.size() && picturesReady; ++i) {
-            if (job.isCancelled()) {
-                for (qsizetype rest = i; rest < entries.size(); ++rest)
-                    failures << tr("%1: not written, the save was stopped").arg(entries.at(rest).path);
-                break;
+        if (failures.isEmpty()) {
+            // Most of a write is waiting for the disk to flush the new file: several at a time.
+            std::vector<QString> errors(size_t(entries.size()));
+            std::atomic<qsizetype> next{0};
+            std::atomic<qsizetype> written{0};
+            auto writer = [&] {
+                for (qsizetype i = next++; i < entries.size(); i = next++) {
+                    const QString& path = entries.at(i).path;
+                    if (job.isCancelled()) {
+                        errors[size_t(i)] = tr("%1: not written, the save was stopped").arg(path);
+                        continue;
+                    }
+                    const TagWriteResult result =
+                        writeTags(path, entries.at(i).record, withArtwork ? &pictures : nullptr);
+                    errors[size_t(i)] = result.error;
+                    const QString name = QFileInfo(path).fileName();
+                    job.setProgress(100.0 * double(++written) / double(entries.size()), name);
+                    QMetaObject::invokeMethod(
+                        this, [this, operation, status, name] { emitProgress(operation, status, name); },
+                        Qt::QueuedConnection);
+                }
+            };
+            std::vector<std::thread> helpers;
+            for (qsizetype n = 1; n < std::min<qsizetype>(kWriters, entries.size()); ++n)
+                helpers.emplace_back(writer);
+            writer();
+            for (std::thread& helper : helpers)
+                helper.join();
+            for (const QString& error : errors) {
+                if (!error.isEmpty())
+                    failures << error;
             }
-            const QString name = QFileInfo(entries.at(i).path).fileName();
-            job.setProgress(100.0 * double(i) / double(entries.size()), name);
-            QMetaObject::invokeMethod(
-                this, [this, operation, status, name] { emitProgress(operation, status, name); },
-                Qt::QueuedConnection);
-            const TagWriteResult result =
-                writeTags(entries.at(i).path, entries.at(i).record, withArtwork ? &pictures : nullptr);
-            if (!result.written)
-                failures << result.error;
         }
         const std::weak_ptr<Job> self = job.shared_from_this();
         QMetaObject::invokeMethod(
