@@ -6,6 +6,7 @@
 #include "disc/MountedCDWrapper.h"
 #include "encode/ExportJobs.h"
 #include "encode/LameWrapper.h"
+#include "platform/VolumeMonitor.h"
 #include "playlists/HPlayListDataSource.h"
 #include "playlists/ITunesManager.h"
 #include "playlists/M3uManager.h"
@@ -15,7 +16,7 @@
 #include "tabs/MusicSourcesWrapper.h"
 #include "tabs/PlaySourcesWrapper.h"
 #include "tabs/RipSourcesWrapper.h"
-#include "platform/VolumeMonitor.h"
+#include "tabs/TagSourcesWrapper.h"
 #include "tags/TagFacade.h"
 
 AppControllers::AppControllers()
@@ -79,6 +80,8 @@ FlashWriter& AppControllers::flashWriter()
                 play_->setFlashPlayers(flash_->mountedVolumes());
             if (clip_)
                 clip_->setFlashPlayers(flash_->mountedVolumes());
+            if (tag_)
+                tag_->setFlashPlayers(flash_->mountedVolumes());
         });
         flash_->awakeFromNib();
         playlists_->setFlashWriter(flash_.get());
@@ -100,4 +103,15 @@ ClipSourcesWrapper& AppControllers::clip()
         });
     }
     return *clip_;
+}
+
+TagSourcesWrapper& AppControllers::tagSources()
+{
+    // Made on first use, as the Play tab's: commands that never tag do not read the library's roots.
+    if (!tag_) {
+        tag_ = std::make_unique<TagSourcesWrapper>();
+        if (flash_)
+            tag_->setFlashPlayers(flash_->mountedVolumes());
+    }
+    return *tag_;
 }

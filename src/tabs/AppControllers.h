@@ -13,6 +13,7 @@ class PlayListDataSource;
 class PlaySourcesWrapper;
 class RipSourcesWrapper;
 class VolumeMonitor;
+class TagSourcesWrapper;
 class iTunesManager;
 class m3uManager;
 class mounted_cd_wrapper;
@@ -43,6 +44,7 @@ public:
     // volumes, which commands that never copy to a player need not do.
     FlashWriter& flashWriter();
     ClipSourcesWrapper& clip();
+    TagSourcesWrapper& tagSources();
 
 private:
     std::unique_ptr<ExportJobs> exportJobs_;
@@ -61,4 +63,5 @@ private:
     std::unique_ptr<PlaySourcesWrapper> play_;  // shows the watcher's discs: made after it, gone before it
     std::unique_ptr<RipSourcesWrapper> rip_;
     std::unique_ptr<ClipSourcesWrapper> clip_;  // made on first use, as the Play tab's
+    std::unique_ptr<TagSourcesWrapper> tag_;
 };

@@ -1,5 +1,6 @@
 #include "tabs/FolderCollector.h"
 
+#include "core/FileSystemItem.h"
 #include "core/StringUtils.h"
 #include "tags/TagFacade.h"
 
@@ -79,6 +80,38 @@ std::optional<QVariantMap> contentsOfFolder(const QString& path, const std::atom
                                             const std::function<void(const QString&)>& progress)
 {
     return contentsOfFolder(path, cancel, progress, defaultAudioTypes());
+}
+
+QStringList audioFilesOf(const QString& path, const std::atomic<bool>* cancel, const QSet<QString>& types)
+{
+    const QFileInfo root(path);
+    if (!root.isDir())
+        return root.isFile() && types.contains(root.suffix().toLower()) ? QStringList{root.filePath()} : QStringList();
+    std::vector<std::pair<QCollatorSortKey, QString>> found;
+    // The library's own reading of a folder: no pseudo file systems, no hidden folders.
+    QStringList folders{QDir::cleanPath(root.absoluteFilePath())};
+    QSet<QString> walked;  // by canonical path, so a link to a folder above ends the loop
+    while (!folders.isEmpty() && !(cancel && cancel->load())) {
+        const QString folder = folders.takeLast();
+        if (walked.contains(QFileInfo(folder).canonicalFilePath()))
+            continue;
+        walked.insert(QFileInfo(folder).canonicalFilePath());
+        const QString prefix = folder.endsWith(QLatin1Char('/')) ? folder : folder + QLatin1Char('/');
+        for (const FileSystemItem::Entry& entry : FileSystemItem::readEntries(folder)) {
+            const QString full = prefix + entry.name;
+            if (entry.isFolder)
+                folders << full;
+            else if (types.contains(QFileInfo(entry.name).suffix().toLower()))
+                found.emplace_back(finderSortKey(full), full);
+        }
+    }
+    std::stable_sort(found.begin(), found.end(),
+                     [](const auto& a, const auto& b) { return a.first.compare(b.first) < 0; });
+    QStringList files;
+    files.reserve(qsizetype(found.size()));
+    for (const auto& entry : found)
+        files << entry.second;
+    return files;
 }
 
 namespace {

@@ -21,6 +21,11 @@ std::optional<QVariantMap> contentsOfFolder(const QString& path, const std::atom
 std::optional<QVariantMap> contentsOfFolder(const QString& path, const std::atomic<bool>* cancel,
                                             const std::function<void(const QString&)>& progress);
 
+// The files of those types under a folder (or the file itself), sorted by
+// finderCompare, without reading their tags: a list to show before the tags
+// arrive. Stops early when *cancel becomes true.
+QStringList audioFilesOf(const QString& path, const std::atomic<bool>* cancel, const QSet<QString>& types);
+
 // Why a file is not collected, when it is of none of the types: ".flac is not
 // a library type". Nothing for a file of one of them.
 std::optional<QString> leftOutReason(const QString& file, const QSet<QString>& types);

@@ -22,6 +22,7 @@
 #include "ui/PreferencesDialog.h"
 #include "ui/RipTab.h"
 #include "ui/StoresTab.h"
+#include "ui/TagTab.h"
 #include "ui/WindowState.h"
 
 #include <QApplication>
@@ -30,12 +31,10 @@
 #include <QFileInfo>
 #include <QHBoxLayout>
 #include <QHeaderView>
-#include <QLabel>
 #include <QMenuBar>
 #include <QPointer>
 #include <QMessageBox>
 #include <QPushButton>
-#include <QSplitter>
 #include <QStatusBar>
 #include <QTabWidget>
 #include <QTreeView>
@@ -62,7 +61,9 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
             [this] { tabs_->setCurrentIndex(PlayTab); });
     outlines_ << nullptr;  // the Rip tab shows discs, not the library
     tabs_->addTab(ripTab_, titles[RipTabIndex]);
-    tabs_->addTab(makeSourcePane(tr("Editing tags is not available yet.")), titles[TagTab]);
+    tagTab_ = new ::TagTab(controllers.tagSources());
+    outlines_ << nullptr;  // the Tag tab lists its own sources
+    tabs_->addTab(tagTab_, titles[TagTab]);
     tabs_->addTab(new ::ClipTab(controllers.clip()), titles[ClipTab]);
     outlines_ << nullptr;  // the Clip tab's sources are no library outline
     tabs_->addTab(new StoresTab, titles[StoresTabIndex]);
@@ -79,7 +80,7 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
     app->addAction(tr("&About Velmora"), this, [this] { AboutBox::show(this); });
     app->addAction(tr("&Preferences…"), QKeySequence(tr("Ctrl+,")), this, &MainWindow::showPreferences);
     app->addSeparator();
-    app->addAction(tr("&Quit"), QKeySequence::Quit, this, [this] { controller_.reallyQuit(tabs_->currentIndex()); });
+    app->addAction(tr("&Quit"), QKeySequence::Quit, this, &MainWindow::quitAfterTagEdits);
     QMenu* file = menuBar()->addMenu(tr("&File"));
     auto inMusicTab = [this](void (MusicTab::*action)()) {
         return [this, action] {
@@ -167,44 +168,6 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
     WindowState::restore(this);
 }
 
-QTreeView* MainWindow::makeLibraryOutline()
-{
-    auto* outline = new QTreeView;
-    setUpLibraryOutline(outline, QStringLiteral("libraryOutline%1").arg(outlines_.size()));
-    outlines_ << outline;
-    return outline;
-}
-
-QWidget* MainWindow::makeSourcePane(const QString& notYetAvailable)
-{
-    auto* splitter = new QSplitter;
-    splitter->setObjectName(QStringLiteral("sourcePane%1").arg(outlines_.size()));
-    auto* left = new QWidget;
-    auto* leftLayout = new QVBoxLayout(left);
-    leftLayout->setContentsMargins(0, 0, 0, 0);
-    leftLayout->addWidget(makeLibraryOutline());
-    auto* buttons = new QHBoxLayout;
-    auto* add = new QPushButton(tr("Add Folder…"));
-    add->setToolTip(tr("Add a folder and the music in it to the library (Ctrl+L)"));
-    auto* remove = new QPushButton(tr("Remove"));
-    remove->setToolTip(tr("Take the selected top folder out of the library; no file is deleted"));
-    connect(add, &QPushButton::clicked, this, &MainWindow::addToLibrary);
-    connect(remove, &QPushButton::clicked, this, &MainWindow::removeFromLibrary);
-    buttons->addWidget(add);
-    buttons->addWidget(remove);
-    buttons->addStretch();
-    leftLayout->addLayout(buttons);
-    splitter->addWidget(left);
-
-    auto* notice = new QLabel(notYetAvailable);
-    notice->setAlignment(Qt::AlignCenter);
-    notice->setWordWrap(true);
-    notice->setObjectName(QStringLiteral("notYetAvailable"));
-    splitter->addWidget(notice);
-    splitter->setStretchFactor(1, 1);
-    return splitter;
-}
-
 void MainWindow::addToLibrary()
 {
     const QString music = AppPaths::musicFolder();
@@ -286,5 +249,10 @@ void MainWindow::closeEvent(QCloseEvent* event)
         return;
     }
     event->ignore();
-    controller_.reallyQuit(tabs_->currentIndex());
+    quitAfterTagEdits();
+}
+
+void MainWindow::quitAfterTagEdits()
+{
+    tagTab_->confirmLeaving([this] { controller_.reallyQuit(tabs_->currentIndex()); });
 }

@@ -11,6 +11,7 @@ class QMessageBox;
 class QTabWidget;
 class QTreeView;
 class RipTab;
+class TagTab;
 
 // The single main window: six tabs, the library outline in each, the menus,
 // and the sheets of the shell (add a library folder, tasks still running).
@@ -21,6 +22,7 @@ public:
 
     MusicTab* musicTab() const { return musicTab_; }
     RipTab* ripTab() const { return ripTab_; }
+    ::TagTab* tagTab() const { return tagTab_; }
 
     QTabWidget* tabs() const { return tabs_; }
     // Below the tabs, on every tab: the running and failed jobs.
@@ -39,16 +41,17 @@ protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
-    QWidget* makeSourcePane(const QString& notYetAvailable);
-    QTreeView* makeLibraryOutline();
     void showTasksRunningSheet(int count);
     void showAlert(const QString& title, const QString& message);
+    // Quits once the Tag tab's unsaved edits are saved or discarded.
+    void quitAfterTagEdits();
 
     MyController& controller_;
     AppControllers& controllers_;
     QTabWidget* tabs_;
     MusicTab* musicTab_;
     RipTab* ripTab_;
+    ::TagTab* tagTab_ = nullptr;
     JobListView* jobList_;
     QList<QTreeView*> outlines_;
     QPointer<QMessageBox> tasksSheet_;

@@ -2,12 +2,14 @@
 
 #include "core/Job.h"
 #include "core/LibraryModel.h"
+#include "tabs/TagSourcesWrapper.h"
 #include "ui/AboutBox.h"
 #include "ui/ClipTab.h"
 #include "ui/MainWindow.h"
 #include "ui/MusicTab.h"
 #include "ui/PlaylistPanel.h"
 #include "ui/PreferencesDialog.h"
+#include "ui/TagTab.h"
 
 #include <QApplication>
 #include <QDialog>
@@ -97,6 +99,14 @@ void startScreenshotTour(MainWindow* window, const QString& folder)
     steps << [window] {
         window->resize(1200, 740);
         openLibrary(window);
+        // The Tag tab reads the last library folder while the other tabs are taken.
+        TagSourcesWrapper& tags = window->tagTab()->tags();
+        int lastRoot = 0;
+        for (int row = 0; row < tags.sources().size(); ++row) {
+            if (tags.sources()[row].kind == TagSourcesWrapper::SourceKind::Library)
+                lastRoot = row;
+        }
+        tags.selectSource(lastRoot);
     };
     // The Clip tab with the clip of a song drawn on its waveform.
     steps << [window] {
@@ -125,6 +135,8 @@ void startScreenshotTour(MainWindow* window, const QString& folder)
     // Every tab the window has, named by its title.
     for (int tab = 0; tab < window->tabs()->count(); ++tab) {
         steps << [window, tab] { window->tabs()->setCurrentIndex(tab); };
+        if (tab == MainWindow::TagTab)
+            steps << [window] { window->tagTab()->table()->selectRow(0); };
         steps << [window, save, tab] { save(window, pictureName(window->tabs()->tabText(tab))); };
     }
 

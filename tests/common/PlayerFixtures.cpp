@@ -48,6 +48,19 @@ QString makeSong(const QString& folder, const QString& name, double seconds, con
         if (!album.isEmpty())
             arguments << "-l" << album;
         status = testsupport::run("oggenc", arguments << wav);
+    } else if (suffix == QLatin1String("m4a")) {
+        status = testsupport::run("ffmpeg", {"-v", "error", "-y", "-i", wav, "-c:a", "aac", "-b:a", "64k", path});
+        QStringList arguments{path};
+        if (!title.isEmpty())
+            arguments << "--title" << title;
+        if (!artist.isEmpty())
+            arguments << "--artist" << artist;
+        if (!album.isEmpty())
+            arguments << "--album" << album;
+        if (!cover.isEmpty())
+            arguments << "--artwork" << cover;
+        if (status == 0 && arguments.size() > 1)
+            status = testsupport::run("AtomicParsley", arguments << "--overWrite");
     }
     if (wav != path)
         QFile::remove(wav);

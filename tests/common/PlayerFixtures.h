@@ -12,8 +12,8 @@ namespace playerfixtures {
 void useFakeAudio();
 
 // Makes folder/name, a tone of that many seconds; the extension says the format
-// (wav, mp3, ogg) and mp3 and ogg songs get the tags given (an mp3 also the
-// cover picture file). "" when a tool failed.
+// (wav, mp3, ogg, m4a) and the compressed ones get the tags given (mp3 and
+// m4a also the cover picture file). "" when a tool failed.
 QString makeSong(const QString& folder, const QString& name, double seconds, const QString& title = {},
                  const QString& artist = {}, const QString& album = {}, const QString& cover = {});
 // A file with the extension's name that holds no audio.
