@@ -6,6 +6,7 @@
 #include "disc/MountedCDWrapper.h"
 #include "encode/ExportJobs.h"
 #include "encode/LameWrapper.h"
+#include "platform/VolumeMonitor.h"
 #include "playlists/HPlayListDataSource.h"
 #include "playlists/ITunesManager.h"
 #include "playlists/M3uManager.h"
@@ -14,7 +15,6 @@
 #include "tabs/MusicSourcesWrapper.h"
 #include "tabs/PlaySourcesWrapper.h"
 #include "tabs/RipSourcesWrapper.h"
-#include "platform/VolumeMonitor.h"
 #include "tags/TagFacade.h"
 
 AppControllers::AppControllers()
