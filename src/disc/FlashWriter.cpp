@@ -230,6 +230,20 @@ QString FlashWriter::driveStatusText() const
     return statusTextFor(VolumeMonitor::space(selectedVolume()));
 }
 
+FlashWriter::Refusal FlashWriter::playerRefusal(const QString& source, const QString& folder, qint64 freed)
+{
+    const QFileInfo info(source);
+    if (info.size() > kFatLargestFile)
+        return {QStringLiteral("%1 was not copied: a FAT player cannot hold a file over 4 GB.").arg(info.fileName())};
+    const VolumeSpace space = VolumeMonitor::space(folder);
+    if (space.freeBytes >= 0 && info.size() + kSlackBytes > space.freeBytes + freed)
+        return {QStringLiteral("The player is full: %1 (%2 MB) does not fit in the %3 MB left. The copy stopped "
+                               "before the player was full.")
+                    .arg(info.fileName(), megabytes(info.size() + kMegabyte - 1), megabytes(space.freeBytes)),
+                true};
+    return {};
+}
+
 QVariantMap FlashWriter::flashPanelSettings()
 {
     const QVariantMap stored = Defaults::standard().dictionaryForKey(QString::fromLatin1(kSettingsKey));
@@ -535,15 +549,9 @@ FlashItemCopy FlashWriter::copyOneItemToFlash(const QString& source, const QStri
         outcome.message = QStringLiteral("%1 is on the player already; it was left as it is.").arg(playerName);
         return outcome;
     }
-    if (info.size() > kFatLargestFile)
-        return fail(QStringLiteral("%1 was not copied: a FAT player cannot hold a file over 4 GB.").arg(name));
-    const VolumeSpace space = VolumeMonitor::space(folder);
-    const qint64 freed = exists ? QFileInfo(target).size() : 0;
-    if (space.freeBytes >= 0 && info.size() + kSlackBytes > space.freeBytes + freed)
-        return fail(QStringLiteral("The player is full: %1 (%2 MB) does not fit in the %3 MB left. The copy stopped "
-                                   "before the player was full.")
-                        .arg(name, megabytes(info.size() + kMegabyte - 1), megabytes(space.freeBytes)),
-                    true);
+    if (const Refusal refusal = playerRefusal(source, folder, exists ? QFileInfo(target).size() : 0);
+        !refusal.message.isEmpty())
+        return fail(refusal.message, refusal.playerFull);
     const QString renamed = playerName == name ? QString()
                                                : QStringLiteral("%1 is called %2 on the player.").arg(name, playerName);
 

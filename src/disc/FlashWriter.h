@@ -49,6 +49,15 @@ public:
     bool canWrite() const { return !mMountedVolumes.isEmpty(); }
     static QString statusTextFor(const VolumeSpace& space);
 
+    // Why a file cannot go into a folder on a player, "" when it can: FAT holds
+    // no file over 4 GB, and a copy that does not fit in the room left (with
+    // what replacing a file frees) stops before the player is full.
+    struct Refusal {
+        QString message;
+        bool playerFull = false;
+    };
+    static Refusal playerRefusal(const QString& source, const QString& folder, qint64 freed = 0);
+
     // The options as stored (every key present; absent ones 0).
     static QVariantMap flashPanelSettings();
     static void storeFlashPanelSettings(const QVariantMap& settings);

@@ -5,10 +5,10 @@
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "core/StringUtils.h"
+#include "disc/FlashWriter.h"
 #include "platform/AppPaths.h"
 #include "platform/FileNames.h"
 #include "platform/SafeFile.h"
-#include "platform/VolumeMonitor.h"
 #include "playlists/M3uManager.h"
 #include "playlists/PlaylistFiles.h"
 #include "tabs/FolderCollector.h"
@@ -75,28 +75,6 @@ void collectGroup(const QVariantMap& group, const QString& prefix, const std::at
             collection.append(*contents, prefix);
         }
     }
-}
-
-constexpr qint64 kMegabyte = 1048576;
-// Room kept free beyond a file's own size: its directory entries and clusters.
-constexpr qint64 kPlayerSlackBytes = 256 * 1024;
-// FAT stores a file's size in 32 bits.
-constexpr qint64 kFatLargestFile = 0xFFFFFFFFLL;
-
-// Why a file cannot go onto the player in folder; "" when it fits. A copy is
-// as large as its source; a conversion is counted the same, as an upper bound.
-QString playerRefusal(const QString& source, const QString& folder)
-{
-    const qint64 size = QFileInfo(source).size();
-    if (size > kFatLargestFile)
-        return QStringLiteral("a FAT player cannot hold a file over 4 GB");
-    const VolumeSpace space = VolumeMonitor::space(folder);
-    if (space.freeBytes >= 0 && size + kPlayerSlackBytes > space.freeBytes)
-        return QStringLiteral("the player is full: the file (%1 MB) does not fit in the %2 MB left, so the copy "
-                              "stopped before the player was full")
-            .arg((size + kMegabyte - 1) / kMegabyte)
-            .arg(space.freeBytes / kMegabyte);
-    return {};
 }
 
 QString joinedFolder(const QString& folder, const QString& sub)
@@ -646,10 +624,12 @@ void MusicSourcesWrapper::saveFiles(const QVariantMap& request, Job* job, const 
             continue;
         }
         if (toPlayer) {
-            if (const QString refusal = playerRefusal(source, destinationFolder); !refusal.isEmpty()) {
-                // Later files would not fit either: stop before the player is full.
-                fail(source, refusal);
-                break;
+            if (const auto refusal = FlashWriter::playerRefusal(source, destinationFolder);
+                !refusal.message.isEmpty()) {
+                fail(source, refusal.message);
+                if (refusal.playerFull)
+                    break;
+                continue;
             }
         }
         const QString destination = uniqueFilename(source, destinationFolder, fileType, fileNaming);

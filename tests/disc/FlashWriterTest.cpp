@@ -374,7 +374,7 @@ TEST_F(FlashPlayers, AGonePlayerAFullOneAndAReadOnlyOneLeaveNoPartialFile)
     int code = 0;
     const QString output = cli({"copy", "--volume", player, dir.filePath("big.mp3")}, &code);
     EXPECT_EQ(code, 1);
-    EXPECT_TRUE(output.contains("the player is full")) << qPrintable(output);
+    EXPECT_TRUE(output.contains("The player is full: big.mp3")) << qPrintable(output);
     EXPECT_TRUE(QDir(player).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot));
 
     ASSERT_EQ(::mount("tmpfs", QFile::encodeName(player).constData(), "tmpfs", MS_REMOUNT | MS_RDONLY, "size=8m"), 0);
