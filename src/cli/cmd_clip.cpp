@@ -14,8 +14,8 @@
 #include <QHash>
 
 #include <atomic>
-#include <cmath>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <thread>
@@ -92,8 +92,8 @@ int runClip(const QStringList& arguments)
         LameWrapper& lame = controllers.lame();
         lame.lookForLame();
         if (!lame.lameFound()) {
-            std::fprintf(stderr, "velmora-cli clip: MP3 export is disabled: %s (%s)\n",
-                         qPrintable(lame.versionText()), qPrintable(lame.pathText()));
+            std::fprintf(stderr, "velmora-cli clip: MP3 export is disabled: %s (%s)\n", qPrintable(lame.versionText()),
+                         qPrintable(lame.pathText()));
             return 1;
         }
     }
@@ -109,8 +109,11 @@ int runClip(const QStringList& arguments)
         sources << info.absoluteFilePath();
         settings << parameters;
     }
-    const QVariantMap request{{"selectedfiles", sources}, {"clipsettings", settings}, {"destinationfolder", out},
-                              {"type", type},             {"includetags", tags}};
+    const QVariantMap request{{"selectedfiles", sources},
+                              {"clipsettings", settings},
+                              {"destinationfolder", out},
+                              {"type", type},
+                              {"includetags", tags}};
     HeldJobs held;
     JobProgress progress;
     const std::shared_ptr<Job> save = ClipSourcesWrapper::makeSaveJob(

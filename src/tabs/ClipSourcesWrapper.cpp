@@ -77,9 +77,8 @@ JobResult saveClip(Job& job, const QString& source, const QVariantMap& parameter
         cleanUp();
         if (job.isCancelled())
             return JobResult::cancelled();
-        return JobResult::failed(scope.failure().isEmpty()
-                                     ? QStringLiteral("%1 could not be decoded.").arg(source)
-                                     : scope.failure());
+        return JobResult::failed(scope.failure().isEmpty() ? QStringLiteral("%1 could not be decoded.").arg(source)
+                                                           : scope.failure());
     }
     // The decoded song is the measure: a clip never reaches past its end.
     const QVariantMap clip = ClipSourcesWrapper::clamped(parameters, songSeconds);
@@ -129,8 +128,7 @@ JobResult saveClip(Job& job, const QString& source, const QVariantMap& parameter
         return JobResult::succeeded({target});
     if (job.isCancelled() || encoded.outcome == JobResult::Outcome::Cancelled)
         return JobResult::cancelled();
-    return JobResult::failed(encoded.error.isEmpty() ? QStringLiteral("%1 was not made.").arg(target)
-                                                     : encoded.error);
+    return JobResult::failed(encoded.error.isEmpty() ? QStringLiteral("%1 was not made.").arg(target) : encoded.error);
 }
 
 }  // namespace
@@ -500,9 +498,8 @@ QVariantMap ClipSourcesWrapper::saveRequest(const QString& type, const QString& 
         comments << browser_->records().value(row);
         destinations << QString();
     }
-    return {{"selectedfiles", files},          {"clipsettings", settings},
-            {"comments", comments},            {"destinationfolder", folder},
-            {"destinationpaths", destinations}, {"type", type},
+    return {{"selectedfiles", files},      {"clipsettings", settings},         {"comments", comments},
+            {"destinationfolder", folder}, {"destinationpaths", destinations}, {"type", type},
             {"includetags", includeTags_}};
 }
 
@@ -566,8 +563,9 @@ std::shared_ptr<Job> ClipSourcesWrapper::makeSaveJob(const QVariantMap& request,
             const QString source = files.at(i);
             const QVariantMap parameters = settings.value(i).toMap();
             const QString subPath = destinations.value(i);
-            auto clip = Job::create(QStringLiteral("Clip of %1 as %2").arg(QFileInfo(source).fileName(), type),
-                                    [&](Job& clipJob) { return saveClip(clipJob, source, parameters, request, subPath); });
+            auto clip =
+                Job::create(QStringLiteral("Clip of %1 as %2").arg(QFileInfo(source).fileName(), type),
+                            [&](Job& clipJob) { return saveClip(clipJob, source, parameters, request, subPath); });
             {
                 std::lock_guard lock(currentMutex);
                 current = clip;

@@ -66,8 +66,7 @@ private:
 bool readsDirectly(const QString& path)
 {
     const QString extension = QFileInfo(path).suffix().toLower();
-    return extension == QLatin1String("wav") || extension == QLatin1String("aif") ||
-           extension == QLatin1String("aiff");
+    return extension == QLatin1String("wav") || extension == QLatin1String("aif") || extension == QLatin1String("aiff");
 }
 
 struct FileCloser {
@@ -184,8 +183,8 @@ WaveformPeaks decode(const QString& path, int columns, const std::atomic<bool>& 
     if (ffmpeg.isEmpty())
         return {};
     const int told = mediaDurationSeconds(path);
-    ChildProcess child(ffmpeg, {"-nostdin", "-v", "error", "-i", QFileInfo(path).absoluteFilePath(), "-vn", "-ac",
-                                "1", "-ar", QString::number(kDecodeRate), "-f", "s16le", "pipe:1"});
+    ChildProcess child(ffmpeg, {"-nostdin", "-v", "error", "-i", QFileInfo(path).absoluteFilePath(), "-vn", "-ac", "1",
+                                "-ar", QString::number(kDecodeRate), "-f", "s16le", "pipe:1"});
     child.setInteractive(true);
     if (!child.start())
         return {};

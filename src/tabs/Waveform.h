@@ -44,8 +44,7 @@ using Partial = std::function<void(const WaveformPeaks& peaks)>;
 
 // Reads the whole song; an empty result (no columns) when it cannot be read or
 // cancel became true. Runs on the caller's thread: call it off the main thread.
-WaveformPeaks compute(const QString& path, int columns, const std::atomic<bool>& cancel,
-                      const Partial& partial = {});
+WaveformPeaks compute(const QString& path, int columns, const std::atomic<bool>& cancel, const Partial& partial = {});
 
 // Peaks of samples already in memory (mono, any rate), for columns of equal time.
 WaveformPeaks fromSamples(const float* samples, qint64 count, double rate, int columns);

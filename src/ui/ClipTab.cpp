@@ -34,7 +34,7 @@ namespace {
 constexpr int kRowRole = Qt::UserRole + 1;
 constexpr int kFirstClipColumn = 2;  // title, duration, then the five parameters
 constexpr double kEdgeGrabPixels = 6;
-constexpr int kMaxGainDb = 30;       // the slider's reach; the table takes more
+constexpr int kMaxGainDb = 30;  // the slider's reach; the table takes more
 const QString kFormatKey = QStringLiteral("mClipFormatStored");
 
 QStringList files(const QMimeData* mime)
@@ -388,12 +388,11 @@ ClipTab::ClipTab(ClipSourcesWrapper& clip, QWidget* parent)
         for (int i = 0; i < modeButtons_.size(); ++i)
             modeButtons_[i]->setChecked(clip_.browser().isModeOn(PlaySourcesWrapper::Mode(i)));
     });
-    connect(&browser, &PlaySourcesWrapper::loadingChanged, this,
-            [this](bool loading) {
-                statusLabel_->setText(loading ? tr("Searching Folder. For deep folders, this can take a VERY long "
-                                                   "time. Please wait.")
-                                              : QString());
-            });
+    connect(&browser, &PlaySourcesWrapper::loadingChanged, this, [this](bool loading) {
+        statusLabel_->setText(loading ? tr("Searching Folder. For deep folders, this can take a VERY long "
+                                           "time. Please wait.")
+                                      : QString());
+    });
     connect(&browser, &PlaySourcesWrapper::songSelected, this, [this](int row) {
         if (row >= 0 && row != currentRow())
             table_->selectRow(row);
@@ -426,7 +425,8 @@ void ClipTab::rebuildOutline()
         if (source.level == 0)
             top = item;
         item->setText(0, source.title);
-        item->setIcon(0, QIcon::fromTheme(source.level == 0 ? QStringLiteral("folder") : QStringLiteral("audio-x-generic")));
+        item->setIcon(
+            0, QIcon::fromTheme(source.level == 0 ? QStringLiteral("folder") : QStringLiteral("audio-x-generic")));
         item->setToolTip(0, source.path.isEmpty() ? tr("Every song of %1").arg(source.title) : source.path);
         item->setData(0, kRowRole, row);
     }
@@ -456,8 +456,9 @@ void ClipTab::rebuildSongTable()
         const QVariantMap record = records.value(row).toMap();
         const QString title = record.value("title").toString();
         const int seconds = record.value("duration").toString().toInt();
-        QList<QStandardItem*> items{new QStandardItem(title.isEmpty() ? QFileInfo(songs[row]).completeBaseName() : title),
-                                    new QStandardItem(seconds > 0 ? mqp_wrapper::timeText(seconds) : QString())};
+        QList<QStandardItem*> items{
+            new QStandardItem(title.isEmpty() ? QFileInfo(songs[row]).completeBaseName() : title),
+            new QStandardItem(seconds > 0 ? mqp_wrapper::timeText(seconds) : QString())};
         items[0]->setToolTip(songs[row]);
         items[0]->setEditable(false);
         items[1]->setEditable(false);

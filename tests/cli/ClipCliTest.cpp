@@ -60,9 +60,9 @@ protected:
         // A quiet tone, so that 6 dB more does not clip, with tags to copy or leave.
         source_ = dir_.filePath("song.mp3");
         const QString wav = dir_.filePath("song.wav");
-        ASSERT_EQ(testsupport::run("sox", {"-n", "-r", "44100", "-c", "2", wav, "synth", "8", "sine", "440", "vol",
-                                           "0.3"}),
-                  0);
+        ASSERT_EQ(
+            testsupport::run("sox", {"-n", "-r", "44100", "-c", "2", wav, "synth", "8", "sine", "440", "vol", "0.3"}),
+            0);
         ASSERT_EQ(testsupport::run("lame", {"--quiet", "-b", "128", "--tt", "Tone", "--ta", "Band", wav, source_}), 0);
         wav_ = wav;
     }
@@ -95,9 +95,10 @@ TEST_F(ClipCliTest, EveryFormatGetsAClipOfTheRightLength)
     }
     // A ringtone is AAC in an MP4 container.
     QByteArray formatName;
-    testsupport::run("ffprobe", {"-v", "error", "-show_entries", "format=format_name", "-of", "csv=p=0",
-                                 dir_.filePath("out-M4R/song.M4R")},
-                     &formatName);
+    testsupport::run(
+        "ffprobe",
+        {"-v", "error", "-show_entries", "format=format_name", "-of", "csv=p=0", dir_.filePath("out-M4R/song.M4R")},
+        &formatName);
     EXPECT_TRUE(formatName.contains("mp4")) << formatName.constData();
 }
 
@@ -120,8 +121,8 @@ TEST_F(ClipCliTest, FadesAndGainShapeTheClip)
 TEST_F(ClipCliTest, TagsAreCopiedUnlessRefused)
 {
     const CliRun tagged = clip({"--start", "0", "--length", "2", "--to", "MP3", "--out", dir_.filePath("t"), source_});
-    const CliRun bare = clip({"--start", "0", "--length", "2", "--no-tags", "--to", "M4A", "--out",
-                              dir_.filePath("b"), source_});
+    const CliRun bare =
+        clip({"--start", "0", "--length", "2", "--no-tags", "--to", "M4A", "--out", dir_.filePath("b"), source_});
     ASSERT_EQ(tagged.exitCode, 0) << qPrintable(tagged.err);
     ASSERT_EQ(bare.exitCode, 0) << qPrintable(bare.err);
     EXPECT_EQ(encodetest::probe(tagged.printed.value(0)).tags.value("title").toString(), "Tone");
@@ -138,8 +139,8 @@ TEST_F(ClipCliTest, BadInputIsRefusedWithAReason)
     EXPECT_EQ(clip({"--start", "x", "--length", "2", "--to", "WAV", "--out", out, wav_}).exitCode, 2);
     EXPECT_EQ(clip({"--start", "0", "--length", "2", "--to", "FLAC", "--out", out, wav_}).exitCode, 2);
     // A start past the song's end leaves nothing to cut; a missing file is named.
-    const CliRun empty = clip({"--start", "30", "--length", "2", "--to", "MP3", "--out", out, wav_,
-                               dir_.filePath("missing.wav")});
+    const CliRun empty =
+        clip({"--start", "30", "--length", "2", "--to", "MP3", "--out", out, wav_, dir_.filePath("missing.wav")});
     EXPECT_EQ(empty.exitCode, 1);
     EXPECT_TRUE(empty.err.contains("would be empty")) << qPrintable(empty.err);
     EXPECT_TRUE(empty.err.contains("missing.wav: no such file")) << qPrintable(empty.err);

@@ -20,8 +20,7 @@ namespace {
 QVariantMap parameters(const char* start, const char* length, const char* fadeIn, const char* fadeOut,
                        const char* volume)
 {
-    return {{"clipstart", start}, {"cliplength", length}, {"fadein", fadeIn}, {"fadeout", fadeOut},
-            {"volume", volume}};
+    return {{"clipstart", start}, {"cliplength", length}, {"fadein", fadeIn}, {"fadeout", fadeOut}, {"volume", volume}};
 }
 
 }  // namespace
@@ -68,8 +67,7 @@ TEST(ClipSources, DropsAreItsOwnAndASecondScanIsDropped)
 
     // Edits are clamped by the song's length as the waveform measured it.
     clip.showWaveform(0, 200);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return clip.waveform().complete() && clip.waveform().columns() == 200; },
-                                10000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return clip.waveform().complete() && clip.waveform().columns() == 200; }, 10000));
     EXPECT_NEAR(clip.songSeconds(0), 3.0, 0.001);
     clip.setClipValue(0, "clipstart", 2);
     EXPECT_EQ(clip.clipParameters(0).value("cliplength"), "1");
@@ -110,7 +108,8 @@ TEST(ClipSave, AWavClipIsCutBySoxAloneAndOtherTypesAreEncoded)
         const JobResult result = ClipSourcesWrapper::makeSaveJob(request)->run();
         ASSERT_TRUE(result.ok()) << qPrintable(result.error);
         EXPECT_EQ(result.files, QStringList{dir.filePath(QStringLiteral("%1/a.%1").arg(type))});
-        QStringList expected{QStringLiteral("Saving %1 clips").arg(type), QStringLiteral("Clip of a.wav as %1").arg(type)};
+        QStringList expected{QStringLiteral("Saving %1 clips").arg(type),
+                             QStringLiteral("Clip of a.wav as %1").arg(type)};
         if (QLatin1String(type) != QLatin1String("WAV"))
             expected << QStringLiteral("Converting a.wav to %1").arg(type);
         EXPECT_EQ(titles, expected);
