@@ -24,6 +24,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <mutex>
 #include <optional>
 #include <thread>
 #include <utility>
@@ -585,9 +586,9 @@ std::shared_ptr<Job> TagSourcesWrapper::setTags()
         emit rowChanged(row);
         entries << Entry{songs_.at(row), record};
     }
-    // Pictures are written when they changed, and to every file of a multiple selection;
-    // otherwise a file keeps its own, byte for byte.
-    const bool withArtwork = artworkTouched_ || rows.size() > 1;
+    // Pictures are written when they changed, and the first file's to every file of a
+    // multiple selection; otherwise (a first file without any too) each keeps its own.
+    const bool withArtwork = artworkTouched_ || (rows.size() > 1 && !artwork_.isEmpty());
     const QVariantList artwork = artwork_;
     const QString operation = tr("Saving Files");
     const QString status = tr("This can take a bit of time, but not too much.  Please wait.");

@@ -7,7 +7,6 @@
 #include <QVariantMap>
 
 #include <memory>
-#include <mutex>
 
 class Job;
 

@@ -1,6 +1,5 @@
 #include "ui/TagTab.h"
 
-#include "core/Job.h"
 #include "tabs/TagSourcesWrapper.h"
 #include "ui/ProgressSheet.h"
 

@@ -115,6 +115,17 @@ TEST_F(TagSourcesTest, ThreeRowsSavedTogetherGetTheFieldsAndTheFirstFilesArtwork
         EXPECT_TRUE(toolShowsPicture(file)) << toolTags(file).toStdString();
     }
     EXPECT_TRUE(toolShows(files[2], "title", "Gamma"));
+
+    // A first file without pictures takes none from the others.
+    tags.selectRows({1});
+    tags.deleteArtwork();
+    EXPECT_EQ(saveAndWait(), QStringList());
+    tags.selectRows({1, 2});
+    tags.setArtistField("Duo");
+    EXPECT_EQ(saveAndWait(), QStringList());
+    EXPECT_TRUE(toolShows(files[2], "artist", "Duo"));
+    EXPECT_FALSE(toolShowsPicture(files[1]));
+    EXPECT_TRUE(toolShowsPicture(files[2])) << toolTags(files[2]).toStdString();
     expectAudioUnchanged();
 }
 

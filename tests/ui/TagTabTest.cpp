@@ -39,7 +39,7 @@ T* waitForChild(QWidget& window, const char* name)
 
 }  // namespace
 
-TEST(TagTab, EditsInTheWindowReachTheFilesAndUnsavedOnesAreAskedAboutOnQuitting)
+TEST(TagTab, EditsInTheWindowReachTheFilesAndUnsavedOnesAreSavedOnQuittingWhenAsked)
 {
     QTemporaryDir dir;
     const QString music = dir.filePath("music");
@@ -109,14 +109,14 @@ TEST(TagTab, EditsInTheWindowReachTheFilesAndUnsavedOnesAreAskedAboutOnQuitting)
     information->close();
     delete mime;
 
-    // Quitting with an edit asks; Discard quits without writing it.
+    // Quitting with an edit asks; Save writes it, then the program quits.
     table->setData(table->index(0, 0), "Changed");
     EXPECT_TRUE(tags.isDirty());
     window.close();
     auto* ask = waitForChild<QMessageBox>(window, "unsavedTags");
     ASSERT_NE(ask, nullptr);
     QSignalSpy terminate(&app.controller, &MyController::terminateRequested);
-    ask->button(QMessageBox::Discard)->click();
-    EXPECT_TRUE(QTest::qWaitFor([&] { return !terminate.isEmpty(); }, 5000));
-    EXPECT_TRUE(toolShows(files[0], "title", "Alpha"));
+    ask->button(QMessageBox::Save)->click();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !terminate.isEmpty(); }, 30000));
+    EXPECT_TRUE(toolShows(files[0], "title", "Changed")) << toolTags(files[0]).toStdString();
 }
