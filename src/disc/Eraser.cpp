@@ -1,0 +1,47 @@
+#include "disc/Eraser.h"
+
+#include "core/MyController.h"
+#include "disc/BurnDrives.h"
+
+eraser::eraser(BurnDrives& drives, MyController* shell, QObject* parent)
+    : QObject(parent), drives_(drives), shell_(shell)
+{
+}
+
+eraser::~eraser()
+{
+    if (erasing_)
+        erasing_->wait();
+}
+
+void eraser::eraseCD()
+{
+    emit setupRequested();
+}
+
+void eraser::handleSetupSheet(bool confirmed, const QString& drive, bool full)
+{
+    if (confirmed)
+        erase(drive, full);
+    if (shell_)
+        shell_->setMIgnoreInsert(false);
+}
+
+std::shared_ptr<Job> eraser::erase(const QString& drive, bool full)
+{
+    if (erasing_)
+        erasing_->wait();
+    erasing_ = Job::create(full ? QStringLiteral("Erasing the whole disc") : QStringLiteral("Erasing the disc"),
+                           [this, drive, full](Job& job) {
+                               const QString error = drives_.erase(job, drive, full);
+                               if (job.isCancelled())
+                                   return JobResult::cancelled();
+                               if (!error.isEmpty())
+                                   return JobResult::failed(error);
+                               job.setProgress(100, QStringLiteral("Erased"));
+                               return JobResult::succeeded();
+                           });
+    erasing_->start();
+    emit eraseStarted(erasing_->id());
+    return erasing_;
+}
