@@ -1,12 +1,15 @@
 #pragma once
 #include <memory>
 
+class AudioCDWrapper;
+class BurnDrives;
 class ExportJobs;
 class HPlayListDataSource;
 class LameWrapper;
 class MediaDataSource;
 class MusicSourcesWrapper;
 class MyController;
+class OpticalMediaWrapper;
 class PlayListDataSource;
 class PlaySourcesWrapper;
 class RipSourcesWrapper;
@@ -36,6 +39,9 @@ public:
     MusicSourcesWrapper& musicSources() { return *music_; }
     PlaySourcesWrapper& play();
     RipSourcesWrapper& ripSources() { return *rip_; }
+    BurnDrives& burnDrives() { return *burnDrives_; }
+    AudioCDWrapper& audioCD() { return *audioCD_; }
+    OpticalMediaWrapper& opticalMedia() { return *opticalMedia_; }
 
 private:
     std::unique_ptr<ExportJobs> exportJobs_;
@@ -46,6 +52,10 @@ private:
     std::unique_ptr<iTunesManager> itunes_;
     std::unique_ptr<m3uManager> m3u_;
     std::unique_ptr<mounted_cd_wrapper> cdWatcher_;
+    // The burners feed the export jobs while caching, so they go before them.
+    std::unique_ptr<BurnDrives> burnDrives_;
+    std::unique_ptr<AudioCDWrapper> audioCD_;
+    std::unique_ptr<OpticalMediaWrapper> opticalMedia_;
     // Last: the tabs go first, while the export jobs they feed still listen.
     std::unique_ptr<MusicSourcesWrapper> music_;
     std::unique_ptr<PlaySourcesWrapper> play_;  // shows the watcher's discs: made after it, gone before it
