@@ -78,7 +78,11 @@ std::shared_ptr<Job> AudioCDWrapper::burnAudioCD(const QStringList& files, const
     if (burning_)
         burning_->wait();
     burning_ = Job::create(QStringLiteral("Burning Audio CD"),
-                           [this, burnable, setup](Job& job) { return burn(job, burnable, setup); });
+                           [this, burnable, setup](Job& job) {
+                               const JobResult result = burn(job, burnable, setup);
+                               emit burnEnded(QStringLiteral("%1: %2").arg(job.title(), result.ok() ? job.status() : result.error));
+                               return result;
+                           });
     burning_->start();
     emit burnStarted(burning_->id());
     return burning_;

@@ -58,6 +58,8 @@ signals:
     void setupRequested(const QString& description);
     // A burn job has started (the window shows its progress).
     void burnStarted(quint64 jobId);
+    // How it went, in a line for the status bar (from the job's thread).
+    void burnEnded(const QString& summary);
 
 private:
     JobResult burn(Job& job, const QStringList& files, const BurnSetup& setup);

@@ -3,10 +3,7 @@
 #include "core/MyController.h"
 #include "disc/BurnDrives.h"
 
-eraser::eraser(BurnDrives& drives, MyController* shell, QObject* parent)
-    : QObject(parent), drives_(drives), shell_(shell)
-{
-}
+eraser::eraser(BurnDrives& drives, QObject* parent) : QObject(parent), drives_(drives) {}
 
 eraser::~eraser()
 {
@@ -34,6 +31,8 @@ std::shared_ptr<Job> eraser::erase(const QString& drive, bool full)
     erasing_ = Job::create(full ? QStringLiteral("Erasing the whole disc") : QStringLiteral("Erasing the disc"),
                            [this, drive, full](Job& job) {
                                const QString error = drives_.erase(job, drive, full);
+                               emit eraseEnded(QStringLiteral("%1: %2").arg(
+                                   job.title(), error.isEmpty() ? QStringLiteral("erased") : error));
                                if (job.isCancelled())
                                    return JobResult::cancelled();
                                if (!error.isEmpty())

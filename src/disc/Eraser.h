@@ -13,9 +13,10 @@ class MyController;
 class eraser : public QObject {
     Q_OBJECT
 public:
-    explicit eraser(BurnDrives& drives, MyController* shell = nullptr, QObject* parent = nullptr);
+    explicit eraser(BurnDrives& drives, QObject* parent = nullptr);
     ~eraser() override;
 
+    void setShell(MyController* shell) { shell_ = shell; }
     void eraseCD();
     void handleSetupSheet(bool confirmed, const QString& drive, bool full);
     // The erase itself, as a started job.
@@ -24,9 +25,10 @@ public:
 signals:
     void setupRequested();
     void eraseStarted(quint64 jobId);
+    void eraseEnded(const QString& summary);
 
 private:
     BurnDrives& drives_;
-    MyController* shell_;
+    MyController* shell_ = nullptr;
     std::shared_ptr<Job> erasing_;
 };

@@ -114,7 +114,9 @@ std::shared_ptr<Job> OpticalMediaWrapper::burnMP3CD(const QVariantMap& request, 
     if (burning_)
         burning_->wait();
     burning_ = Job::create(QStringLiteral("Burning Data Disc"), [this, request, setup, options](Job& job) {
-        return burn(job, request, setup, options);
+        const JobResult result = burn(job, request, setup, options);
+        emit burnEnded(QStringLiteral("%1: %2").arg(job.title(), result.ok() ? job.status() : result.error));
+        return result;
     });
     burning_->start();
     emit burnStarted(burning_->id());

@@ -55,6 +55,8 @@ signals:
     void sizeWarningRequested(const QString& title, const QString& text);
     void setupRequested(const QString& description);
     void burnStarted(quint64 jobId);
+    // How it went, in a line for the status bar (from the job's thread).
+    void burnEnded(const QString& summary);
 
 private:
     JobResult burn(Job& job, QVariantMap request, const BurnSetup& setup, const DataDiscOptions& options);

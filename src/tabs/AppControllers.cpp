@@ -4,6 +4,7 @@
 #include "disc/AudioCDWrapper.h"
 #include "disc/BurnDrives.h"
 #include "disc/CdDrives.h"
+#include "disc/Eraser.h"
 #include "disc/LibburnDrives.h"
 #include "disc/MountedCDWrapper.h"
 #include "disc/OpticalMediaWrapper.h"
@@ -31,6 +32,7 @@ AppControllers::AppControllers()
       burnDrives_(std::make_unique<LibburnDrives>()),
       audioCD_(std::make_unique<AudioCDWrapper>(burnDrives_.get())),
       opticalMedia_(std::make_unique<OpticalMediaWrapper>(burnDrives_.get())),
+      eraser_(std::make_unique<eraser>(*burnDrives_)),
       music_(std::make_unique<MusicSourcesWrapper>()),
       rip_(std::make_unique<RipSourcesWrapper>(*cdWatcher_))
 {

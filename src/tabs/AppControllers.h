@@ -10,6 +10,7 @@ class MediaDataSource;
 class MusicSourcesWrapper;
 class MyController;
 class OpticalMediaWrapper;
+class eraser;
 class PlayListDataSource;
 class PlaySourcesWrapper;
 class RipSourcesWrapper;
@@ -42,6 +43,7 @@ public:
     BurnDrives& burnDrives() { return *burnDrives_; }
     AudioCDWrapper& audioCD() { return *audioCD_; }
     OpticalMediaWrapper& opticalMedia() { return *opticalMedia_; }
+    eraser& discEraser() { return *eraser_; }
 
 private:
     std::unique_ptr<ExportJobs> exportJobs_;
@@ -56,6 +58,7 @@ private:
     std::unique_ptr<BurnDrives> burnDrives_;
     std::unique_ptr<AudioCDWrapper> audioCD_;
     std::unique_ptr<OpticalMediaWrapper> opticalMedia_;
+    std::unique_ptr<eraser> eraser_;
     // Last: the tabs go first, while the export jobs they feed still listen.
     std::unique_ptr<MusicSourcesWrapper> music_;
     std::unique_ptr<PlaySourcesWrapper> play_;  // shows the watcher's discs: made after it, gone before it

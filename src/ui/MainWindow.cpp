@@ -2,6 +2,9 @@
 
 #include "core/LibraryModel.h"
 #include "core/MyController.h"
+#include "disc/AudioCDWrapper.h"
+#include "disc/Eraser.h"
+#include "disc/OpticalMediaWrapper.h"
 #include "disc/FreeDBWrapper.h"
 #include "disc/MountedCDWrapper.h"
 #include "encode/LameWrapper.h"
@@ -48,6 +51,10 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
 {
     setWindowTitle(QStringLiteral("Velmora"));
     resize(1000, 680);
+    // The burn and erase sheets hold the shell's ignore-insert flag.
+    controllers.audioCD().setShell(&controller);
+    controllers.opticalMedia().setShell(&controller);
+    controllers.discEraser().setShell(&controller);
 
     const QStringList titles = tabTitles();
     outlines_ << musicTab_->libraryOutline();
