@@ -26,7 +26,7 @@ struct ProducerStream {
 
 // What a stream reads from: the producer, and the bytes of its last request.
 struct StreamState {
-    static constexpr qint64 kChunk = 64 * 1024;
+    static constexpr qint64 kChunk = 1 << 20;  // large reads: each request opens and closes the file
     QuenlorFileProducer* producer;
     qint64 size;
     qint64 position = 0;  // of the next byte handed to libisofs
