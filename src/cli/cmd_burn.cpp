@@ -7,6 +7,7 @@
 #include "core/StringUtils.h"
 #include "disc/AudioCDWrapper.h"
 #include "disc/OpticalMediaWrapper.h"
+#include "encode/LameWrapper.h"
 #include "tabs/AppControllers.h"
 #include "tabs/FolderCollector.h"
 
@@ -172,6 +173,9 @@ int burnData(const QStringList& arguments)
                      megabytes);
 
     AppControllers controllers;
+    // The desktop program looks for lame at launch; converting to MP3 needs it found.
+    if (makeMp3)
+        controllers.lame().lookForLame();
     JobProgress progress;
     const QVariantMap request{{"selectedfiles", files},
                               {"destinationpaths", folders},

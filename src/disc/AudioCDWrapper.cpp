@@ -4,6 +4,7 @@
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "disc/AIFFTrackProducer.h"
+#include "disc/BurnCache.h"
 #include "disc/BurnDrives.h"
 #include "disc/DecodedTrackProducer.h"
 #include "encode/ExportJobs.h"
@@ -35,6 +36,7 @@ QString shared(const QList<QVariantMap>& records, const char* key)
 
 AudioCDWrapper::AudioCDWrapper(BurnDrives* drives, QObject* parent) : QObject(parent), drives_(drives)
 {
+    BurnCache::clearStale();
     NotificationCenter::defaultCenter().addObserver(this, VLBurnAudioCDWithArrayNotification,
                                                     [this](const Notification& note) {
                                                         vlBurnAudioCDWithArrayNotification(note.object);
@@ -206,9 +208,8 @@ JobResult AudioCDWrapper::burn(Job& job, const QStringList& files, const BurnSet
     if (!setup.toImage() && !drives_)
         return JobResult::failed(QStringLiteral("No burner can be used on this machine."));
     // The converted copies live as long as the burn, in a folder of their own.
-    AppPaths::makePrivateFolder(AppPaths::cacheDir());
-    QTemporaryDir cache(AppPaths::cacheDir() + QStringLiteral("/WAV-XXXXXX"));
-    if (!cache.isValid())
+    const std::unique_ptr<QTemporaryDir> cache = BurnCache::make(QStringLiteral("WAV"));
+    if (!cache)
         return JobResult::failed(QStringLiteral("The cache folder for converted files cannot be made in %1.")
                                      .arg(AppPaths::cacheDir()));
     QStringList leftOut;
@@ -216,7 +217,7 @@ JobResult AudioCDWrapper::burn(Job& job, const QStringList& files, const BurnSet
     // Tags are read from the files as chosen, not from their cached copies.
     QStringList tagSources;
     const QStringList cached = replaceUnsupportedWithWAV(job, files, quicktimeCanHandleTheseTracks(files),
-                                                         cache.path(), &leftOut, &tagSources);
+                                                         cache->path(), &leftOut, &tagSources);
     if (job.isCancelled())
         return JobResult::cancelled();
     AudioDiscLayout layout = createAudioDiscWithArray(job, cached, tagSources, &leftOut);

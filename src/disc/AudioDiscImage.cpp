@@ -1,9 +1,9 @@
 #include "disc/AudioDiscImage.h"
 
 #include "core/Job.h"
+#include "disc/BurnCache.h"
 #include "encode/ExportArguments.h"
 #include "encode/ExportJobs.h"
-#include "platform/AppPaths.h"
 #include "platform/ChildProcess.h"
 #include "platform/ResourceLocator.h"
 #include "platform/SafeFile.h"
@@ -11,7 +11,6 @@
 #include <QCryptographicHash>
 #include <QFile>
 #include <QFileInfo>
-#include <QTemporaryDir>
 
 namespace {
 
@@ -152,13 +151,12 @@ QString AudioDiscImage::verify(Job& job, const QString& device, const QList<QByt
     const QString paranoia = ResourceLocator::pathForTool(QStringLiteral("cdparanoia"));
     if (paranoia.isEmpty())
         return QStringLiteral("not verified: cd-paranoia is not installed");
-    AppPaths::makePrivateFolder(AppPaths::cacheDir());
-    QTemporaryDir folder(AppPaths::cacheDir() + QStringLiteral("/verify-XXXXXX"));
-    if (!folder.isValid())
+    const std::unique_ptr<QTemporaryDir> folder = BurnCache::make(QStringLiteral("WAV"));
+    if (!folder)
         return QStringLiteral("not verified: no room to read the tracks back into");
     for (qsizetype index = 0; index < digests.size(); ++index) {
         job.setStatus(QStringLiteral("Verifying track %1 of %2").arg(index + 1).arg(digests.size()));
-        const QString wav = folder.filePath(QStringLiteral("track.wav"));
+        const QString wav = folder->filePath(QStringLiteral("track.wav"));
         ChildProcess child(paranoia, ExportArguments::cdparanoiaArguments(device, int(index + 1), false, wav));
         if (runCancellable(job, child) != 0)
             return job.isCancelled() ? QStringLiteral("cancelled")

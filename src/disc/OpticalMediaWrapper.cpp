@@ -4,6 +4,7 @@
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "core/Preferences.h"
+#include "disc/BurnCache.h"
 #include "disc/BurnDrives.h"
 #include "encode/ExportJobs.h"
 #include "platform/AppPaths.h"
@@ -18,6 +19,7 @@
 
 OpticalMediaWrapper::OpticalMediaWrapper(BurnDrives* drives, QObject* parent) : QObject(parent), drives_(drives)
 {
+    BurnCache::clearStale();
     NotificationCenter::defaultCenter().addObserver(this, VLBurnOpticalMediaWithDictionaryNotification,
                                                     [this](const Notification& note) {
                                                         vlBurnOpticalMediaWithDictionaryNotification(note.object.toMap());
@@ -215,15 +217,15 @@ JobResult OpticalMediaWrapper::burn(Job& job, QVariantMap request, const BurnSet
     if (!setup.toImage() && !drives_)
         return JobResult::failed(QStringLiteral("No burner can be used on this machine."));
     QStringList leftOut;
-    AppPaths::makePrivateFolder(AppPaths::cacheDir());
-    QTemporaryDir cache(AppPaths::cacheDir() + QStringLiteral("/MP3-XXXXXX"));
+    std::unique_ptr<QTemporaryDir> cache;
     if (request.value("makemp3ifneeded").toBool()) {
-        if (!cache.isValid())
+        cache = BurnCache::make(QStringLiteral("MP3"));
+        if (!cache)
             return JobResult::failed(QStringLiteral("The cache folder for converted files cannot be made in %1.")
                                          .arg(AppPaths::cacheDir()));
         job.setProgress(-1, QStringLiteral("Caching Files"));
         request.insert("selectedfiles", replaceUnsupportedWithMP3(job, request.value("selectedfiles").toStringList(),
-                                                                  cache.path(), &leftOut));
+                                                                  cache->path(), &leftOut));
         if (job.isCancelled())
             return JobResult::cancelled();
     }

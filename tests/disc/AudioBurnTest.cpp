@@ -4,6 +4,7 @@
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "disc/DiscImage.h"
+#include "platform/AppPaths.h"
 
 #include <QDir>
 #include <QFile>
@@ -12,6 +13,8 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <unistd.h>
 
 using namespace burnfixtures;
 
@@ -181,6 +184,20 @@ TEST_F(AudioBurn, ARequestOfProtectedFilesOnlyDoesNothing)
     NotificationCenter::defaultCenter().post(VLBurnAudioCDWithArrayNotification, QStringList{"/music/a.m4p", "c.wav"});
     EXPECT_EQ(setup.count(), 1);
     wrapper.handleSetupSheet(false, BurnSetup());
+}
+
+TEST_F(AudioBurn, CachesLeftByAProcessThatHasGoneAreClearedAtStart)
+{
+    const QString cache = AppPaths::cacheDir();
+    const QString own = QStringLiteral("%1/WAV-%2-abcdef").arg(cache).arg(::getpid());
+    for (const QString& folder : {cache + "/WAV-999999999-abcdef", cache + "/MP3-999999999-ghijkl", own,
+                                  cache + "/WAVES-999999999-abcdef"})
+        ASSERT_TRUE(testsupport::writeFile(folder + "/left.WAV", "x"));
+    AudioCDWrapper wrapper;
+    EXPECT_FALSE(QFileInfo::exists(cache + "/WAV-999999999-abcdef"));
+    EXPECT_FALSE(QFileInfo::exists(cache + "/MP3-999999999-ghijkl"));
+    EXPECT_TRUE(QFileInfo::exists(own + "/left.WAV"));  // this process's own burn
+    EXPECT_TRUE(QFileInfo::exists(cache + "/WAVES-999999999-abcdef/left.WAV"));  // not a burn's
 }
 
 }  // namespace
