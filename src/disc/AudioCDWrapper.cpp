@@ -46,10 +46,7 @@ AudioCDWrapper::AudioCDWrapper(BurnDrives* drives, QObject* parent) : QObject(pa
 AudioCDWrapper::~AudioCDWrapper()
 {
     NotificationCenter::defaultCenter().removeObserver(this);
-    if (burning_) {
-        burning_->cancel();
-        burning_->wait();
-    }
+    burns_.stopAll();
 }
 
 void AudioCDWrapper::vlBurnAudioCDWithArrayNotification(const QVariant& files)
@@ -77,17 +74,14 @@ std::shared_ptr<Job> AudioCDWrapper::burnAudioCD(const QStringList& files, const
     const QStringList burnable = withoutProtected(files);
     if (burnable.isEmpty())
         return nullptr;
-    if (burning_)
-        burning_->wait();
-    burning_ = Job::create(QStringLiteral("Burning Audio CD"),
-                           [this, burnable, setup](Job& job) {
-                               const JobResult result = burn(job, burnable, setup);
-                               emit burnEnded(QStringLiteral("%1: %2").arg(job.title(), result.ok() ? job.status() : result.error));
-                               return result;
-                           });
-    burning_->start();
-    emit burnStarted(burning_->id());
-    return burning_;
+    const std::shared_ptr<Job> job =
+        burns_.start(QStringLiteral("Burning Audio CD"), [this, burnable, setup](Job& self) {
+            const JobResult result = burn(self, burnable, setup);
+            emit burnEnded(QStringLiteral("%1: %2").arg(self.title(), result.ok() ? self.status() : result.error));
+            return result;
+        });
+    emit burnStarted(job->id());
+    return job;
 }
 
 QStringList AudioCDWrapper::withoutProtected(const QStringList& files)

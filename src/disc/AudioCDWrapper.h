@@ -1,5 +1,6 @@
 #pragma once
 #include "disc/AudioDiscImage.h"
+#include "disc/BurnJobs.h"
 #include "disc/BurnSetup.h"
 #include "core/Job.h"
 
@@ -67,5 +68,5 @@ private:
     BurnDrives* drives_;
     MyController* shell_ = nullptr;
     QStringList pending_;
-    std::shared_ptr<Job> burning_;
+    BurnJobs burns_;
 };

@@ -7,8 +7,7 @@ eraser::eraser(BurnDrives& drives, QObject* parent) : QObject(parent), drives_(d
 
 eraser::~eraser()
 {
-    if (erasing_)
-        erasing_->wait();
+    erasures_.stopAll();
 }
 
 void eraser::eraseCD()
@@ -26,21 +25,17 @@ void eraser::handleSetupSheet(bool confirmed, const QString& drive, bool full)
 
 std::shared_ptr<Job> eraser::erase(const QString& drive, bool full)
 {
-    if (erasing_)
-        erasing_->wait();
-    erasing_ = Job::create(full ? QStringLiteral("Erasing the whole disc") : QStringLiteral("Erasing the disc"),
-                           [this, drive, full](Job& job) {
-                               const QString error = drives_.erase(job, drive, full);
-                               emit eraseEnded(QStringLiteral("%1: %2").arg(
-                                   job.title(), error.isEmpty() ? QStringLiteral("erased") : error));
-                               if (job.isCancelled())
-                                   return JobResult::cancelled();
-                               if (!error.isEmpty())
-                                   return JobResult::failed(error);
-                               job.setProgress(100, QStringLiteral("Erased"));
-                               return JobResult::succeeded();
-                           });
-    erasing_->start();
-    emit eraseStarted(erasing_->id());
-    return erasing_;
+    const QString title = full ? QStringLiteral("Erasing the whole disc") : QStringLiteral("Erasing the disc");
+    const std::shared_ptr<Job> job = erasures_.start(title, [this, drive, full](Job& self) {
+        const QString error = drives_.erase(self, drive, full);
+        emit eraseEnded(QStringLiteral("%1: %2").arg(self.title(), error.isEmpty() ? QStringLiteral("erased") : error));
+        if (self.isCancelled())
+            return JobResult::cancelled();
+        if (!error.isEmpty())
+            return JobResult::failed(error);
+        self.setProgress(100, QStringLiteral("Erased"));
+        return JobResult::succeeded();
+    });
+    emit eraseStarted(job->id());
+    return job;
 }

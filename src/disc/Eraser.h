@@ -1,5 +1,5 @@
 #pragma once
-#include "core/Job.h"
+#include "disc/BurnJobs.h"
 
 #include <QObject>
 
@@ -30,5 +30,5 @@ signals:
 private:
     BurnDrives& drives_;
     MyController* shell_ = nullptr;
-    std::shared_ptr<Job> erasing_;
+    BurnJobs erasures_;
 };

@@ -29,10 +29,7 @@ OpticalMediaWrapper::OpticalMediaWrapper(BurnDrives* drives, QObject* parent) : 
 OpticalMediaWrapper::~OpticalMediaWrapper()
 {
     NotificationCenter::defaultCenter().removeObserver(this);
-    if (burning_) {
-        burning_->cancel();
-        burning_->wait();
-    }
+    burns_.stopAll();
 }
 
 qint64 OpticalMediaWrapper::computeSize(const QStringList& files)
@@ -113,16 +110,14 @@ std::shared_ptr<Job> OpticalMediaWrapper::burnMP3CD(const QVariantMap& request, 
 {
     if (request.value("selectedfiles").toStringList().isEmpty())
         return nullptr;
-    if (burning_)
-        burning_->wait();
-    burning_ = Job::create(QStringLiteral("Burning Data Disc"), [this, request, setup, options](Job& job) {
-        const JobResult result = burn(job, request, setup, options);
-        emit burnEnded(QStringLiteral("%1: %2").arg(job.title(), result.ok() ? job.status() : result.error));
-        return result;
-    });
-    burning_->start();
-    emit burnStarted(burning_->id());
-    return burning_;
+    const std::shared_ptr<Job> job =
+        burns_.start(QStringLiteral("Burning Data Disc"), [this, request, setup, options](Job& self) {
+            const JobResult result = burn(self, request, setup, options);
+            emit burnEnded(QStringLiteral("%1: %2").arg(self.title(), result.ok() ? self.status() : result.error));
+            return result;
+        });
+    emit burnStarted(job->id());
+    return job;
 }
 
 QStringList OpticalMediaWrapper::replaceUnsupportedWithMP3(Job& job, const QStringList& files,

@@ -1,5 +1,6 @@
 #pragma once
 #include "core/Job.h"
+#include "disc/BurnJobs.h"
 #include "disc/BurnSetup.h"
 #include "disc/DataDiscTree.h"
 
@@ -67,5 +68,5 @@ private:
     BurnDrives* drives_;
     MyController* shell_ = nullptr;
     QVariantMap pending_;
-    std::shared_ptr<Job> burning_;
+    BurnJobs burns_;
 };
