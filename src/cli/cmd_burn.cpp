@@ -204,7 +204,7 @@ CliRegistration reg(
      "Burn an audio CD (audio: the files as tracks, at most 79 minutes, with CD-Text from their tags; --image "
      "OUT.cue writes a BIN/CUE pair) or a data disc (data: files and folders laid out as the Music tab lays out "
      "a selection, with the M3U files of each --playlist; --image OUT.iso writes an ISO file). DEV is a burner "
-     "as `velmora-cli drives` lists it. An audio image, and an audio CD the burner can read, is read back and "
+     "as `velmora-cli drives` lists it, or stdio:FILE (libburn's drive on a file, for data discs). An audio image, and an audio CD the burner can read, is read back and "
      "compared with what was sent. Audio options: --speed N, --simulate, --eject, --no-verify. Data options: "
      "--title NAME, --mp3 (convert files that are not MP3), --preserve-order (000-prefixed names), "
      "--strip-id3v2, --append-id3v1, --no-joliet. Exits 0 when every file went on and was checked.",

@@ -257,6 +257,7 @@ QString LibburnDrives::writeAudio(Job& job, AudioDiscLayout& layout, const BurnS
     burn_disc* disc = burn_disc_create();
     burn_session* session = burn_session_create();
     burn_disc_add_session(disc, session, BURN_POS_END);
+    burn_session_free(session);  // the disc holds it now
     for (const auto& [type, text] : {std::pair{0x80, layout.title}, std::pair{0x81, layout.performer}}) {
         if (text.isEmpty())
             continue;
@@ -360,6 +361,7 @@ QString LibburnDrives::writeData(Job& job, ::burn_source* image, const BurnSetup
     burn_disc* disc = burn_disc_create();
     burn_session* session = burn_session_create();
     burn_disc_add_session(disc, session, BURN_POS_END);
+    burn_session_free(session);  // the disc holds it now
     burn_track* track = burn_track_create();
     burn_track_define_data(track, 0, 0, 0, BURN_MODE1);
     burn_track_set_source(track, source);

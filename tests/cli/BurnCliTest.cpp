@@ -40,6 +40,16 @@ TEST_F(BurnCli, BurnsImagesAndSaysHowItWent)
     QByteArray listing;
     testsupport::run("isoinfo", {"-R", "-f", "-i", path("disc.iso")}, &listing);
     EXPECT_TRUE(listing.contains("/000music/000Rock/000song.mp3")) << listing.constData();
+
+    // libburn's stdio drives stand in for burners: a data disc goes through, an audio CD cannot.
+    const QString drive = "stdio:" + path("drive.iso");
+    EXPECT_EQ(cli({"burn", "data", "--drive", drive, path("music")}, &output), 0) << output.constData();
+    testsupport::run("isoinfo", {"-R", "-f", "-i", path("drive.iso")}, &listing);
+    EXPECT_TRUE(listing.contains("/music/Rock/song.mp3")) << listing.constData();
+    EXPECT_EQ(cli({"burn", "audio", "--drive", drive, path("a.wav")}, &output), 1);
+    EXPECT_TRUE(output.contains("The disc was not written: The burner says:")) << output.constData();
+    EXPECT_EQ(cli({"erase", "--drive", drive}, &output), 1);
+    EXPECT_TRUE(output.contains("cannot be erased")) << output.constData();
 }
 
 TEST_F(BurnCli, AFullImageFolderFailsClearlyAndKeepsTheOldImage)
