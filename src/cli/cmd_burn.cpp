@@ -200,12 +200,15 @@ int runBurn(const QStringList& arguments)
 }
 
 CliRegistration reg(
-    {"burn", "audio|data [--drive DEV | --image FILE] [OPTIONS] FILE...",
+    {"burn",
+     "audio|data [--drive DEV | --image FILE] [--speed N] [--simulate] [--eject] [--no-verify] [--title NAME] "
+     "[--mp3] [--preserve-order] [--strip-id3v2] [--append-id3v1] [--no-joliet] [--playlist P.cd3] FILE...",
      "Burn an audio CD (audio: the files as tracks, at most 79 minutes, with CD-Text from their tags; --image "
      "OUT.cue writes a BIN/CUE pair) or a data disc (data: files and folders laid out as the Music tab lays out "
      "a selection, with the M3U files of each --playlist; --image OUT.iso writes an ISO file). DEV is a burner "
-     "as `velmora-cli drives` lists it, or stdio:FILE (libburn's drive on a file, for data discs). An audio image, and an audio CD the burner can read, is read back and "
-     "compared with what was sent. Audio options: --speed N, --simulate, --eject, --no-verify. Data options: "
+     "as `velmora-cli drives` lists it, or stdio:FILE (libburn's drive on a file, for data discs). An audio "
+     "image, and an audio CD the burner can read, is read back and compared with what was sent "
+     "(--no-verify skips that). --speed N, --simulate and --eject are for burners. Data: "
      "--title NAME, --mp3 (convert files that are not MP3), --preserve-order (000-prefixed names), "
      "--strip-id3v2, --append-id3v1, --no-joliet. Exits 0 when every file went on and was checked.",
      runBurn});
