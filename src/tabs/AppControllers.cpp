@@ -1,9 +1,14 @@
 #include "tabs/AppControllers.h"
 
 #include "core/LibraryModel.h"
+#include "disc/AudioCDWrapper.h"
+#include "disc/BurnDrives.h"
 #include "disc/CdDrives.h"
+#include "disc/Eraser.h"
 #include "disc/FlashWriter.h"
+#include "disc/LibburnDrives.h"
 #include "disc/MountedCDWrapper.h"
+#include "disc/OpticalMediaWrapper.h"
 #include "encode/ExportJobs.h"
 #include "encode/LameWrapper.h"
 #include "platform/VolumeMonitor.h"
@@ -28,6 +33,10 @@ AppControllers::AppControllers()
       itunes_(std::make_unique<iTunesManager>()),
       m3u_(std::make_unique<m3uManager>()),
       cdWatcher_(std::make_unique<mounted_cd_wrapper>(std::make_unique<SystemCdDrives>())),
+      burnDrives_(std::make_unique<LibburnDrives>()),
+      audioCD_(std::make_unique<AudioCDWrapper>(burnDrives_.get())),
+      opticalMedia_(std::make_unique<OpticalMediaWrapper>(burnDrives_.get())),
+      eraser_(std::make_unique<eraser>(*burnDrives_)),
       music_(std::make_unique<MusicSourcesWrapper>()),
       rip_(std::make_unique<RipSourcesWrapper>(*cdWatcher_))
 {

@@ -1,6 +1,8 @@
 #pragma once
 #include <memory>
 
+class AudioCDWrapper;
+class BurnDrives;
 class ClipSourcesWrapper;
 class ExportJobs;
 class FlashWriter;
@@ -9,6 +11,8 @@ class LameWrapper;
 class MediaDataSource;
 class MusicSourcesWrapper;
 class MyController;
+class OpticalMediaWrapper;
+class eraser;
 class PlayListDataSource;
 class PlaySourcesWrapper;
 class RipSourcesWrapper;
@@ -45,6 +49,10 @@ public:
     FlashWriter& flashWriter();
     ClipSourcesWrapper& clip();
     TagSourcesWrapper& tagSources();
+    BurnDrives& burnDrives() { return *burnDrives_; }
+    AudioCDWrapper& audioCD() { return *audioCD_; }
+    OpticalMediaWrapper& opticalMedia() { return *opticalMedia_; }
+    eraser& discEraser() { return *eraser_; }
 
 private:
     std::unique_ptr<ExportJobs> exportJobs_;
@@ -58,6 +66,11 @@ private:
     std::unique_ptr<iTunesManager> itunes_;
     std::unique_ptr<m3uManager> m3u_;
     std::unique_ptr<mounted_cd_wrapper> cdWatcher_;
+    // The burners feed the export jobs while caching, so they go before them.
+    std::unique_ptr<BurnDrives> burnDrives_;
+    std::unique_ptr<AudioCDWrapper> audioCD_;
+    std::unique_ptr<OpticalMediaWrapper> opticalMedia_;
+    std::unique_ptr<eraser> eraser_;
     // Last: the tabs go first, while the export jobs they feed still listen.
     std::unique_ptr<MusicSourcesWrapper> music_;
     std::unique_ptr<PlaySourcesWrapper> play_;  // shows the watcher's discs: made after it, gone before it

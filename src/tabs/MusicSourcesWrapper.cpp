@@ -769,9 +769,16 @@ void MusicSourcesWrapper::burnAudioDVD(const Selection& selection)
 void MusicSourcesWrapper::burnOpticalMedia(const Selection& selection)
 {
     const QVariantMap gathered = getSelectedFileNames(selection, &cancel_);
+    // The M3U files of the playlists chosen go onto the disc beside their songs.
+    QStringList playlists;
+    for (const Source& source : selection) {
+        const QString playlist = source.entry.value("playlistpath").toString();
+        if (source.kind == Source::PlaylistEntry && !playlist.isEmpty() && !playlists.contains(playlist))
+            playlists << playlist;
+    }
     const QVariantMap request{{"selectedfiles", gathered.value("selectedfiles")},
                               {"destinationpaths", gathered.value("destinationpaths")},
-                              {"m3uplaylists", QVariantList()},
+                              {"m3uplaylists", playlists},
                               {"cdtitle", QStringLiteral("Velmora")},
                               {"makemp3ifneeded", bool(mp3Only_)}};
     NotificationCenter::defaultCenter().post(VLConvertMediaIfNeededNotification, request);

@@ -2,7 +2,10 @@
 
 #include "core/LibraryModel.h"
 #include "core/MyController.h"
+#include "disc/AudioCDWrapper.h"
+#include "disc/Eraser.h"
 #include "disc/FlashWriter.h"
+#include "disc/OpticalMediaWrapper.h"
 #include "disc/FreeDBWrapper.h"
 #include "disc/MountedCDWrapper.h"
 #include "encode/LameWrapper.h"
@@ -51,6 +54,10 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
 {
     setWindowTitle(QStringLiteral("Velmora"));
     resize(1000, 680);
+    // The burn and erase sheets hold the shell's ignore-insert flag.
+    controllers.audioCD().setShell(&controller);
+    controllers.opticalMedia().setShell(&controller);
+    controllers.discEraser().setShell(&controller);
 
     const QStringList titles = tabTitles();
     outlines_ << musicTab_->libraryOutline();

@@ -4,11 +4,15 @@
 #include "core/LibraryModel.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
+#include "disc/AudioCDWrapper.h"
+#include "disc/Eraser.h"
+#include "disc/OpticalMediaWrapper.h"
 #include "platform/Desktop.h"
 #include "playlists/M3uManager.h"
 #include "tabs/AppControllers.h"
 #include "tabs/CompilationModel.h"
 #include "tabs/MP3DataSource.h"
+#include "ui/BurnDialogs.h"
 #include "ui/FolderChooser.h"
 #include "ui/LibraryOutline.h"
 #include "ui/PlaylistPanel.h"
@@ -226,7 +230,11 @@ MusicTab::MusicTab(AppControllers& controllers, QWidget* parent)
         burnCombo_->setCurrentIndex(kind);
     connect(burnCombo_, &QComboBox::textActivated, this, &MusicSourcesWrapper::burnCDSetFormat);
     actions->addWidget(burnCombo_);
-    addButton(actions, tr("Burn"), tr("Burn the selected music onto a disc of the kind chosen"), [this] { burn(); });
+    addButton(actions, tr("Burn"), tr("Burn the selected music onto a disc of the kind chosen"), [this] { burn(); })
+        ->setIcon(QIcon::fromTheme(QStringLiteral("media-optical-burn")));
+    addButton(actions, tr("Erase Disc…"), tr("Erase the rewritable disc in a burner"),
+              [&controllers] { controllers.discEraser().eraseCD(); })
+        ->setIcon(QIcon::fromTheme(QStringLiteral("edit-clear")));
     addButton(actions, tr("Copy to Flash Player"), tr("Copy the selected music onto a flash player"),
               [this] { copyToFlash(); });
     actions->addStretch();
@@ -235,6 +243,7 @@ MusicTab::MusicTab(AppControllers& controllers, QWidget* parent)
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(splitter, 1);
     layout->addLayout(actions);
+    connectBurners(controllers);
 
     // The save thread reports through the main thread.
     music_.setProgressHandler([this](const QVariantMap& progress) {
@@ -397,6 +406,50 @@ void MusicTab::burn()
         return;
     }
     music_.burnCDDispatcher(kind, currentSelection());
+}
+
+void MusicTab::connectBurners(AppControllers& controllers)
+{
+    // Each sheet is window-modal and answers the burner that asked for it.
+    auto openSheet = [this](QDialog* sheet, std::function<void(bool accepted)> answer) {
+        sheet->setAttribute(Qt::WA_DeleteOnClose);
+        sheet->setWindowModality(Qt::WindowModal);
+        connect(sheet, &QDialog::finished, this, [answer](int result) { answer(result == QDialog::Accepted); });
+        sheet->open();
+    };
+    AudioCDWrapper& audioCD = controllers.audioCD();
+    OpticalMediaWrapper& optical = controllers.opticalMedia();
+    eraser& erasing = controllers.discEraser();
+    BurnDrives& drives = controllers.burnDrives();
+    connect(&audioCD, &AudioCDWrapper::setupRequested, this, [this, openSheet, &audioCD, &drives](const QString& description) {
+        auto* sheet = new BurnSetupDialog(drives, description, QStringLiteral("cue"), this);
+        openSheet(sheet, [&audioCD, sheet](bool accepted) { audioCD.handleSetupSheet(accepted, sheet->setup()); });
+    });
+    connect(&optical, &OpticalMediaWrapper::sizeWarningRequested, this,
+            [this, &optical](const QString& title, const QString& text) {
+                auto* sheet = new QMessageBox(QMessageBox::Question, title, title, QMessageBox::Yes | QMessageBox::No, this);
+                sheet->setInformativeText(text);
+                sheet->setObjectName(QStringLiteral("burnSizeWarning"));
+                sheet->setAttribute(Qt::WA_DeleteOnClose);
+                sheet->setWindowModality(Qt::WindowModal);
+                connect(sheet, &QMessageBox::finished, this,
+                        [&optical](int button) { optical.handleNotFullSheet(button == QMessageBox::Yes); });
+                sheet->open();
+            });
+    connect(&optical, &OpticalMediaWrapper::setupRequested, this, [this, openSheet, &optical, &drives](const QString& description) {
+        auto* sheet = new BurnSetupDialog(drives, description, QStringLiteral("iso"), this);
+        openSheet(sheet, [&optical, sheet](bool accepted) { optical.handleSetupSheet(accepted, sheet->setup()); });
+    });
+    connect(&erasing, &eraser::setupRequested, this, [this, openSheet, &erasing, &drives] {
+        auto* sheet = new EraseDialog(drives, this);
+        openSheet(sheet, [&erasing, sheet](bool accepted) {
+            erasing.handleSetupSheet(accepted, sheet->drive(), sheet->full());
+        });
+    });
+    // How a burn or an erase ended goes to the status line; a failure also stays in the job list.
+    connect(&audioCD, &AudioCDWrapper::burnEnded, this, &MusicTab::statusMessage);
+    connect(&optical, &OpticalMediaWrapper::burnEnded, this, &MusicTab::statusMessage);
+    connect(&erasing, &eraser::eraseEnded, this, &MusicTab::statusMessage);
 }
 
 void MusicTab::copyToFlash()

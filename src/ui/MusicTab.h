@@ -48,6 +48,8 @@ private:
     void showExported(const QStringList& files);
     void burn();
     void copyToFlash();
+    // Opens the setup, size-warning and erase sheets the burners ask for.
+    void connectBurners(AppControllers& controllers);
     void showProgressSheet();
     void showProgress(const QVariantMap& progress);
     void endProgressSheet();

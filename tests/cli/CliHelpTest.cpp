@@ -39,7 +39,8 @@ TEST(CliHelp, EveryListedCommandPrintsItsUsageAndSucceeds)
     QStringList names;
     for (const Listed& command : commands)
         names << command.name;
-    for (const char* expected : {"convert", "export", "m3u", "playlists", "itunes-import", "tags", "rip", "clip"})
+    for (const char* expected :
+         {"convert", "export", "m3u", "playlists", "itunes-import", "tags", "rip", "clip", "flash", "burn", "drives", "erase"})
         EXPECT_TRUE(names.contains(expected)) << expected << " missing from: " << qPrintable(names.join(' '));
 
     for (const Listed& command : commands) {

@@ -230,11 +230,18 @@ TEST(MusicSave, DropsBecomeTheDropZoneAndBurnRequestsArePosted)
     music.burnCDDispatcher("Burn Audio CD", selection);
     music.burnCDDispatcher("Burn MP3 CD/DVD", selection);
     music.burnCDDispatcher("Burn Something Else", selection);
+    // A chosen playlist's M3U file goes onto a data disc with the music.
+    const QString playlist = dir.path() + "/Mix.cd3";
+    music.burnCDDispatcher("Burn Music CD/DVD", {MusicSourcesWrapper::Source::library(dir.path()),
+                                                 MusicSourcesWrapper::Source::playlist({{"playlistpath", playlist}})});
     center.removeObserver(&owner);
     ASSERT_EQ(audioCD.size(), 1);
     EXPECT_EQ(audioCD[0].toStringList(), QStringList{dir.path() + "/t.wav"});
-    ASSERT_EQ(optical.size(), 1);
+    ASSERT_EQ(optical.size(), 2);
     EXPECT_TRUE(optical[0].toMap().value("makemp3ifneeded").toBool());
+    EXPECT_EQ(optical[0].toMap().value("m3uplaylists").toStringList(), QStringList());
+    EXPECT_FALSE(optical[1].toMap().value("makemp3ifneeded").toBool());
+    EXPECT_EQ(optical[1].toMap().value("m3uplaylists").toStringList(), QStringList{playlist});
 
     MusicSourcesWrapper::burnCDSetFormat("Burn DVD-Audio");
     EXPECT_EQ(Defaults::standard().stringForKey("mBurnCDFormatPopup"), "Burn DVD-Audio");
