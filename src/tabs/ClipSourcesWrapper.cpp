@@ -12,6 +12,7 @@
 #include "platform/FileNames.h"
 #include "tabs/MusicSourcesWrapper.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
@@ -471,6 +472,9 @@ std::optional<ClipSourcesWrapper::Alert> ClipSourcesWrapper::ejectSelectedMedium
     } else if (source.kind == PlaySourcesWrapper::SourceKind::FlashPlayer) {
         if (inUse)
             return flashInUseAlert();
+        // A song of the player that is playing here would keep it from unmounting.
+        if (browser_->playingPath().startsWith(QDir::cleanPath(source.path) + '/'))
+            stopPlayingSong();
         if (ejectFlash_)
             ejectFlash_(source.path);
     }

@@ -170,10 +170,14 @@ TEST(ClipSources, AFlashPlayerIsShownAsThePreferenceSaysAndEjectedUnlessInUse)
             ASSERT_TRUE(clip.selectSource(player));
         }
         ASSERT_TRUE(QTest::qWaitFor([&] { return clip.browser().songs().size() == 1; }, 10000));
+        playerfixtures::useFakeAudio();
+        clip.playThisSong(0);
 
         const auto alert = clip.ejectSelectedMedium();
         EXPECT_EQ(alert.has_value(), example.inUse);
         EXPECT_EQ(ejected, example.inUse ? QStringList() : QStringList{dir.path()});
+        // Its song stops playing before it goes, not while it stays.
+        EXPECT_EQ(clip.browser().state() == PlaySourcesWrapper::State::Stopped, !example.inUse);
         if (alert) {
             EXPECT_EQ(alert->title, "The selected Flash is in use");
             EXPECT_EQ(alert->message, "The Flash may be being updated or may be in use by another application.  To "
