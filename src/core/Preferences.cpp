@@ -13,11 +13,12 @@ const std::vector<Preferences::IntSetting>& Preferences::intSettings()
 {
     // 600 and 649 are two different warning sizes; both are wanted.
     static const std::vector<IntSetting> settings = {
-        {PrefKeys::ShowPlayer, 0},     {PrefKeys::ShowWriter, 0},      {PrefKeys::RipFromFolder, 0},
-        {PrefKeys::AutoEject, 1},      {PrefKeys::AutoPlay, 0},        {PrefKeys::IncludeJoliet, 1},
-        {PrefKeys::StripID3v2, 0},     {PrefKeys::AppendID3v1, 1},     {PrefKeys::UseCoverart, 0},
-        {PrefKeys::WarnSpaceCheck, 1}, {PrefKeys::WarnSpaceCombo, 600}, {PrefKeys::WarnMoreCheck, 1},
-        {PrefKeys::WarnMoreCombo, 649}, {PrefKeys::PreserveOrder, 0},  {PrefKeys::CreateM3U, 0},
+        {PrefKeys::ShowPlayer, 0},      {PrefKeys::ShowWriter, 0},       {PrefKeys::RipFromFolder, 0},
+        {PrefKeys::AutoEject, 1},       {PrefKeys::AutoPlay, 0},         {PrefKeys::IncludeJoliet, 1},
+        {PrefKeys::StripID3v2, 0},      {PrefKeys::AppendID3v1, 1},      {PrefKeys::UseCoverart, 0},
+        {PrefKeys::WarnSpaceCheck, 1},  {PrefKeys::WarnSpaceCombo, 600}, {PrefKeys::WarnMoreCheck, 1},
+        {PrefKeys::WarnMoreCombo, 649}, {PrefKeys::PreserveOrder, 0},    {PrefKeys::CreateM3U, 0},
+        {PrefKeys::AutoClip, 0},
     };
     return settings;
 }

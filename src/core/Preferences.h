@@ -52,6 +52,7 @@ inline constexpr char ShowWriter[] = "prefsShowWriterStored";
 inline constexpr char ShowPlayer[] = "prefsShowPlayerStored";
 inline constexpr char AutoEject[] = "prefsAutoEjectStored";
 inline constexpr char AutoPlay[] = "prefsAutoPlayStored";
+inline constexpr char AutoClip[] = "prefsAutoClipStored";
 inline constexpr char IncludeJoliet[] = "prefsIncludeJolietStored";
 inline constexpr char StripID3v2[] = "prefsStripID3v2Stored";
 inline constexpr char AppendID3v1[] = "prefsappendID3v1Stored";

@@ -341,7 +341,12 @@ void FlashWriter::writeToFlashSetupPanelCancel()
 
 void FlashWriter::writeToFlashSetupPanelEject()
 {
-    const auto volume = monitor_.volumeAt(selectedVolume());
+    ejectVolume(selectedVolume());
+}
+
+void FlashWriter::ejectVolume(const QString& mountPoint)
+{
+    const auto volume = monitor_.volumeAt(mountPoint);
     if (!volume)
         return;
     const QString name = QFileInfo(volume->mountPoint).fileName();

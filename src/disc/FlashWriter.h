@@ -88,6 +88,8 @@ public:
     void writeToFlashSetupPanelOK(const QVariantMap& settings);
     void writeToFlashSetupPanelCancel();
     void writeToFlashSetupPanelEject();
+    // Unmounts and powers off the player at mountPoint as a job; alert tells of a failure.
+    void ejectVolume(const QString& mountPoint);
     // Which path the sheet serves while it is up.
     enum class Path { None, V20, Playlist };
     Path sheetPath() const { return path_; }

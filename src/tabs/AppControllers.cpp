@@ -106,10 +106,13 @@ ClipSourcesWrapper& AppControllers::clip()
         clip_->setCdWatcher(cdWatcher_.get());
         if (flash_)
             clip_->setFlashPlayers(flash_->mountedVolumes());
-        // A disc the Rip tab is reading stays in.
+        // A disc the Rip tab is reading stays in, and so does a player being erased or written.
         clip_->setMediumInUseCheck([this](const QString& path) {
+            if (flash_ && flash_->mountedVolumes().contains(path))
+                return flash_->isBusy();
             return rip_->isSaving() && rip_->currentDisc() == path;
         });
+        clip_->setFlashEjector([this](const QString& mountPoint) { flashWriter().ejectVolume(mountPoint); });
     }
     return *clip_;
 }

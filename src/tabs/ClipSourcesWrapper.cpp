@@ -4,6 +4,7 @@
 #include "core/Job.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
+#include "core/Preferences.h"
 #include "core/StringUtils.h"
 #include "disc/MountedCDWrapper.h"
 #include "encode/ExportJobs.h"
@@ -11,6 +12,7 @@
 #include "platform/FileNames.h"
 #include "tabs/MusicSourcesWrapper.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
@@ -19,7 +21,6 @@
 namespace {
 
 const QString kIncludeTagsKey = QStringLiteral("mIncludeTagsStored");
-const QString kAutoClipKey = QStringLiteral("prefsAutoClipStored");
 const QString kSavingOperation = QStringLiteral("Saving Files");
 constexpr double kMaxGainDb = 60;
 
@@ -214,13 +215,13 @@ ClipSourcesWrapper::ClipSourcesWrapper(QObject* parent)
         }
     });
     connect(browser_.get(), &PlaySourcesWrapper::message, this, &ClipSourcesWrapper::message);
-    // With prefsAutoClipStored a disc that comes in is shown at once (after the
+    // With the auto-clip preference a disc that comes in is shown at once (after the
     // browser has listed it).
     NotificationCenter::defaultCenter().addObserver(
         this, VLMountedCDWrapperNotification, [this](const Notification& note) {
             const QVariantMap object = note.object.toMap();
             if (object.value("notificationtype").toString() != QLatin1String(VLMountCDType) ||
-                Defaults::standard().integerForKey(kAutoClipKey) == 0)
+                Preferences::sharedInstance().prefsIntForKey(PrefKeys::AutoClip) == 0)
                 return;
             const QString cdpath = object.value("object").toMap().value("cdpath").toString();
             QMetaObject::invokeMethod(
@@ -256,7 +257,7 @@ void ClipSourcesWrapper::setFlashPlayers(const QStringList& mountPoints)
 {
     const QList<PlaySourcesWrapper::SourceRow> before = browser_->sources();
     browser_->setFlashPlayers(mountPoints);
-    if (Defaults::standard().integerForKey(kAutoClipKey) == 0)
+    if (Preferences::sharedInstance().prefsIntForKey(PrefKeys::AutoClip) == 0)
         return;
     const QList<PlaySourcesWrapper::SourceRow> rows = browser_->sources();
     for (int row = 0; row < rows.size(); ++row) {
@@ -468,8 +469,14 @@ std::optional<ClipSourcesWrapper::Alert> ClipSourcesWrapper::ejectSelectedMedium
         if (inUse)
             return cdInUseAlert();
         browser_->ejectSelectedCD();
-    } else if (source.kind == PlaySourcesWrapper::SourceKind::FlashPlayer && inUse) {
-        return flashInUseAlert();
+    } else if (source.kind == PlaySourcesWrapper::SourceKind::FlashPlayer) {
+        if (inUse)
+            return flashInUseAlert();
+        // A song of the player that is playing here would keep it from unmounting.
+        if (browser_->playingPath().startsWith(QDir::cleanPath(source.path) + '/'))
+            stopPlayingSong();
+        if (ejectFlash_)
+            ejectFlash_(source.path);
     }
     return std::nullopt;
 }

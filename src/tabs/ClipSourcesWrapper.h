@@ -91,6 +91,8 @@ public:
     static Alert flashInUseAlert();
     // Whether something else (a rip, a copy to the player) uses a disc or flash folder.
     void setMediumInUseCheck(std::function<bool(const QString& path)> check) { inUse_ = std::move(check); }
+    // Unmounts and powers off the flash player mounted at a path (the flash writer's eject).
+    void setFlashEjector(std::function<void(const QString& mountPoint)> eject) { ejectFlash_ = std::move(eject); }
 
     // Saving. The window asks for the folder (chooseFolderRequested), then the
     // save runs on a thread of its own.
@@ -131,6 +133,7 @@ private:
     QHash<QString, double> measured_;     // song lengths the waveform found
     bool includeTags_ = true;
     std::function<bool(const QString&)> inUse_;
+    std::function<void(const QString&)> ejectFlash_;
 
     QTimer clipTimer_;  // ends the clip being played
     int clipRemainingMs_ = 0;

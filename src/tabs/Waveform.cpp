@@ -8,13 +8,16 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QThread>
 #include <QtEndian>
 
 #include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <memory>
+#include <mutex>
 #include <optional>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -23,6 +26,10 @@ namespace {
 // the peaks of ordinary music survive the resampler's filter.
 constexpr int kDecodeRate = 8000;
 constexpr int kPartialMs = 100;
+// Songs this long or longer are decoded in stretches side by side, at most this many.
+constexpr int kSplitSeconds = 60;
+constexpr int kMaxParts = 4;
+constexpr int kLeadSeconds = 1;
 
 // Spreads a stream of samples over columns of equal time, given how many
 // samples the whole song holds.
@@ -173,9 +180,64 @@ std::optional<WaveformPeaks> readPcm(const QString& path, int columns, const std
     return peaks;
 }
 
-// Any other file: ffmpeg decodes it to mono 16-bit samples on its standard
-// output. The columns follow the length the tags tell; the final peaks are
-// spread over the length actually decoded.
+// One stretch of the song decoded by an ffmpeg of its own, on a thread of its
+// own; the samples grow under the lock while it runs.
+class DecodedPart {
+public:
+    // skip: samples decoded before the stretch begins, dropped.
+    DecodedPart(QString ffmpeg, QStringList arguments, qint64 skip)
+        : child_(std::move(ffmpeg), std::move(arguments)), skip_(skip)
+    {
+        child_.setInteractive(true);
+    }
+    // Until the child ends, or cancel or stop becomes true.
+    void run(const std::atomic<bool>& cancel, const std::atomic<bool>& stop)
+    {
+        bool ended = !child_.start();
+        QByteArray pending;
+        while (!ended && !cancel && !stop) {
+            pending += child_.readOutput(50, &ended);
+            const qsizetype whole = pending.size() / 2 * 2;
+            const std::lock_guard lock(mutex_);
+            for (qsizetype at = 0; at < whole; at += 2) {
+                if (skip_ > 0)
+                    --skip_;
+                else
+                    samples_.push_back(float(qFromLittleEndian<qint16>(pending.constData() + at)) / 32768.0f);
+            }
+            pending.remove(0, whole);
+        }
+        if (!ended)
+            child_.terminate();
+        ok_ = child_.waitForExit() == 0 && ended;
+        done_ = true;
+    }
+    bool done() const { return done_; }
+    bool ok() const { return ok_; }
+    // Copies the samples from `from` on onto the end of out; the number copied.
+    qint64 take(qint64 from, std::vector<float>& out)
+    {
+        const std::lock_guard lock(mutex_);
+        const qint64 count = std::max<qint64>(0, qint64(samples_.size()) - from);
+        out.insert(out.end(), samples_.begin() + from, samples_.end());
+        return count;
+    }
+
+private:
+    ChildProcess child_;
+    std::mutex mutex_;
+    std::vector<float> samples_;
+    qint64 skip_;
+    std::atomic<bool> done_{false};
+    bool ok_ = false;
+};
+
+// Any other file: ffmpeg decodes it to mono 16-bit samples at a low rate (a short
+// resampling filter: peaks, not fidelity, are wanted). Decoding an MP3 is the
+// slow part and one decoder uses one core, so a long song is cut into stretches
+// (input seeking, sample-exact) decoded side by side and joined in order. The
+// columns first follow the length the tags tell and grow from the left; the
+// final peaks are spread over the length actually decoded.
 WaveformPeaks decode(const QString& path, int columns, const std::atomic<bool>& cancel,
                      const Waveform::Partial& partial)
 {
@@ -183,41 +245,63 @@ WaveformPeaks decode(const QString& path, int columns, const std::atomic<bool>& 
     if (ffmpeg.isEmpty())
         return {};
     const int told = mediaDurationSeconds(path);
-    ChildProcess child(ffmpeg, {"-nostdin", "-v", "error", "-i", QFileInfo(path).absoluteFilePath(), "-vn", "-ac", "1",
-                                "-ar", QString::number(kDecodeRate), "-f", "s16le", "pipe:1"});
-    child.setInteractive(true);
-    if (!child.start())
-        return {};
+    const int parts = told >= kSplitSeconds ? std::clamp(QThread::idealThreadCount(), 1, kMaxParts) : 1;
+    const int partSeconds = (told + parts - 1) / parts;
+    std::vector<std::unique_ptr<DecodedPart>> decoders;
+    for (int part = 0; part < parts; ++part) {
+        // After a seek an MP3 decoder lacks the bits of the frames before (and the
+        // resampler its history): a stretch starts decoding a second early, dropped.
+        const int lead = part > 0 ? kLeadSeconds : 0;
+        QStringList arguments{"-nostdin", "-v", "error"};
+        if (parts > 1) {
+            arguments << "-ss" << QString::number(part * partSeconds - lead);
+            if (part + 1 < parts)
+                arguments << "-t" << QString::number(partSeconds + lead);
+        }
+        arguments += QStringList{"-i", QFileInfo(path).absoluteFilePath(), "-vn", "-ac", "1", "-af",
+                                 QStringLiteral("aresample=%1:filter_size=2").arg(kDecodeRate), "-f", "s16le", "pipe:1"};
+        decoders.push_back(std::make_unique<DecodedPart>(ffmpeg, arguments, qint64(lead) * kDecodeRate));
+    }
+    std::atomic<bool> stop{false};  // a stretch failed: the others are of no use
+    std::vector<std::thread> threads;
+    for (auto& decoder : decoders)
+        threads.emplace_back([&decoder, &cancel, &stop] { decoder->run(cancel, stop); });
+
+    // The picture grows from the left: a stretch counts once those before it are whole.
     std::vector<float> samples;
     samples.reserve(size_t(std::max(told, 1)) * kDecodeRate);
     Binner binner(qint64(std::max(told, 1)) * kDecodeRate, columns, kDecodeRate);
-    QByteArray pending;
+    size_t joined = 0;  // stretches wholly in samples
+    qint64 taken = 0;   // of the stretch being joined
     QElapsedTimer shown;
     shown.start();
-    bool ended = false;
     bool shownOnce = false;
-    while (!ended) {
-        if (cancel) {
-            child.terminate();
-            child.waitForExit();
-            return {};
+    while (joined < decoders.size()) {
+        DecodedPart& decoder = *decoders[joined];
+        const bool wasDone = decoder.done();
+        const size_t before = samples.size();
+        taken += decoder.take(taken, samples);
+        for (size_t at = before; at < samples.size(); ++at)
+            binner.add(samples[at]);
+        if (wasDone) {
+            if (!decoder.ok())
+                break;
+            ++joined;
+            taken = 0;
+            continue;
         }
-        pending += child.readOutput(50, &ended);
-        const qsizetype whole = pending.size() / 2 * 2;
-        for (qsizetype at = 0; at < whole; at += 2) {
-            const float sample = float(qFromLittleEndian<qint16>(pending.constData() + at)) / 32768.0f;
-            samples.push_back(sample);
-            binner.add(sample);
-        }
-        pending.remove(0, whole);
-        // The first audio shows at once, then the picture grows a few times a second.
         if (partial && binner.seen() > 0 && (!shownOnce || shown.elapsed() >= kPartialMs)) {
             shownOnce = true;
             partial(binner.partial());
             shown.restart();
         }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    if (child.waitForExit() != 0 || samples.empty())
+    const bool whole = joined == decoders.size();
+    stop = !whole;
+    for (std::thread& thread : threads)
+        thread.join();
+    if (!whole || cancel || samples.empty())
         return {};
     return Waveform::fromSamples(samples.data(), qint64(samples.size()), kDecodeRate, columns);
 }

@@ -238,7 +238,7 @@ ClipTab::ClipTab(ClipSourcesWrapper& clip, QWidget* parent)
         if (!items.isEmpty() && !clip_.selectSource(items.first()->data(0, kRowRole).toInt()))
             statusLabel_->setText(tr("Still reading the songs of the last source; try again in a moment."));
     });
-    auto* eject = toolButton("media-eject", tr("Eject"), tr("Eject the selected disc"));
+    auto* eject = toolButton("media-eject", tr("Eject"), tr("Eject the selected disc or flash player"));
     connect(eject, &QToolButton::clicked, this, [this] {
         if (const auto alert = clip_.ejectSelectedMedium())
             showAlert(alert->title, alert->message);

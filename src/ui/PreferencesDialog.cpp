@@ -43,6 +43,8 @@ PreferencesDialog::PreferencesDialog(QWidget* parent) : QDialog(parent), pages_(
     generalLayout->addWidget(check(PrefKeys::ShowWriter, tr("Show the burn controls")));
     generalLayout->addWidget(check(PrefKeys::AutoPlay, tr("Play files opened from the desktop at once")));
     generalLayout->addWidget(check(PrefKeys::AutoEject, tr("Eject a disc when its work is done")));
+    generalLayout->addWidget(
+        check(PrefKeys::AutoClip, tr("Show an inserted disc or flash player in the Clip tab at once")));
     generalLayout->addWidget(check(PrefKeys::RipFromFolder, tr("Rip from a folder instead of a disc")));
     generalLayout->addStretch();
     pages_->addTab(general, tr("General"));

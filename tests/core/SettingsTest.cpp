@@ -49,12 +49,12 @@ TEST(Settings, FirstLaunchInstallsExactlyTheDefaultsAndMarksThemInited)
     Defaults& stored = Defaults::standard();
     EXPECT_EQ(stored.integerForKey(PrefKeys::Inited), 1);
     const std::map<QString, int> expected = {
-        {"prefsShowWriterStored", 0},       {"prefsShowPlayerStored", 0},     {"prefsAutoEjectStored", 1},
-        {"prefsAutoPlayStored", 0},         {"prefsIncludeJolietStored", 1},  {"prefsStripID3v2Stored", 0},
-        {"prefsappendID3v1Stored", 1},      {"prefsuseCoverartStored", 0},    {"prefsRipFromFolderStored", 0},
-        {"prefsWarnSpaceCheckStored", 1},   {"prefsWarnSpaceComboStored", 600},
-        {"prefsWarnMoreCheckStored", 1},    {"prefsWarnMoreComboStored", 649}, {"prefsPreserveOrderStored", 0},
-        {"prefsCreateM3UStored", 0},        {"mSelectedTabStored", 0}};
+        {"prefsShowWriterStored", 0},      {"prefsShowPlayerStored", 0},       {"prefsAutoEjectStored", 1},
+        {"prefsAutoPlayStored", 0},        {"prefsIncludeJolietStored", 1},    {"prefsStripID3v2Stored", 0},
+        {"prefsappendID3v1Stored", 1},     {"prefsuseCoverartStored", 0},      {"prefsRipFromFolderStored", 0},
+        {"prefsWarnSpaceCheckStored", 1},  {"prefsWarnSpaceComboStored", 600}, {"prefsWarnMoreCheckStored", 1},
+        {"prefsWarnMoreComboStored", 649}, {"prefsPreserveOrderStored", 0},    {"prefsCreateM3UStored", 0},
+        {"prefsAutoClipStored", 0},        {"mSelectedTabStored", 0}};
     for (const auto& [key, value] : expected) {
         EXPECT_TRUE(stored.hasKey(key)) << qPrintable(key);
         EXPECT_EQ(stored.integerForKey(key), value) << qPrintable(key);

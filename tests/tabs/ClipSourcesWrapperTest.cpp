@@ -7,6 +7,7 @@
 #include "core/Job.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
+#include "core/Preferences.h"
 #include "encode/ExportJobs.h"
 
 #include <gtest/gtest.h>
@@ -139,4 +140,69 @@ TEST(Waveform, ColumnsFollowTheAudioInEveryReader)
         EXPECT_NEAR(peaks.maximum[80], 0.5, 0.05);
         EXPECT_NEAR(peaks.minimum[80], -0.5, 0.05);
     }
+}
+
+TEST(ClipSources, AFlashPlayerIsShownAsThePreferenceSaysAndEjectedUnlessInUse)
+{
+    QTemporaryDir dir;
+    playerfixtures::makeSong(dir.path(), "a.wav", 1);
+    const struct {
+        int autoClip;
+        bool inUse;
+    } cases[] = {{0, false}, {1, false}, {1, true}};
+    for (const auto& example : cases) {
+        SCOPED_TRACE(example.autoClip * 10 + example.inUse);
+        Preferences::sharedInstance().setPrefsInt(PrefKeys::AutoClip, example.autoClip);
+        ClipSourcesWrapper clip;
+        QStringList ejected;
+        clip.setMediumInUseCheck([&](const QString& path) { return example.inUse && path == dir.path(); });
+        clip.setFlashEjector([&](const QString& mountPoint) { ejected << mountPoint; });
+        clip.setFlashPlayers({dir.path()});
+        int player = -1;
+        const auto rows = clip.browser().sources();
+        for (int row = 0; row < rows.size(); ++row)
+            if (rows[row].kind == PlaySourcesWrapper::SourceKind::FlashPlayer && rows[row].level == 1)
+                player = row;
+        ASSERT_GE(player, 0);
+        // Inserted while the preference is on, the player's songs are listed at once.
+        EXPECT_EQ(clip.browser().selectedSource() == player, example.autoClip == 1);
+        if (!example.autoClip) {
+            ASSERT_TRUE(clip.selectSource(player));
+        }
+        ASSERT_TRUE(QTest::qWaitFor([&] { return clip.browser().songs().size() == 1; }, 10000));
+        playerfixtures::useFakeAudio();
+        clip.playThisSong(0);
+
+        const auto alert = clip.ejectSelectedMedium();
+        EXPECT_EQ(alert.has_value(), example.inUse);
+        EXPECT_EQ(ejected, example.inUse ? QStringList() : QStringList{dir.path()});
+        // Its song stops playing before it goes, not while it stays.
+        EXPECT_EQ(clip.browser().state() == PlaySourcesWrapper::State::Stopped, !example.inUse);
+        if (alert) {
+            EXPECT_EQ(alert->title, "The selected Flash is in use");
+            EXPECT_EQ(alert->message, "The Flash may be being updated or may be in use by another application.  To "
+                                      "eject Flah that is being updated, use the eject button on the Flash tab.");
+        }
+    }
+    Preferences::sharedInstance().setPrefsInt(PrefKeys::AutoClip, 0);
+}
+
+TEST(Waveform, ALongSongDecodedInStretchesKeepsItsTimeline)
+{
+    // 80 seconds, silent but for a tone from 30 s to 50 s: it spans the place
+    // where the stretches decoded side by side meet, and must stay where it is.
+    QTemporaryDir dir;
+    const QString wav = dir.filePath("long.wav"), mp3 = dir.filePath("long.mp3");
+    ASSERT_EQ(testsupport::run("sox", {"-n", "-r", "44100", "-c", "2", "-b", "16", wav, "synth", "20", "sine", "440",
+                                       "vol", "0.5", "pad", "30", "30"}),
+              0);
+    ASSERT_EQ(testsupport::run("lame", {"--quiet", "-b", "128", wav, mp3}), 0);
+    const std::atomic<bool> cancel{false};
+    const WaveformPeaks peaks = Waveform::compute(mp3, 160, cancel);  // half a second a column
+    ASSERT_TRUE(peaks.complete());
+    EXPECT_NEAR(peaks.seconds, 80.0, 0.05);
+    for (int column : {0, 58, 101, 159})
+        EXPECT_LT(peaks.maximum[column] - peaks.minimum[column], 0.02) << column;
+    for (int column : {61, 79, 80, 98})
+        EXPECT_NEAR(peaks.maximum[column], 0.5, 0.05) << column;
 }

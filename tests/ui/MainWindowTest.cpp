@@ -118,11 +118,17 @@ TEST(PreferencesDialog, UntickingAWarningDisablesItsComboAndSaveStoresTheControl
 {
     Preferences::sharedInstance().prefsDefaults();
     PreferencesDialog dialog;
-    QCheckBox* warnSpace = nullptr;
-    for (QCheckBox* box : dialog.findChildren<QCheckBox*>())
+    QCheckBox *warnSpace = nullptr, *autoClip = nullptr;
+    for (QCheckBox* box : dialog.findChildren<QCheckBox*>()) {
         if (box->text().contains("contents exceed") && box->text().startsWith("Warn when"))
             warnSpace = box;
+        if (box->text().contains("Clip tab"))
+            autoClip = box;
+    }
     ASSERT_NE(warnSpace, nullptr);
+    ASSERT_NE(autoClip, nullptr);
+    EXPECT_FALSE(autoClip->isChecked());
+    autoClip->setChecked(true);
     const QList<QComboBox*> combos = dialog.findChildren<QComboBox*>();
     ASSERT_EQ(combos.size(), 2);
     EXPECT_EQ(combos[0]->currentText(), "600");
@@ -144,4 +150,7 @@ TEST(PreferencesDialog, UntickingAWarningDisablesItsComboAndSaveStoresTheControl
     EXPECT_EQ(Defaults::standard().integerForKey("prefsWarnSpaceCheckStored"), 0);
     EXPECT_EQ(Defaults::standard().integerForKey("prefsWarnMoreComboStored"), 700);
     EXPECT_EQ(Defaults::standard().integerForKey("prefsWarnSpaceComboStored"), 600);
+    EXPECT_EQ(Defaults::standard().integerForKey("prefsAutoClipStored"), 1);
+    EXPECT_EQ(Preferences::sharedInstance().prefsIntForKey(PrefKeys::AutoClip), 1);
+    Preferences::sharedInstance().prefsDefaults();
 }

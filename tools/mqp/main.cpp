@@ -22,12 +22,14 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <atomic>
 #include <cstring>
 #include <string>
+#include <vector>
 
 // GLib, GStreamer and its plugins (libav's decoders among them) keep allocations
 // of their own past the end of the process; a sanitizer build must not count
@@ -89,7 +91,156 @@ struct Converter {
     GstElement* pipeline = nullptr;
     GstElement* firstOfChain = nullptr; // where the decoded audio goes in
     bool audioLinked = false;
+    GstClockTime encoded = 0;  // the length of the audio handed to the encoder
 };
+
+GstPadProbeReturn countEncoded(GstPad* /*pad*/, GstPadProbeInfo* info, gpointer data)
+{
+    const GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+    if (buffer && GST_BUFFER_DURATION_IS_VALID(buffer))
+        static_cast<Converter*>(data)->encoded += GST_BUFFER_DURATION(buffer);
+    return GST_PAD_PROBE_OK;
+}
+
+// ---------------------------------------------------------------- MP4 edit list
+
+uint32_t bigEndian32(const unsigned char* at)
+{
+    return uint32_t(at[0]) << 24 | uint32_t(at[1]) << 16 | uint32_t(at[2]) << 8 | uint32_t(at[3]);
+}
+
+uint64_t bigEndian64(const unsigned char* at)
+{
+    return uint64_t(bigEndian32(at)) << 32 | bigEndian32(at + 4);
+}
+
+void putBigEndian32(unsigned char* at, uint32_t value)
+{
+    for (int i = 0; i < 4; ++i)
+        at[i] = static_cast<unsigned char>(value >> (24 - 8 * i));
+}
+
+void putBigEndian64(unsigned char* at, uint64_t value)
+{
+    putBigEndian32(at, uint32_t(value >> 32));
+    putBigEndian32(at + 4, uint32_t(value));
+}
+
+// The box of the given type directly inside [begin, end): its contents, or null.
+const unsigned char* findBox(const unsigned char* begin, const unsigned char* end, const char* type,
+                             const unsigned char** contentEnd)
+{
+    while (end - begin >= 8) {
+        uint64_t size = bigEndian32(begin);
+        size_t header = 8;
+        if (size == 1 && end - begin >= 16) {
+            size = bigEndian64(begin + 8);
+            header = 16;
+        } else if (size == 0) {
+            size = uint64_t(end - begin);
+        }
+        if (size < header || size > uint64_t(end - begin))
+            return nullptr;
+        if (std::memcmp(begin + 4, type, 4) == 0) {
+            *contentEnd = begin + size;
+            return begin + header;
+        }
+        begin += size;
+    }
+    return nullptr;
+}
+
+// The timescale and duration of an mvhd or mdhd box (versions 0 and 1).
+bool readHeader(const unsigned char* at, const unsigned char* end, uint32_t* timescale, uint64_t* duration)
+{
+    const bool wide = end - at >= 1 && at[0] == 1;
+    if (end - at < (wide ? 32 : 20))
+        return false;
+    *timescale = bigEndian32(at + (wide ? 20 : 12));
+    *duration = wide ? bigEndian64(at + 24) : bigEndian32(at + 16);
+    return *timescale > 0;
+}
+
+// Sets the duration field of an mvhd (at 16, or 24 in version 1) or tkhd (20 or 28) box.
+void putDuration(const unsigned char* box, size_t narrowAt, size_t wideAt, uint64_t duration)
+{
+    auto* at = const_cast<unsigned char*>(box);
+    if (at[0] == 1)
+        putBigEndian64(at + wideAt, duration);
+    else
+        putBigEndian32(at + narrowAt, uint32_t(duration));
+}
+
+// mp4mux writes an edit list that starts at the encoder's first sample, so
+// decoders play its priming samples before the audio and the file sounds longer
+// than what was encoded. The media's duration is the priming plus the audio (the
+// last frame's padding is already cut), so the edit can start after the priming
+// and span exactly the audio: players then give back the length encoded, and
+// the movie and track say that length.
+void skipEncoderPriming(const char* path, GstClockTime encoded)
+{
+    FILE* file = std::fopen(path, "r+b");
+    if (!file)
+        return;
+    long moovAt = 0;
+    uint64_t moovSize = 0;
+    unsigned char header[16];
+    while (std::fseek(file, moovAt, SEEK_SET) == 0 && std::fread(header, 1, 8, file) == 8) {
+        moovSize = bigEndian32(header);
+        if (moovSize == 1 && std::fread(header + 8, 1, 8, file) == 8)
+            moovSize = bigEndian64(header + 8);
+        if (moovSize < 8)
+            break;
+        if (std::memcmp(header + 4, "moov", 4) == 0)
+            break;
+        moovAt += long(moovSize);
+        moovSize = 0;
+    }
+    std::vector<unsigned char> moov(moovSize >= 16 && moovSize < (64u << 20) ? size_t(moovSize) : 0);
+    if (moov.empty() || std::fseek(file, moovAt, SEEK_SET) != 0 ||
+        std::fread(moov.data(), 1, moov.size(), file) != moov.size()) {
+        std::fclose(file);
+        return;
+    }
+    const unsigned char* const end = moov.data() + moov.size();
+    const unsigned char *mvhdEnd = nullptr, *trakEnd = nullptr, *tkhdEnd = nullptr, *mdiaEnd = nullptr,
+                        *mdhdEnd = nullptr, *edtsEnd = nullptr, *elstEnd = nullptr;
+    const unsigned char* contents = moov.data() + 8;
+    const unsigned char* mvhd = findBox(contents, end, "mvhd", &mvhdEnd);
+    const unsigned char* trak = findBox(contents, end, "trak", &trakEnd);
+    const unsigned char* tkhd = trak ? findBox(trak, trakEnd, "tkhd", &tkhdEnd) : nullptr;
+    const unsigned char* mdia = trak ? findBox(trak, trakEnd, "mdia", &mdiaEnd) : nullptr;
+    const unsigned char* mdhd = mdia ? findBox(mdia, mdiaEnd, "mdhd", &mdhdEnd) : nullptr;
+    const unsigned char* edts = trak ? findBox(trak, trakEnd, "edts", &edtsEnd) : nullptr;
+    const unsigned char* elst = edts ? findBox(edts, edtsEnd, "elst", &elstEnd) : nullptr;
+    uint32_t movieScale = 0, mediaScale = 0;
+    uint64_t movieDuration = 0, mediaDuration = 0;
+    // One entry, version 0 or 1: flags, count, duration, start, rate.
+    if (mvhd && tkhd && mdhd && elst && tkhdEnd - tkhd >= (tkhd[0] == 1 ? 36 : 24) &&
+        readHeader(mvhd, mvhdEnd, &movieScale, &movieDuration) &&
+        readHeader(mdhd, mdhdEnd, &mediaScale, &mediaDuration) && elstEnd - elst >= 8 && bigEndian32(elst + 4) == 1 &&
+        elstEnd - elst >= (elst[0] == 1 ? 28 : 20)) {
+        const uint64_t samples = gst_util_uint64_scale_round(encoded, mediaScale, GST_SECOND);
+        const uint64_t priming = mediaDuration > samples ? mediaDuration - samples : 0;
+        // An AAC encoder primes with one or two frames; anything else is left as it is.
+        if (samples > 0 && priming > 0 && priming <= 2048) {
+            auto* entry = const_cast<unsigned char*>(elst) + 8;
+            const uint64_t span = gst_util_uint64_scale_round(samples, movieScale, mediaScale);
+            if (elst[0] == 1) {
+                putBigEndian64(entry, span);
+                putBigEndian64(entry + 8, priming);
+            } else {
+                putBigEndian32(entry, uint32_t(span));
+                putBigEndian32(entry + 4, uint32_t(priming));
+            }
+            putDuration(mvhd, 16, 24, span);
+            putDuration(tkhd, 20, 28, span);
+            if (std::fseek(file, moovAt, SEEK_SET) == 0)
+                std::fwrite(moov.data(), 1, moov.size(), file);
+        }
+    }
+    std::fclose(file);
+}
 
 void onDecodedPad(GstElement* /*decoder*/, GstPad* pad, gpointer data)
 {
@@ -193,6 +344,9 @@ int convert(const char* source, const char* settingsPath, const char* destinatio
     if (muxer) {
         gst_bin_add(GST_BIN(converter.pipeline), muxer);
         linked = linked && gst_element_link_many(encoder, muxer, sink, nullptr);
+        GstPad* encoderInput = gst_element_get_static_pad(encoder, "sink");
+        gst_pad_add_probe(encoderInput, GST_PAD_PROBE_TYPE_BUFFER, countEncoded, &converter, nullptr);
+        gst_object_unref(encoderInput);
     } else {
         linked = linked && gst_element_link(encoder, sink);
     }
@@ -229,6 +383,8 @@ int convert(const char* source, const char* settingsPath, const char* destinatio
     // A half-written file would pass for a result.
     if (status != 0)
         std::remove(destination);
+    else if (aac)
+        skipEncoderPriming(destination, converter.encoded);
     return status;
 }
 
