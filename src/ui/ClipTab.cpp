@@ -1,4 +1,5 @@
 #include "ui/ClipTab.h"
+#include "ui/SourceOutline.h"
 
 #include "core/Defaults.h"
 #include "core/NotificationCenter.h"
@@ -31,7 +32,7 @@
 
 namespace {
 
-constexpr int kRowRole = Qt::UserRole + 1;
+constexpr int kRowRole = SourceOutline::kRowRole;
 constexpr int kFirstClipColumn = 2;  // title, duration, then the five parameters
 constexpr double kEdgeGrabPixels = 6;
 constexpr int kMaxGainDb = 30;  // the slider's reach; the table takes more
@@ -82,17 +83,6 @@ protected:
         postDrop(this, dropped);
     }
 };
-
-QToolButton* toolButton(const char* icon, const QString& text, const QString& tip)
-{
-    auto* button = new QToolButton;
-    button->setIcon(QIcon::fromTheme(QString::fromLatin1(icon)));
-    button->setText(text);
-    button->setToolTip(tip);
-    button->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-    button->setAutoRaise(true);
-    return button;
-}
 
 double number(const QVariantMap& parameters, const char* key)
 {
@@ -238,7 +228,7 @@ ClipTab::ClipTab(ClipSourcesWrapper& clip, QWidget* parent)
         if (!items.isEmpty() && !clip_.selectSource(items.first()->data(0, kRowRole).toInt()))
             statusLabel_->setText(tr("Still reading the songs of the last source; try again in a moment."));
     });
-    auto* eject = toolButton("media-eject", tr("Eject"), tr("Eject the selected disc or flash player"));
+    auto* eject = makeToolButton("media-eject", tr("Eject"), tr("Eject the selected disc or flash player"));
     connect(eject, &QToolButton::clicked, this, [this] {
         if (const auto alert = clip_.ejectSelectedMedium())
             showAlert(alert->title, alert->message);
@@ -320,10 +310,10 @@ ClipTab::ClipTab(ClipSourcesWrapper& clip, QWidget* parent)
     splitter->setStretchFactor(1, 1);
 
     // Playing.
-    auto* playSong = toolButton("media-playback-start", tr("Play Song"), tr("Play the selected song from its start"));
-    auto* playClip = toolButton("media-seek-forward", tr("Play Clip"), tr("Play only the clip of the selected song"));
-    auto* pause = toolButton("media-playback-pause", tr("Pause"), tr("Pause or go on playing"));
-    auto* stop = toolButton("media-playback-stop", tr("Stop"), tr("Stop playing"));
+    auto* playSong = makeToolButton("media-playback-start", tr("Play Song"), tr("Play the selected song from its start"));
+    auto* playClip = makeToolButton("media-seek-forward", tr("Play Clip"), tr("Play only the clip of the selected song"));
+    auto* pause = makeToolButton("media-playback-pause", tr("Pause"), tr("Pause or go on playing"));
+    auto* stop = makeToolButton("media-playback-stop", tr("Stop"), tr("Stop playing"));
     connect(playSong, &QToolButton::clicked, this, [this] { clip_.playThisSong(std::max(currentRow(), 0)); });
     connect(playClip, &QToolButton::clicked, this, [this] { clip_.playClip(std::max(currentRow(), 0)); });
     connect(pause, &QToolButton::clicked, &clip_, &ClipSourcesWrapper::pausePlaying);
@@ -345,7 +335,7 @@ ClipTab::ClipTab(ClipSourcesWrapper& clip, QWidget* parent)
     controls->addSpacing(16);
     controls->addWidget(new QLabel(tr("At the end:")));
     for (const auto& m : modes) {
-        auto* button = toolButton(m.icon, m.text, m.tip);
+        auto* button = makeToolButton(m.icon, m.text, m.tip);
         button->setCheckable(true);
         button->setChecked(browser.isModeOn(m.mode));
         connect(button, &QToolButton::clicked, this,
@@ -415,33 +405,15 @@ ClipTab::ClipTab(ClipSourcesWrapper& clip, QWidget* parent)
 
 void ClipTab::rebuildOutline()
 {
-    const QSignalBlocker blocker(outline_);
-    outline_->clear();
-    QTreeWidgetItem* top = nullptr;
-    const QList<PlaySourcesWrapper::SourceRow> rows = clip_.browser().sources();
-    for (int row = 0; row < rows.size(); ++row) {
-        const PlaySourcesWrapper::SourceRow& source = rows[row];
-        auto* item = source.level == 0 || !top ? new QTreeWidgetItem(outline_) : new QTreeWidgetItem(top);
-        if (source.level == 0)
-            top = item;
-        item->setText(0, source.title);
-        item->setIcon(
-            0, QIcon::fromTheme(source.level == 0 ? QStringLiteral("folder") : QStringLiteral("audio-x-generic")));
-        item->setToolTip(0, source.path.isEmpty() ? tr("Every song of %1").arg(source.title) : source.path);
-        item->setData(0, kRowRole, row);
-    }
-    outline_->expandAll();
-    showSourceSelected(clip_.browser().selectedSource());
+    QList<SourceOutline::Row> rows;
+    for (const PlaySourcesWrapper::SourceRow& source : clip_.browser().sources())
+        rows << SourceOutline::Row{source.title, source.path, QIcon::fromTheme(source.level == 0 ? QStringLiteral("folder") : QStringLiteral("audio-x-generic")), source.level};
+    SourceOutline::fill(outline_, rows, tr("Every song of %1"), clip_.browser().selectedSource());
 }
 
 void ClipTab::showSourceSelected(int row)
 {
-    const QSignalBlocker blocker(outline_);
-    outline_->clearSelection();
-    for (QTreeWidgetItemIterator it(outline_); *it; ++it) {
-        if ((*it)->data(0, kRowRole).toInt() == row)
-            (*it)->setSelected(true);
-    }
+    SourceOutline::select(outline_, row);
 }
 
 void ClipTab::rebuildSongTable()

@@ -1,4 +1,5 @@
 #include "ui/PlayTab.h"
+#include "ui/SourceOutline.h"
 
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
@@ -31,7 +32,7 @@
 
 namespace {
 
-constexpr int kRowRole = Qt::UserRole + 1;
+constexpr int kRowRole = SourceOutline::kRowRole;
 
 // The sources outline; files dropped on it from the desktop become the drop zone.
 class PlaySourcesOutline : public QTreeWidget {
@@ -72,17 +73,6 @@ protected:
     }
 };
 
-QToolButton* toolButton(const char* icon, const QString& text, const QString& tip)
-{
-    auto* button = new QToolButton;
-    button->setIcon(QIcon::fromTheme(QString::fromLatin1(icon)));
-    button->setText(text);
-    button->setToolTip(tip);
-    button->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-    button->setAutoRaise(true);
-    return button;
-}
-
 QString durationText(const QVariantMap& record)
 {
     bool ok = false;
@@ -115,7 +105,7 @@ QIcon sourceIcon(PlaySourcesWrapper::SourceKind kind)
 PlayTab::PlayTab(PlaySourcesWrapper& play, QWidget* parent)
     : QWidget(parent), play_(play), outline_(new PlaySourcesOutline), table_(new QTableView),
       songs_(new QStandardItemModel(this)),
-      pauseButton_(toolButton("media-playback-pause", tr("Pause"), tr("Pause the song (not in its last moments)"))),
+      pauseButton_(makeToolButton("media-playback-pause", tr("Pause"), tr("Pause the song (not in its last moments)"))),
       volume_(new QSlider(Qt::Horizontal)), position_(new QSlider(Qt::Horizontal)),
       timeLabel_(new QLabel(QStringLiteral("00:00"))), nowPlayingLabel_(new QLabel), messageLabel_(new QLabel),
       loadingLabel_(new QLabel), formatCombo_(new QComboBox)
@@ -129,7 +119,7 @@ PlayTab::PlayTab(PlaySourcesWrapper& play, QWidget* parent)
         if (!items.isEmpty())
             play_.selectSource(items.first()->data(0, kRowRole).toInt());
     });
-    auto* eject = toolButton("media-eject", tr("Eject"), tr("Eject the selected disc"));
+    auto* eject = makeToolButton("media-eject", tr("Eject"), tr("Eject the selected disc"));
     connect(eject, &QToolButton::clicked, &play_, &PlaySourcesWrapper::ejectSelectedCD);
     auto* sourcesPane = new QWidget;
     auto* sourcesLayout = new QVBoxLayout(sourcesPane);
@@ -163,11 +153,11 @@ PlayTab::PlayTab(PlaySourcesWrapper& play, QWidget* parent)
     splitter->setStretchFactor(1, 1);
 
     // The player.
-    auto* playButton = toolButton("media-playback-start", tr("Play"), tr("Play the selected song"));
-    auto* stopButton = toolButton("media-playback-stop", tr("Stop"), tr("Stop playing"));
-    auto* restartButton = toolButton("media-skip-backward", tr("Restart"), tr("Play the song from its start"));
-    auto* nextButton = toolButton("media-skip-forward", tr("Next"), tr("Go on to the next song"));
-    auto* infoButton = toolButton("dialog-information", tr("Information"), tr("What is known of the selected song"));
+    auto* playButton = makeToolButton("media-playback-start", tr("Play"), tr("Play the selected song"));
+    auto* stopButton = makeToolButton("media-playback-stop", tr("Stop"), tr("Stop playing"));
+    auto* restartButton = makeToolButton("media-skip-backward", tr("Restart"), tr("Play the song from its start"));
+    auto* nextButton = makeToolButton("media-skip-forward", tr("Next"), tr("Go on to the next song"));
+    auto* infoButton = makeToolButton("dialog-information", tr("Information"), tr("What is known of the selected song"));
     connect(playButton, &QToolButton::clicked, &play_, &PlaySourcesWrapper::playSelectedSong);
     connect(stopButton, &QToolButton::clicked, &play_, &PlaySourcesWrapper::stopPlayingSong);
     connect(restartButton, &QToolButton::clicked, &play_, &PlaySourcesWrapper::restartSong);
@@ -209,7 +199,7 @@ PlayTab::PlayTab(PlaySourcesWrapper& play, QWidget* parent)
     auto* modesLayout = new QHBoxLayout;
     modesLayout->addWidget(new QLabel(tr("At the end:")));
     for (const auto& m : modes) {
-        auto* button = toolButton(m.icon, m.text, m.tip);
+        auto* button = makeToolButton(m.icon, m.text, m.tip);
         button->setCheckable(true);
         connect(button, &QToolButton::clicked, this,
                 [this, mode = m.mode](bool checked) { play_.selectPlaybackMode(mode, checked); });
@@ -299,34 +289,15 @@ PlayTab::PlayTab(PlaySourcesWrapper& play, QWidget* parent)
 
 void PlayTab::rebuildOutline()
 {
-    const QSignalBlocker blocker(outline_);
-    outline_->clear();
-    QTreeWidgetItem* top = nullptr;
-    const QList<PlaySourcesWrapper::SourceRow> rows = play_.sources();
-    for (int row = 0; row < rows.size(); ++row) {
-        const PlaySourcesWrapper::SourceRow& source = rows[row];
-        auto* item = source.level == 0 || !top ? new QTreeWidgetItem(outline_) : new QTreeWidgetItem(top);
-        if (source.level == 0)
-            top = item;
-        item->setText(0, source.title);
-        item->setIcon(0, sourceIcon(source.kind));
-        item->setToolTip(0, source.path.isEmpty() ? tr("Every song of %1").arg(source.title) : source.path);
-        item->setData(0, kRowRole, row);
-    }
-    outline_->expandAll();
-    showSourceSelected(play_.selectedSource());
+    QList<SourceOutline::Row> rows;
+    for (const PlaySourcesWrapper::SourceRow& source : play_.sources())
+        rows << SourceOutline::Row{source.title, source.path, sourceIcon(source.kind), source.level};
+    SourceOutline::fill(outline_, rows, tr("Every song of %1"), play_.selectedSource());
 }
 
 void PlayTab::showSourceSelected(int row)
 {
-    const QSignalBlocker blocker(outline_);
-    outline_->clearSelection();
-    for (QTreeWidgetItemIterator it(outline_); *it; ++it) {
-        if ((*it)->data(0, kRowRole).toInt() == row) {
-            (*it)->setSelected(true);
-            outline_->scrollToItem(*it);
-        }
-    }
+    SourceOutline::select(outline_, row);
 }
 
 void PlayTab::rebuildSongTable()

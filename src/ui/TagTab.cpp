@@ -1,4 +1,5 @@
 #include "ui/TagTab.h"
+#include "ui/SourceOutline.h"
 
 #include "tabs/TagSourcesWrapper.h"
 #include "ui/ProgressSheet.h"
@@ -95,7 +96,7 @@ private:
 
 namespace {
 
-constexpr int kRowRole = Qt::UserRole + 1;
+constexpr int kRowRole = SourceOutline::kRowRole;
 
 QImage imageFrom(const QMimeData* mime)
 {
@@ -109,17 +110,6 @@ QImage imageFrom(const QMimeData* mime)
             return image;
     }
     return {};
-}
-
-QToolButton* toolButton(const char* icon, const QString& text, const QString& tip)
-{
-    auto* button = new QToolButton;
-    button->setIcon(QIcon::fromTheme(QString::fromLatin1(icon)));
-    button->setText(text);
-    button->setToolTip(tip);
-    button->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-    button->setAutoRaise(true);
-    return button;
 }
 
 QIcon sourceIcon(TagSourcesWrapper::SourceKind kind)
@@ -200,7 +190,7 @@ TagTab::TagTab(TagSourcesWrapper& tags, QWidget* parent)
       table_(new QTableView), artist_(new QLineEdit), album_(new QLineEdit), well_(new ArtworkWell),
       position_(new QLabel), size_(new QLabel), pictureType_(new QComboBox),
       save_(new QPushButton(QIcon::fromTheme(QStringLiteral("document-save")), tr("Save"))),
-      findStatus_(new QLabel), stop_(toolButton("process-stop", tr("Stop"), tr("Stop reading this source's files")))
+      findStatus_(new QLabel), stop_(makeToolButton("process-stop", tr("Stop"), tr("Stop reading this source's files")))
 {
     // Sources.
     outline_->setObjectName(QStringLiteral("tagSources"));
@@ -211,7 +201,7 @@ TagTab::TagTab(TagSourcesWrapper& tags, QWidget* parent)
         if (!items.isEmpty())
             tags_.selectSource(items.first()->data(0, kRowRole).toInt());
     });
-    auto* openFolder = toolButton("folder-open", tr("Open Folder…"), tr("Add a folder of music files as a source"));
+    auto* openFolder = makeToolButton("folder-open", tr("Open Folder…"), tr("Add a folder of music files as a source"));
     connect(openFolder, &QToolButton::clicked, this, [this] {
         auto* chooser = new QFileDialog(this, tr("Open Folder"));
         chooser->setFileMode(QFileDialog::Directory);
@@ -220,7 +210,7 @@ TagTab::TagTab(TagSourcesWrapper& tags, QWidget* parent)
         connect(chooser, &QFileDialog::fileSelected, this, [this](const QString& folder) { tags_.addFolder(folder); });
         chooser->open();
     });
-    auto* removeFolder = toolButton("list-remove", tr("Remove"), tr("Take the selected folder off this list"));
+    auto* removeFolder = makeToolButton("list-remove", tr("Remove"), tr("Take the selected folder off this list"));
     connect(removeFolder, &QToolButton::clicked, this, [this] {
         const auto source = tags_.sources().value(tags_.selectedSource());
         if (source.kind == TagSourcesWrapper::SourceKind::Folder && source.level == 1)
@@ -244,7 +234,7 @@ TagTab::TagTab(TagSourcesWrapper& tags, QWidget* parent)
     save_->setToolTip(tr("Write the tags and artwork of the selected files (Ctrl+S)"));
     save_->setShortcut(QKeySequence::Save);
     connect(save_, &QPushButton::clicked, this, [this] { tags_.setTags(); });
-    auto* information = toolButton("dialog-information", tr("Information"),
+    auto* information = makeToolButton("dialog-information", tr("Information"),
                                    tr("Show what the selected file's tags hold (every ID3 frame of an MP3 file)"));
     connect(information, &QToolButton::clicked, this, &TagTab::showInformation);
     auto* fields = new QHBoxLayout;
@@ -293,18 +283,18 @@ TagTab::TagTab(TagSourcesWrapper& tags, QWidget* parent)
         if (!tags_.setArtworkImage(image) && !tags_.selectedRows().isEmpty())
             QMessageBox::warning(this, tr("Artwork"), tr("This picture cannot be used as artwork."));
     });
-    auto* previous = toolButton("go-previous", tr("Previous"), tr("Show the previous picture"));
-    auto* next = toolButton("go-next", tr("Next"), tr("Show the next picture"));
+    auto* previous = makeToolButton("go-previous", tr("Previous"), tr("Show the previous picture"));
+    auto* next = makeToolButton("go-next", tr("Next"), tr("Show the next picture"));
     connect(previous, &QToolButton::clicked, &tags_, &TagSourcesWrapper::prevArtwork);
     connect(next, &QToolButton::clicked, &tags_, &TagSourcesWrapper::nextArtwork);
     pictureType_->addItems(TagSourcesWrapper::pictureTypeNames());
     pictureType_->setToolTip(tr("What the picture shows"));
     connect(pictureType_, &QComboBox::activated, this,
             [this](int index) { tags_.setArtworkPictureType(pictureType_->itemText(index)); });
-    auto* add = toolButton("list-add", tr("Add"), tr("Add a picture after this one"));
-    auto* remove = toolButton("list-remove", tr("Delete"), tr("Remove this picture from the file"));
-    auto* choose = toolButton("document-open", tr("Choose…"), tr("Choose a picture file for this artwork"));
-    auto* paste = toolButton("edit-paste", tr("Paste"), tr("Use the picture on the clipboard (Ctrl+V)"));
+    auto* add = makeToolButton("list-add", tr("Add"), tr("Add a picture after this one"));
+    auto* remove = makeToolButton("list-remove", tr("Delete"), tr("Remove this picture from the file"));
+    auto* choose = makeToolButton("document-open", tr("Choose…"), tr("Choose a picture file for this artwork"));
+    auto* paste = makeToolButton("edit-paste", tr("Paste"), tr("Use the picture on the clipboard (Ctrl+V)"));
     connect(add, &QToolButton::clicked, &tags_, &TagSourcesWrapper::addArtwork);
     connect(remove, &QToolButton::clicked, &tags_, &TagSourcesWrapper::deleteArtwork);
     connect(choose, &QToolButton::clicked, this, &TagTab::chooseArtworkFile);
@@ -365,34 +355,15 @@ TagTab::TagTab(TagSourcesWrapper& tags, QWidget* parent)
 
 void TagTab::rebuildOutline()
 {
-    const QSignalBlocker blocker(outline_);
-    outline_->clear();
-    QTreeWidgetItem* top = nullptr;
-    const QList<TagSourcesWrapper::SourceRow> rows = tags_.sources();
-    for (int row = 0; row < rows.size(); ++row) {
-        const TagSourcesWrapper::SourceRow& source = rows[row];
-        auto* item = source.level == 0 || !top ? new QTreeWidgetItem(outline_) : new QTreeWidgetItem(top);
-        if (source.level == 0)
-            top = item;
-        item->setText(0, source.title);
-        item->setIcon(0, sourceIcon(source.kind));
-        item->setToolTip(0, source.path.isEmpty() ? tr("Every file of %1").arg(source.title) : source.path);
-        item->setData(0, kRowRole, row);
-    }
-    outline_->expandAll();
-    showSourceSelected(tags_.selectedSource());
+    QList<SourceOutline::Row> rows;
+    for (const TagSourcesWrapper::SourceRow& source : tags_.sources())
+        rows << SourceOutline::Row{source.title, source.path, sourceIcon(source.kind), source.level};
+    SourceOutline::fill(outline_, rows, tr("Every file of %1"), tags_.selectedSource());
 }
 
 void TagTab::showSourceSelected(int row)
 {
-    const QSignalBlocker blocker(outline_);
-    outline_->clearSelection();
-    for (QTreeWidgetItemIterator it(outline_); *it; ++it) {
-        if ((*it)->data(0, kRowRole).toInt() == row) {
-            (*it)->setSelected(true);
-            outline_->scrollToItem(*it);
-        }
-    }
+    SourceOutline::select(outline_, row);
 }
 
 void TagTab::showSelection()
