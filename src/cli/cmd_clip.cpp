@@ -1,4 +1,5 @@
 // velmora-cli clip: the Clip tab's save path without the window.
+#include "cli/CliChecks.h"
 #include "cli/CliCommand.h"
 #include "cli/HeldJobs.h"
 #include "cli/JobProgress.h"
@@ -81,22 +82,13 @@ int runClip(const QStringList& arguments)
         std::fprintf(stderr, "velmora-cli clip: unknown type \"%s\"\n", qPrintable(type));
         return usage();
     }
-    out = QFileInfo(out).absoluteFilePath();
-    if (!createDirectoriesAtPath(out) && !QFileInfo(out).isDir()) {
-        std::fprintf(stderr, "velmora-cli clip: cannot create the folder %s\n", qPrintable(out));
+    out = cliOutputFolder("clip", out);
+    if (out.isEmpty())
         return 1;
-    }
 
     AppControllers controllers;
-    if (type == QLatin1String("MP3")) {
-        LameWrapper& lame = controllers.lame();
-        lame.lookForLame();
-        if (!lame.lameFound()) {
-            std::fprintf(stderr, "velmora-cli clip: MP3 export is disabled: %s (%s)\n", qPrintable(lame.versionText()),
-                         qPrintable(lame.pathText()));
-            return 1;
-        }
-    }
+    if (type == QLatin1String("MP3") && !cliLameReady("clip", controllers.lame()))
+        return 1;
     int failures = 0;
     QVariantList sources, settings;
     for (const QString& file : files) {

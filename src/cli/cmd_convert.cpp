@@ -1,4 +1,5 @@
 // velmora-cli convert: the Music tab's save path without the window.
+#include "cli/CliChecks.h"
 #include "cli/CliCommand.h"
 #include "cli/HeldJobs.h"
 #include "cli/JobProgress.h"
@@ -62,22 +63,13 @@ int runConvert(const QStringList& arguments)
         std::fprintf(stderr, "velmora-cli: unknown type \"%s\"\n", qPrintable(type));
         return usage();
     }
-    out = QFileInfo(out).absoluteFilePath();
-    if (!createDirectoriesAtPath(out) && !QFileInfo(out).isDir()) {
-        std::fprintf(stderr, "velmora-cli: cannot create the folder %s\n", qPrintable(out));
+    out = cliOutputFolder("convert", out);
+    if (out.isEmpty())
         return 1;
-    }
 
     AppControllers controllers;
-    if (type == QLatin1String("MP3")) {
-        LameWrapper& lame = controllers.lame();
-        lame.lookForLame();
-        if (!lame.lameFound()) {
-            std::fprintf(stderr, "velmora-cli convert: MP3 export is disabled: %s (%s)\n",
-                         qPrintable(lame.versionText()), qPrintable(lame.pathText()));
-            return 1;
-        }
-    }
+    if (type == QLatin1String("MP3") && !cliLameReady("convert", controllers.lame()))
+        return 1;
     MusicSourcesWrapper& music = controllers.musicSources();
     music.setSaveInBackground(true);
     HeldJobs held;

@@ -1,4 +1,5 @@
 // velmora-cli export: one export request, posted exactly as a tab posts it.
+#include "cli/CliChecks.h"
 #include "cli/CliCommand.h"
 #include "cli/HeldJobs.h"
 #include "cli/JobProgress.h"
@@ -108,15 +109,8 @@ int runExport(const QStringList& arguments)
         defaults.setInteger(QStringLiteral("mTSPResampleStored"), *resample == QLatin1String("48000") ? 1 : 0);
 
     AppControllers controllers;
-    if (type == QLatin1String("MP3")) {
-        LameWrapper& lame = controllers.lame();
-        lame.lookForLame();
-        if (!lame.lameFound()) {
-            std::fprintf(stderr, "velmora-cli export: MP3 export is disabled: %s (%s)\n",
-                         qPrintable(lame.versionText()), qPrintable(lame.pathText()));
-            return 1;
-        }
-    }
+    if (type == QLatin1String("MP3") && !cliLameReady("export", controllers.lame()))
+        return 1;
 
     // The destination is ours once reserved; a file already there is replaced
     // (in one step, when the new one is whole) only when asked to.

@@ -1,4 +1,5 @@
 // velmora-cli rip: the Rip tab's save path without the window.
+#include "cli/CliChecks.h"
 #include "cli/CliCommand.h"
 #include "cli/DiscOptions.h"
 #include "cli/JobProgress.h"
@@ -121,22 +122,14 @@ int runRip(const QStringList& arguments)
         }
     }
     types.removeDuplicates();
-    out = QFileInfo(out).absoluteFilePath();
-    if (!createDirectoriesAtPath(out) || !QFileInfo(out).isDir()) {
-        std::fprintf(stderr, "velmora-cli: cannot create the folder %s\n", qPrintable(out));
+    out = cliOutputFolder("rip", out);
+    if (out.isEmpty())
         return 1;
-    }
 
     ExportJobs exports;
     LameWrapper lame;
-    if (types.contains(QStringLiteral("MP3"))) {
-        lame.lookForLame();
-        if (!lame.lameFound()) {
-            std::fprintf(stderr, "velmora-cli rip: MP3 export is disabled: %s (%s)\n", qPrintable(lame.versionText()),
-                         qPrintable(lame.pathText()));
-            return 1;
-        }
-    }
+    if (types.contains(QStringLiteral("MP3")) && !cliLameReady("rip", lame))
+        return 1;
     JobProgress progress;
     mounted_cd_wrapper watcher(std::make_unique<SystemCdDrives>(), options);
     RipSourcesWrapper rip(watcher);
