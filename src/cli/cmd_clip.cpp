@@ -1,6 +1,7 @@
 // velmora-cli clip: the Clip tab's save path without the window.
 #include "cli/CliChecks.h"
 #include "cli/CliCommand.h"
+#include "cli/InterruptWatch.h"
 #include "cli/HeldJobs.h"
 #include "cli/JobProgress.h"
 
@@ -14,21 +15,11 @@
 
 #include <QHash>
 
-#include <atomic>
 #include <chrono>
 #include <cmath>
-#include <csignal>
 #include <cstdio>
-#include <thread>
 
 namespace {
-
-std::atomic<bool> interrupted{false};
-
-void onInterrupt(int)
-{
-    interrupted = true;
-}
 
 int usage()
 {
@@ -116,22 +107,14 @@ int runClip(const QStringList& arguments)
         });
 
     // Ctrl-C cancels the save: the clip in hand is stopped and nothing half-made stays.
-    interrupted = false;
-    auto previous = std::signal(SIGINT, onInterrupt);
-    std::atomic<bool> finished{false};
-    std::thread watcher([&] {
-        while (!finished) {
-            if (interrupted) {
-                save->cancel();
-                break;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-    });
-    const JobResult result = save->run();
-    finished = true;
-    watcher.join();
-    std::signal(SIGINT, previous);
+    JobResult result;
+    {
+        const InterruptWatch watch([&] {
+            save->cancel();
+            return true;
+        });
+        result = save->run();
+    }
     std::fflush(stdout);
     if (result.outcome == JobResult::Outcome::Cancelled)
         return 130;

@@ -1,6 +1,7 @@
 // velmora-cli convert: the Music tab's save path without the window.
 #include "cli/CliChecks.h"
 #include "cli/CliCommand.h"
+#include "cli/InterruptWatch.h"
 #include "cli/HeldJobs.h"
 #include "cli/JobProgress.h"
 
@@ -14,21 +15,11 @@
 
 #include <QFileInfo>
 
-#include <atomic>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <mutex>
-#include <thread>
 
 namespace {
-
-std::atomic<bool> interrupted{false};
-
-void onInterrupt(int)
-{
-    interrupted = true;
-}
 
 int usage()
 {
@@ -124,23 +115,14 @@ int runConvert(const QStringList& arguments)
 
     // Ctrl-C is the progress sheet's Cancel button, also once every file is handed
     // over: encoders still waiting for a slot never start.
-    interrupted = false;
-    auto previous = std::signal(SIGINT, onInterrupt);
-    std::atomic<bool> finished{false};
-    std::thread watcher([&] {
-        while (!finished) {
-            if (interrupted) {
-                music.terminateSave();
-                break;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-    });
-    save->run();
-    controllers.exportJobs().waitForBackgroundWork();
-    finished = true;
-    watcher.join();
-    std::signal(SIGINT, previous);
+    {
+        const InterruptWatch watch([&] {
+            music.terminateSave();
+            return true;
+        });
+        save->run();
+        controllers.exportJobs().waitForBackgroundWork();
+    }
 
     // A file counts as written only when its job says it was made whole.
     int written = 0;

@@ -1,6 +1,7 @@
 // velmora-cli export: one export request, posted exactly as a tab posts it.
 #include "cli/CliChecks.h"
 #include "cli/CliCommand.h"
+#include "cli/InterruptWatch.h"
 #include "cli/HeldJobs.h"
 #include "cli/JobProgress.h"
 
@@ -17,20 +18,10 @@
 
 #include <QFileInfo>
 
-#include <atomic>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
-#include <thread>
 
 namespace {
-
-std::atomic<bool> interrupted{false};
-
-void onInterrupt(int)
-{
-    interrupted = true;
-}
 
 const QStringList kTypes {"MP3", "MP2", "AAC", "M4A", "M4B", "M4R", "OGG", "WMA", "WAV", "AIFF", "COPY"};
 
@@ -135,23 +126,18 @@ int runExport(const QStringList& arguments)
     HeldJobs held;
     JobProgress progress;
     // Ctrl-C cancels the job, which stops its tool and leaves nothing behind.
-    interrupted = false;
-    auto previous = std::signal(SIGINT, onInterrupt);
-    std::atomic<bool> finished{false};
-    std::thread watcher([&] {
-        for (; !finished; std::this_thread::sleep_for(std::chrono::milliseconds(20))) {
-            if (const auto job = interrupted ? exportJobFor(destination) : nullptr) {
+    {
+        // The job exists once the request is taken; until then there is nothing to cancel.
+        const InterruptWatch watch([&] {
+            const auto job = exportJobFor(destination);
+            if (job)
                 job->cancel();
-                break;
-            }
-        }
-    });
-    const QString key = type == QLatin1String("AIFF") ? QStringLiteral("AIF") : type;
-    NotificationCenter::defaultCenter().post(exportNotificationName(key), request);
-    controllers.exportJobs().waitForBackgroundWork();
-    finished = true;
-    watcher.join();
-    std::signal(SIGINT, previous);
+            return job != nullptr;
+        });
+        const QString key = type == QLatin1String("AIFF") ? QStringLiteral("AIF") : type;
+        NotificationCenter::defaultCenter().post(exportNotificationName(key), request);
+        controllers.exportJobs().waitForBackgroundWork();
+    }
     FileNames::release(destination);  // when no job took the request
 
     const std::shared_ptr<Job> job = exportJobFor(destination);

@@ -1,6 +1,7 @@
 // velmora-cli rip: the Rip tab's save path without the window.
 #include "cli/CliChecks.h"
 #include "cli/CliCommand.h"
+#include "cli/InterruptWatch.h"
 #include "cli/DiscOptions.h"
 #include "cli/JobProgress.h"
 
@@ -16,12 +17,9 @@
 #include <QFileInfo>
 #include <QSet>
 
-#include <atomic>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <mutex>
-#include <thread>
 
 namespace {
 
@@ -29,13 +27,6 @@ constexpr char kUsage[] =
     "--to TYPE[,TYPE...] --out DIR [--tracks 1,3-5] [--format 0-6] [--custom \"[Track] [Title].[ext]\"] "
     "[--subfolders] [--type-folder] [--lowercase-folders] [--no-spaces] [--server HOST[:PORT][/CGI]] [--no-cddb] "
     "[--log] IMAGE.cue|DEVICE";
-
-std::atomic<bool> interrupted{false};
-
-void onInterrupt(int)
-{
-    interrupted = true;
-}
 
 int usage()
 {
@@ -207,23 +198,15 @@ int runRip(const QStringList& arguments)
 
     // Ctrl-C is the progress sheet's Cancel button: the track being read is
     // dropped, encoders not yet started never start, running ones finish.
-    interrupted = false;
-    auto previous = std::signal(SIGINT, onInterrupt);
-    std::atomic<bool> finished{false};
-    std::thread watcherThread([&] {
-        while (!finished) {
-            if (interrupted) {
-                job->cancel();
-                break;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-    });
-    const JobResult result = job->run();
-    exports.waitForBackgroundWork();
-    finished = true;
-    watcherThread.join();
-    std::signal(SIGINT, previous);
+    JobResult result;
+    {
+        const InterruptWatch watch([&] {
+            job->cancel();
+            return true;
+        });
+        result = job->run();
+        exports.waitForBackgroundWork();
+    }
 
     const bool cancelled = result.outcome == JobResult::Outcome::Cancelled;
     std::fprintf(stderr, "%d written, %d failed%s\n", written, failed, cancelled ? ", cancelled" : "");
