@@ -12,7 +12,7 @@ void onSignal(int)
     interrupted = true;
 }
 
-} // namespace
+}  // namespace
 
 InterruptWatch::InterruptWatch(std::function<bool()> onInterrupt)
 {

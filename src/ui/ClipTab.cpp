@@ -38,52 +38,6 @@ constexpr double kEdgeGrabPixels = 6;
 constexpr int kMaxGainDb = 30;  // the slider's reach; the table takes more
 const QString kFormatKey = QStringLiteral("mClipFormatStored");
 
-QStringList files(const QMimeData* mime)
-{
-    QStringList paths;
-    if (mime && mime->hasUrls()) {
-        for (const QUrl& url : mime->urls()) {
-            if (url.isLocalFile())
-                paths << url.toLocalFile();
-        }
-    }
-    return paths;
-}
-
-void postDrop(QObject* sender, const QStringList& dropped)
-{
-    NotificationCenter::defaultCenter().post(
-        VLCSWFileDropNotification,
-        QVariantMap{{"sender", QVariant::fromValue<QObject*>(sender)}, {"filearray", dropped}});
-}
-
-// Files dropped on the outline or the table become the tab's drop zone.
-template <typename Base>
-class DropTarget : public Base {
-public:
-    using Base::Base;
-
-protected:
-    void dragEnterEvent(QDragEnterEvent* event) override
-    {
-        if (!files(event->mimeData()).isEmpty())
-            event->acceptProposedAction();
-    }
-    void dragMoveEvent(QDragMoveEvent* event) override
-    {
-        if (!files(event->mimeData()).isEmpty())
-            event->acceptProposedAction();
-    }
-    void dropEvent(QDropEvent* event) override
-    {
-        const QStringList dropped = files(event->mimeData());
-        if (dropped.isEmpty())
-            return;
-        event->acceptProposedAction();
-        postDrop(this, dropped);
-    }
-};
-
 double number(const QVariantMap& parameters, const char* key)
 {
     return parameters.value(QLatin1String(key)).toString().toDouble();
@@ -214,9 +168,10 @@ void WaveformView::mouseReleaseEvent(QMouseEvent*)
 // ---------------------------------------------------------------- the tab
 
 ClipTab::ClipTab(ClipSourcesWrapper& clip, QWidget* parent)
-    : QWidget(parent), clip_(clip), outline_(new DropTarget<QTreeWidget>), table_(new DropTarget<QTableView>),
-      songs_(new QStandardItemModel(this)), waveform_(new WaveformView),
-      includeTags_(new QCheckBox(tr("Include tags"))), formatCombo_(new QComboBox), statusLabel_(new QLabel)
+    : QWidget(parent), clip_(clip), outline_(new FileDropTarget<QTreeWidget>(VLCSWFileDropNotification)),
+      table_(new FileDropTarget<QTableView>(VLCSWFileDropNotification)), songs_(new QStandardItemModel(this)),
+      waveform_(new WaveformView), includeTags_(new QCheckBox(tr("Include tags"))), formatCombo_(new QComboBox),
+      statusLabel_(new QLabel)
 {
     PlaySourcesWrapper& browser = clip_.browser();
     // Sources.
@@ -310,8 +265,10 @@ ClipTab::ClipTab(ClipSourcesWrapper& clip, QWidget* parent)
     splitter->setStretchFactor(1, 1);
 
     // Playing.
-    auto* playSong = makeToolButton("media-playback-start", tr("Play Song"), tr("Play the selected song from its start"));
-    auto* playClip = makeToolButton("media-seek-forward", tr("Play Clip"), tr("Play only the clip of the selected song"));
+    auto* playSong =
+        makeToolButton("media-playback-start", tr("Play Song"), tr("Play the selected song from its start"));
+    auto* playClip =
+        makeToolButton("media-seek-forward", tr("Play Clip"), tr("Play only the clip of the selected song"));
     auto* pause = makeToolButton("media-playback-pause", tr("Pause"), tr("Pause or go on playing"));
     auto* stop = makeToolButton("media-playback-stop", tr("Stop"), tr("Stop playing"));
     connect(playSong, &QToolButton::clicked, this, [this] { clip_.playThisSong(std::max(currentRow(), 0)); });
@@ -407,7 +364,10 @@ void ClipTab::rebuildOutline()
 {
     QList<SourceOutline::Row> rows;
     for (const PlaySourcesWrapper::SourceRow& source : clip_.browser().sources())
-        rows << SourceOutline::Row{source.title, source.path, QIcon::fromTheme(source.level == 0 ? QStringLiteral("folder") : QStringLiteral("audio-x-generic")), source.level};
+        rows << SourceOutline::Row{
+            source.title, source.path,
+            QIcon::fromTheme(source.level == 0 ? QStringLiteral("folder") : QStringLiteral("audio-x-generic")),
+            source.level};
     SourceOutline::fill(outline_, rows, tr("Every song of %1"), clip_.browser().selectedSource());
 }
 

@@ -34,45 +34,6 @@ namespace {
 
 constexpr int kRowRole = SourceOutline::kRowRole;
 
-// The sources outline; files dropped on it from the desktop become the drop zone.
-class PlaySourcesOutline : public QTreeWidget {
-public:
-    using QTreeWidget::QTreeWidget;
-
-protected:
-    static QStringList files(const QMimeData* mime)
-    {
-        QStringList paths;
-        if (mime && mime->hasUrls()) {
-            for (const QUrl& url : mime->urls()) {
-                if (url.isLocalFile())
-                    paths << url.toLocalFile();
-            }
-        }
-        return paths;
-    }
-    void dragEnterEvent(QDragEnterEvent* event) override
-    {
-        if (!files(event->mimeData()).isEmpty())
-            event->acceptProposedAction();
-    }
-    void dragMoveEvent(QDragMoveEvent* event) override
-    {
-        if (!files(event->mimeData()).isEmpty())
-            event->acceptProposedAction();
-    }
-    void dropEvent(QDropEvent* event) override
-    {
-        const QStringList dropped = files(event->mimeData());
-        if (dropped.isEmpty())
-            return;
-        event->acceptProposedAction();
-        NotificationCenter::defaultCenter().post(
-            VLPSWFileDropNotification,
-            QVariantMap{{"sender", QVariant::fromValue<QObject*>(this)}, {"filearray", dropped}});
-    }
-};
-
 QString durationText(const QVariantMap& record)
 {
     bool ok = false;
@@ -103,8 +64,8 @@ QIcon sourceIcon(PlaySourcesWrapper::SourceKind kind)
 }  // namespace
 
 PlayTab::PlayTab(PlaySourcesWrapper& play, QWidget* parent)
-    : QWidget(parent), play_(play), outline_(new PlaySourcesOutline), table_(new QTableView),
-      songs_(new QStandardItemModel(this)),
+    : QWidget(parent), play_(play), outline_(new FileDropTarget<QTreeWidget>(VLPSWFileDropNotification)),
+      table_(new QTableView), songs_(new QStandardItemModel(this)),
       pauseButton_(makeToolButton("media-playback-pause", tr("Pause"), tr("Pause the song (not in its last moments)"))),
       volume_(new QSlider(Qt::Horizontal)), position_(new QSlider(Qt::Horizontal)),
       timeLabel_(new QLabel(QStringLiteral("00:00"))), nowPlayingLabel_(new QLabel), messageLabel_(new QLabel),
@@ -157,7 +118,8 @@ PlayTab::PlayTab(PlaySourcesWrapper& play, QWidget* parent)
     auto* stopButton = makeToolButton("media-playback-stop", tr("Stop"), tr("Stop playing"));
     auto* restartButton = makeToolButton("media-skip-backward", tr("Restart"), tr("Play the song from its start"));
     auto* nextButton = makeToolButton("media-skip-forward", tr("Next"), tr("Go on to the next song"));
-    auto* infoButton = makeToolButton("dialog-information", tr("Information"), tr("What is known of the selected song"));
+    auto* infoButton =
+        makeToolButton("dialog-information", tr("Information"), tr("What is known of the selected song"));
     connect(playButton, &QToolButton::clicked, &play_, &PlaySourcesWrapper::playSelectedSong);
     connect(stopButton, &QToolButton::clicked, &play_, &PlaySourcesWrapper::stopPlayingSong);
     connect(restartButton, &QToolButton::clicked, &play_, &PlaySourcesWrapper::restartSong);

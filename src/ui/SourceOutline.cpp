@@ -1,9 +1,13 @@
 #include "ui/SourceOutline.h"
 
+#include "core/NotificationCenter.h"
+
+#include <QMimeData>
 #include <QSignalBlocker>
 #include <QToolButton>
 #include <QTreeWidget>
 #include <QTreeWidgetItemIterator>
+#include <QUrl>
 
 namespace SourceOutline {
 
@@ -38,7 +42,7 @@ void select(QTreeWidget* outline, int row)
     }
 }
 
-} // namespace SourceOutline
+}  // namespace SourceOutline
 
 QToolButton* makeToolButton(const char* icon, const QString& text, const QString& tip)
 {
@@ -49,4 +53,22 @@ QToolButton* makeToolButton(const char* icon, const QString& text, const QString
     button->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
     button->setAutoRaise(true);
     return button;
+}
+
+QStringList droppedFiles(const QMimeData* mime)
+{
+    QStringList paths;
+    if (mime && mime->hasUrls()) {
+        for (const QUrl& url : mime->urls()) {
+            if (url.isLocalFile())
+                paths << url.toLocalFile();
+        }
+    }
+    return paths;
+}
+
+void postFileDrop(const char* notification, QObject* sender, const QStringList& files)
+{
+    NotificationCenter::defaultCenter().post(
+        notification, QVariantMap{{"sender", QVariant::fromValue<QObject*>(sender)}, {"filearray", files}});
 }

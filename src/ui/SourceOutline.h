@@ -1,7 +1,9 @@
 #pragma once
+#include <QDropEvent>
 #include <QIcon>
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 class QToolButton;
 class QTreeWidget;
@@ -25,7 +27,43 @@ void fill(QTreeWidget* outline, const QList<Row>& rows, const QString& everyItem
 // Selects the item of a row (none when no item has it) and shows it, without telling anyone.
 void select(QTreeWidget* outline, int row);
 
-} // namespace SourceOutline
+}  // namespace SourceOutline
 
 // A flat tool button with a theme icon, its text beside it and a tooltip.
 QToolButton* makeToolButton(const char* icon, const QString& text, const QString& tip);
+
+// The local files a drag from the desktop carries.
+QStringList droppedFiles(const QMimeData* mime);
+// Posts the dropped files under a tab's drop notification, {"sender", "filearray"}.
+void postFileDrop(const char* notification, QObject* sender, const QStringList& files);
+
+// A view files can be dropped on from the desktop; they are posted under the
+// tab's drop notification and become its drop zone.
+template <typename View>
+class FileDropTarget : public View {
+public:
+    explicit FileDropTarget(const char* notification) : notification_(notification) {}
+
+protected:
+    void dragEnterEvent(QDragEnterEvent* event) override
+    {
+        if (!droppedFiles(event->mimeData()).isEmpty())
+            event->acceptProposedAction();
+    }
+    void dragMoveEvent(QDragMoveEvent* event) override
+    {
+        if (!droppedFiles(event->mimeData()).isEmpty())
+            event->acceptProposedAction();
+    }
+    void dropEvent(QDropEvent* event) override
+    {
+        const QStringList files = droppedFiles(event->mimeData());
+        if (files.isEmpty())
+            return;
+        event->acceptProposedAction();
+        postFileDrop(notification_, this, files);
+    }
+
+private:
+    const char* notification_;
+};

@@ -6,9 +6,12 @@
 #include "core/Notifications.h"
 #include "tabs/AppControllers.h"
 #include "ui/AwakeApplication.h"
+#include "ui/ClipTab.h"
 #include "ui/MainWindow.h"
 
+#include <QDropEvent>
 #include <QLabel>
+#include <QMimeData>
 #include <QStandardItemModel>
 #include <QTabWidget>
 #include <QTableView>
@@ -73,4 +76,45 @@ TEST(PlayTab, FilesOpenedFromTheDesktopPlayAndTheButtonsDriveThePlayer)
     Defaults::standard().reload();
     EXPECT_EQ(Defaults::standard().integerForKey("mPlayVolumeStored"), 40);
     EXPECT_TRUE(children().isEmpty());
+}
+
+// Local files dragged from the desktop onto either tab's sources are posted under
+// that tab's own drop notice, naming the outline as the sender; other URLs are not.
+TEST(PlayTab, FilesDroppedOnTheSourcesOfThePlayAndClipTabsAreAnnouncedByTheirOwnNotices)
+{
+    AwakeApplication app;
+    MainWindow& window = app.window();
+    window.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+    auto* play = qobject_cast<PlayTab*>(window.tabs()->widget(MainWindow::PlayTab));
+    auto* clip = qobject_cast<ClipTab*>(window.tabs()->widget(MainWindow::ClipTab));
+    ASSERT_TRUE(play && clip);
+    const struct {
+        QTreeWidget* outline;
+        const char* notice;
+    } cases[] = {{play->sourcesOutline(), VLPSWFileDropNotification},
+                 {clip->sourcesOutline(), VLCSWFileDropNotification}};
+    for (const auto& c : cases) {
+        QList<QVariantMap> posted;
+        int observer = 0;
+        NotificationCenter::defaultCenter().addObserver(&observer, c.notice,
+                                                        [&](const Notification& n) { posted << n.object.toMap(); });
+        QMimeData web;
+        web.setUrls({QUrl("https://example.com/song.mp3")});
+        QMimeData local;
+        local.setUrls({QUrl::fromLocalFile("/music/a.mp3"), QUrl("https://example.com/b.mp3")});
+        const QPoint middle = c.outline->viewport()->rect().center();
+        QDragEnterEvent refused(middle, Qt::CopyAction, &web, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(c.outline->viewport(), &refused);
+        EXPECT_FALSE(refused.isAccepted()) << c.notice;
+        QDragEnterEvent enter(middle, Qt::CopyAction, &local, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(c.outline->viewport(), &enter);
+        EXPECT_TRUE(enter.isAccepted()) << c.notice;
+        QDropEvent drop(QPointF(middle), Qt::CopyAction, &local, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(c.outline->viewport(), &drop);
+        NotificationCenter::defaultCenter().removeObserver(&observer);
+        ASSERT_EQ(posted.size(), 1) << c.notice;
+        EXPECT_EQ(posted[0].value("filearray").toStringList(), QStringList{"/music/a.mp3"});
+        EXPECT_EQ(posted[0].value("sender").value<QObject*>(), c.outline);
+    }
 }
