@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Pictures of Velmora for the README: builds it, makes a small tagged library
 # (MP3, Ogg, M4A, WAV) and a playlist in a fresh home folder, starts Velmora
-# under Xvfb and saves a PNG of each tab, of a conversion under way and of the
-# Preferences window into docs/screenshots/.
+# under Xvfb and saves a PNG of each tab, of a conversion under way, of the burn
+# and copy sheets and of the Preferences window into docs/screenshots/.
 # Usage: scripts/screenshots.sh [output folder]
 # VELMORA_BIN=path/to/velmora takes a program already built instead of building one.
 set -euo pipefail
@@ -88,6 +88,15 @@ cat >"$XDG_CONFIG_HOME/Velmora/defaults.plist" <<EOF
 <key>mSelectedMediaSetStored</key><string>$velmora/Media/CD 1.xml</string>
 </dict></plist>
 EOF
+
+# A flash player for the copy sheet: a folder listed as a removable FAT volume,
+# read the way Velmora reads mounts when UDisks2 cannot be reached.
+player="$home/media/PLAYER"
+mkdir -p "$player" "$home/sys/block/sdz/sdz1"
+echo 1 >"$home/sys/block/sdz/removable"
+echo "90 30 8:241 / $player rw,relatime - vfat /dev/sdz1 rw" >"$home/mountinfo"
+export VELMORA_MOUNTINFO="$home/mountinfo" VELMORA_SYS_BLOCK="$home/sys/block" \
+       VELMORA_UDISKS2_BUS="unix:path=$home/no-bus"
 
 # Pictures of an earlier run would mix with these (a tab since renamed or gone).
 mkdir -p "$out"

@@ -65,6 +65,8 @@ BurnSetupDialog::BurnSetupDialog(BurnDrives& drives, const QString& description,
     drive_->addItem(QIcon::fromTheme(QStringLiteral("view-refresh")), tr("Looking for burners…"));
     image_->setObjectName(QStringLiteral("burnImage"));
     image_->setToolTip(tr("The image file to write"));
+    // A whole path in the home folder stays readable.
+    image_->setMinimumWidth(image_->fontMetrics().horizontalAdvance(QLatin1Char('x')) * 45);
     const QString defaultImage = QStandardPaths::writableLocation(QStandardPaths::MusicLocation)
                                  + QStringLiteral("/Velmora.") + imageSuffix;
     const QString storedImage = defaults.stringForKey(QString::fromLatin1(kImageKey).arg(imageSuffix));
@@ -82,7 +84,8 @@ BurnSetupDialog::BurnSetupDialog(BurnDrives& drives, const QString& description,
     auto* imageRow = new QHBoxLayout;
     imageRow->addWidget(image_, 1);
     imageRow->addWidget(chooseImage_);
-    auto* form = new QFormLayout;
+    form_ = new QFormLayout;
+    QFormLayout* form = form_;
     form->addRow(tr("Burner:"), drive_);
     form->addRow(QString(), media_);
     form->addRow(tr("Image file:"), imageRow);
@@ -140,6 +143,7 @@ void BurnSetupDialog::updateChoice()
     simulate_->setEnabled(!toImage);
     eject_->setEnabled(!toImage);
     media_->setText(toImage ? QString() : drive_->currentData(Qt::ToolTipRole).toString());
+    form_->setRowVisible(media_, !media_->text().isEmpty());
     ok_->setEnabled(toImage ? QFileInfo(image_->text()).suffix().toLower() == suffix_ && QFileInfo(image_->text()).isAbsolute()
                             : chosen.isValid());
 }
@@ -176,6 +180,9 @@ EraseDialog::EraseDialog(BurnDrives& drives, QWidget* parent)
     setWindowTitle(tr("Erase Disc"));
     setObjectName(QStringLiteral("eraseSetup"));
     drive_->setToolTip(tr("The burner holding the rewritable disc"));
+    // Wide enough for a burner's name, address and disc, which come after the sheet is laid out.
+    drive_->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+    drive_->setMinimumContentsLength(44);
     drive_->addItem(tr("Looking for burners…"));
     auto* quick = new QRadioButton(tr("Quick: the table of contents only"));
     quick->setChecked(true);

@@ -5,6 +5,7 @@
 
 class QCheckBox;
 class QComboBox;
+class QFormLayout;
 class QLabel;
 class QLineEdit;
 class QPushButton;
@@ -40,6 +41,7 @@ private:
     QCheckBox* eject_;
     QLabel* media_;
     QPushButton* ok_;
+    QFormLayout* form_ = nullptr;
 };
 
 // The erase sheet: the burner, and a quick or a full erase.

@@ -380,8 +380,8 @@ void ClipTab::rebuildSongTable()
 {
     updating_ = true;
     songs_->clear();
-    songs_->setHorizontalHeaderLabels(
-        {tr("Title"), tr("Duration"), tr("Start"), tr("Length"), tr("Fade In"), tr("Fade Out"), tr("Volume (dB)")});
+    songs_->setHorizontalHeaderLabels({tr("Title"), tr("Duration"), tr("Start (s)"), tr("Length (s)"),
+                                       tr("Fade In (s)"), tr("Fade Out (s)"), tr("Volume (dB)")});
     const QStringList songs = clip_.browser().songs();
     const QVariantList records = clip_.browser().records();
     for (int row = 0; row < songs.size(); ++row) {

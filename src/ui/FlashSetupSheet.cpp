@@ -12,6 +12,7 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSlider>
+#include <QStyle>
 #include <QVBoxLayout>
 
 namespace {
@@ -41,6 +42,9 @@ FlashSetupSheet::FlashSetupSheet(FlashWriter& writer, QWidget* parent)
     setWindowModality(Qt::WindowModal);
     players_->setToolTip(tr("The flash player to copy to"));
     status_->setWordWrap(true);
+    // Room for the space line of a large player without it wrapping.
+    status_->setMinimumWidth(status_->fontMetrics().horizontalAdvance(
+        FlashWriter::statusTextFor({999999LL << 20, 9999999LL << 20}).section('\n', 0, 0)));
     quality_->setRange(0, 100);
     quality_->setSingleStep(25);
     quality_->setPageStep(25);
@@ -57,12 +61,19 @@ FlashSetupSheet::FlashSetupSheet(FlashWriter& writer, QWidget* parent)
     layout->addLayout(form);
     for (QCheckBox* box : {erase_, replace_, noFolders_, convertToMp3_, whenPossible_})
         layout->addWidget(box);
+    // The quality and mono go with "Copy smaller when possible", so they sit under it.
+    const int indent =
+        style()->pixelMetric(QStyle::PM_IndicatorWidth) + style()->pixelMetric(QStyle::PM_CheckBoxLabelSpacing);
     auto* qualityRow = new QHBoxLayout;
+    qualityRow->addSpacing(indent);
     qualityRow->addWidget(new QLabel(tr("Smaller")));
     qualityRow->addWidget(quality_, 1);
     qualityRow->addWidget(new QLabel(tr("Better")));
     layout->addLayout(qualityRow);
-    layout->addWidget(mono_);
+    auto* monoRow = new QHBoxLayout;
+    monoRow->addSpacing(indent);
+    monoRow->addWidget(mono_, 1);
+    layout->addLayout(monoRow);
     auto* buttons = new QDialogButtonBox;
     buttons->addButton(eject_, QDialogButtonBox::ResetRole);
     buttons->addButton(QDialogButtonBox::Cancel)->setToolTip(tr("Copy nothing"));
@@ -107,6 +118,12 @@ void FlashSetupSheet::reloadPlayers()
 
 void FlashSetupSheet::showSelectedDriveStatus()
 {
+    // A player is always chosen while there is one.
+    if (players_->currentIndex() < 0 && players_->count() > 0) {
+        const QSignalBlocker blocker(players_);
+        players_->setCurrentIndex(0);
+        writer_.selectVolume(0);
+    }
     status_->setText(writer_.driveStatusText());
     ok_->setEnabled(writer_.canWrite());
     eject_->setEnabled(writer_.canWrite());

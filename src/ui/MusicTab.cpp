@@ -224,19 +224,25 @@ MusicTab::MusicTab(AppControllers& controllers, QWidget* parent)
               [this] { convert(); })
         ->setObjectName(QStringLiteral("convert"));
     actions->addSpacing(20);
+    burnCombo_->setObjectName(QStringLiteral("burnKind"));
     burnCombo_->setToolTip(tr("What kind of disc to burn"));
     burnCombo_->addItems(MusicSourcesWrapper::burnKinds());
     if (const int kind = burnCombo_->findText(Defaults::standard().stringForKey(kBurnKindKey)); kind >= 0)
         burnCombo_->setCurrentIndex(kind);
     connect(burnCombo_, &QComboBox::textActivated, this, &MusicSourcesWrapper::burnCDSetFormat);
     actions->addWidget(burnCombo_);
-    addButton(actions, tr("Burn"), tr("Burn the selected music onto a disc of the kind chosen"), [this] { burn(); })
-        ->setIcon(QIcon::fromTheme(QStringLiteral("media-optical-burn")));
-    addButton(actions, tr("Erase Disc…"), tr("Erase the rewritable disc in a burner"),
-              [&controllers] { controllers.discEraser().eraseCD(); })
-        ->setIcon(QIcon::fromTheme(QStringLiteral("edit-clear")));
-    addButton(actions, tr("Copy to Flash Player"), tr("Copy the selected music onto a flash player"),
-              [this] { copyToFlash(); });
+    QPushButton* burnButton = addButton(
+        actions, tr("Burn"), tr("Burn the selected music onto a disc of the kind chosen"), [this] { burn(); });
+    burnButton->setObjectName(QStringLiteral("burn"));
+    burnButton->setIcon(QIcon::fromTheme(QStringLiteral("media-optical-burn")));
+    QPushButton* eraseButton = addButton(actions, tr("Erase Disc…"), tr("Erase the rewritable disc in a burner"),
+                                         [&controllers] { controllers.discEraser().eraseCD(); });
+    eraseButton->setObjectName(QStringLiteral("eraseDisc"));
+    eraseButton->setIcon(QIcon::fromTheme(QStringLiteral("edit-clear")));
+    QPushButton* flashButton = addButton(actions, tr("Copy to Flash Player"),
+                                         tr("Copy the selected music onto a flash player"), [this] { copyToFlash(); });
+    flashButton->setObjectName(QStringLiteral("copyToFlash"));
+    flashButton->setIcon(QIcon::fromTheme(QStringLiteral("drive-removable-media")));
     actions->addStretch();
     actions->addWidget(m3uStatusLabel_);
 

@@ -12,9 +12,11 @@
 #include "ui/TagTab.h"
 
 #include <QApplication>
+#include <QComboBox>
 #include <QDialog>
 #include <QDir>
 #include <QPixmap>
+#include <QPushButton>
 #include <QTabWidget>
 #include <QTableView>
 #include <QTimer>
@@ -74,6 +76,16 @@ QDialog* openDialog(MainWindow* window)
     return nullptr;
 }
 
+// Clicks one of the Music tab's buttons with the library selected, as the user would.
+void clickMusicButton(MainWindow* window, const QString& name)
+{
+    selectLibrary(window);
+    if (auto* button = window->musicTab()->findChild<QPushButton*>(name))
+        button->click();
+    else
+        qWarning("No button %s on the Music tab", qPrintable(name));
+}
+
 }  // namespace
 
 void startScreenshotTour(MainWindow* window, const QString& folder)
@@ -86,14 +98,18 @@ void startScreenshotTour(MainWindow* window, const QString& folder)
         else if (!widget->grab().save(QDir(folder).filePath(name + QStringLiteral(".png"))))
             qWarning("Could not save %s", qPrintable(name));
     };
-    // Takes the dialog an action opened, then closes it.
-    const auto dialogStep = [window, save](std::function<void()> open, const QString& name) {
-        return QList<std::function<void()>>{open, [window, save, name] {
-                                                QDialog* dialog = openDialog(window);
-                                                save(dialog, name);
-                                                if (dialog)
-                                                    dialog->reject();
-                                            }};
+    // Takes the dialog an action opened, after some more settling steps for what it looks up, then closes it.
+    const auto dialogStep = [window, save](std::function<void()> open, const QString& name, int settle = 0) {
+        QList<std::function<void()>> dialogSteps{open};
+        for (int wait = 0; wait < settle; ++wait)
+            dialogSteps << [] {};
+        dialogSteps << [window, save, name] {
+            QDialog* dialog = openDialog(window);
+            save(dialog, name);
+            if (dialog)
+                dialog->reject();
+        };
+        return dialogSteps;
     };
     // Wide enough for the library's columns, within the 1280 x 800 screen of the script.
     steps << [window] {
@@ -167,6 +183,21 @@ void startScreenshotTour(MainWindow* window, const QString& folder)
     steps << dialogStep([window] { window->musicTab()->playlistPanel()->confirmDeletePlaylist(); },
                         QStringLiteral("delete-playlist"));
     steps << dialogStep([window] { AboutBox::show(window); }, QStringLiteral("about"));
+
+    // The burn and copy sheets, each left with Cancel; the burners are looked for while a sheet is open.
+    const auto burn = [window](const QString& kind) {
+        return [window, kind] {
+            window->musicTab()->findChild<QComboBox*>(QStringLiteral("burnKind"))->setCurrentText(kind);
+            clickMusicButton(window, QStringLiteral("burn"));
+        };
+    };
+    steps << dialogStep(burn(QStringLiteral("Burn Audio CD")), QStringLiteral("burn-setup"), 3);
+    // A few songs are far from filling a disc.
+    steps << dialogStep(burn(QStringLiteral("Burn MP3 CD/DVD")), QStringLiteral("burn-size-warning"));
+    steps << dialogStep([window] { clickMusicButton(window, QStringLiteral("eraseDisc")); },
+                        QStringLiteral("erase-disc"), 3);
+    steps << dialogStep([window] { clickMusicButton(window, QStringLiteral("copyToFlash")); },
+                        QStringLiteral("flash-setup"), 1);
 
     // The Preferences window, one picture per page.
     steps << [window] { window->showPreferences(); };

@@ -255,7 +255,11 @@ TagTab::TagTab(TagSourcesWrapper& tags, QWidget* parent)
     table_->verticalHeader()->hide();
     table_->setWordWrap(false);
     table_->verticalHeader()->setDefaultSectionSize(table_->fontMetrics().height() + 8);
-    table_->horizontalHeader()->setStretchLastSection(true);
+    // The names share the width; year and track numbers take only what they need.
+    table_->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
+    for (const char* narrow : {"year", "track"})
+        table_->horizontalHeader()->setSectionResizeMode(
+            int(TagSourcesWrapper::columnIdentifiers().indexOf(QLatin1String(narrow))), QHeaderView::ResizeToContents);
     table_->setToolTip(tr("Double-click a cell to change it; leaving the row writes the changes"));
     connect(table_->selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] {
         if (syncingSelection_)
