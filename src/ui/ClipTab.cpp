@@ -1,4 +1,5 @@
 #include "ui/ClipTab.h"
+#include "ui/FolderChooser.h"
 #include "ui/SourceOutline.h"
 
 #include "core/Defaults.h"
@@ -10,7 +11,6 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDragEnterEvent>
-#include <QFileDialog>
 #include <QFileInfo>
 #include <QGridLayout>
 #include <QHBoxLayout>
@@ -480,19 +480,10 @@ void ClipTab::selectionChanged()
 
 void ClipTab::chooseSaveFolder(const QString& type)
 {
-    auto* chooser = new QFileDialog(this, tr("Save %1 Clips").arg(type), MusicSourcesWrapper::startingFolderFor(type));
-    chooser->setFileMode(QFileDialog::Directory);
-    chooser->setOption(QFileDialog::ShowDirsOnly);
-    chooser->setOption(QFileDialog::DontUseNativeDialog);  // so the explanation shows
-    chooser->setLabelText(QFileDialog::LookIn, MusicSourcesWrapper::chooseFolderMessage(type));
-    chooser->setWindowModality(Qt::WindowModal);
-    chooser->setAttribute(Qt::WA_DeleteOnClose);
-    connect(chooser, &QFileDialog::finished, this, [this, chooser, type](int result) {
-        const QStringList chosen = chooser->selectedFiles();
-        if (result == QDialog::Accepted && !chosen.isEmpty())
-            saveInto(type, chosen.first());
-    });
-    chooser->open();
+    const MusicSourcesWrapper::FolderChoice choice = MusicSourcesWrapper::folderChoiceFor(type);
+    openFolderChooser(this, tr("Save %1 Clips").arg(type), MusicSourcesWrapper::chooseFolderMessage(type),
+                      choice.openIn, choice.newFolderName,
+                      [this, type](const QString& folder) { saveInto(type, folder); });
 }
 
 void ClipTab::saveInto(const QString& type, const QString& folder)

@@ -1,4 +1,5 @@
 #include "ui/PlayTab.h"
+#include "ui/FolderChooser.h"
 #include "ui/SourceOutline.h"
 
 #include "core/NotificationCenter.h"
@@ -11,7 +12,6 @@
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QDragEnterEvent>
-#include <QFileDialog>
 #include <QFileInfo>
 #include <QFormLayout>
 #include <QHBoxLayout>
@@ -397,20 +397,10 @@ void PlayTab::showInformation(const QVariantMap& information)
 void PlayTab::chooseSaveFolder()
 {
     const QString formatKey = formatCombo_->currentText();
-    auto* chooser =
-        new QFileDialog(this, tr("Export %1").arg(formatKey), MusicSourcesWrapper::startingFolderFor(formatKey));
-    chooser->setFileMode(QFileDialog::Directory);
-    chooser->setOption(QFileDialog::ShowDirsOnly);
-    chooser->setOption(QFileDialog::DontUseNativeDialog);  // so the explanation shows
-    chooser->setLabelText(QFileDialog::LookIn, MusicSourcesWrapper::chooseFolderMessage(formatKey));
-    chooser->setWindowModality(Qt::WindowModal);
-    chooser->setAttribute(Qt::WA_DeleteOnClose);
-    connect(chooser, &QFileDialog::finished, this, [this, chooser, formatKey](int result) {
-        const QStringList chosen = chooser->selectedFiles();
-        if (result == QDialog::Accepted && !chosen.isEmpty())
-            convertInto(formatKey, chosen.first());
-    });
-    chooser->open();
+    const MusicSourcesWrapper::FolderChoice choice = MusicSourcesWrapper::folderChoiceFor(formatKey);
+    openFolderChooser(this, tr("Export %1").arg(formatKey), MusicSourcesWrapper::chooseFolderMessage(formatKey),
+                      choice.openIn, choice.newFolderName,
+                      [this, formatKey](const QString& folder) { convertInto(formatKey, folder); });
 }
 
 void PlayTab::convertInto(const QString& formatKey, const QString& folder)
