@@ -278,6 +278,40 @@ bool Replacement::write(const QByteArray& bytes)
     return true;
 }
 
+namespace {
+thread_local Batch* batchInUse = nullptr;
+
+// Gives an unnamed new file a name just long enough to rename it over the
+// target, and renames it: "" on success, else the reason.
+QString renameOver(int fd, QString& named, const QString& target)
+{
+    const QString folder = parentOf(target);
+    if (named.isEmpty()) {
+        const QByteArray self = QStringLiteral("/proc/self/fd/%1").arg(fd).toLatin1();
+        for (int attempt = 0; attempt < 100 && named.isEmpty(); ++attempt) {
+            const QString name = temporaryName(folder, target);
+            if (::linkat(AT_FDCWD, self.constData(), AT_FDCWD, native(name).constData(), AT_SYMLINK_FOLLOW) == 0)
+                named = name;
+            else if (errno != EEXIST)
+                return QStringLiteral("Cannot write ") + quoted(target) + QStringLiteral(": ") + reason(errno) + '.';
+        }
+    }
+    if (injected(Step::Rename, target))
+        return QStringLiteral("Cannot replace ") + quoted(target) + QStringLiteral(": ") + reason(EIO) + '.';
+    if (::rename(native(named).constData(), native(target).constData()) != 0)
+        return QStringLiteral("Cannot replace ") + quoted(target) + QStringLiteral(": ") + reason(errno) + '.';
+    named.clear();
+    return {};
+}
+
+void dropStaged(int fd, const QString& named)
+{
+    ::close(fd);
+    if (!named.isEmpty())
+        ::unlink(native(named).constData());
+}
+} // namespace
+
 bool Replacement::commit(const std::function<QString(const QString&)>& check)
 {
     if (fd_ < 0)
@@ -289,32 +323,93 @@ bool Replacement::commit(const std::function<QString(const QString&)>& check)
         if (const QString problem = check(path()); !problem.isEmpty())
             return fail(problem);
     }
-    if (injected(Step::Sync, target_) || ::fchmod(fd_, mode_) != 0 || ::fsync(fd_) != 0)
+    Batch* const batch = batchInUse;
+    if (injected(Step::Sync, target_) || ::fchmod(fd_, mode_) != 0 || (!batch && ::fsync(fd_) != 0))
         return fail(QStringLiteral("Cannot write ") + quoted(target_) + QStringLiteral(": ") +
                     reason(errno ? errno : EIO) + '.');
-    const QString folder = parentOf(target_);
-    if (named_.isEmpty()) {
-        // Give the unnamed file a name just long enough to rename it over the target.
-        const QByteArray self = QStringLiteral("/proc/self/fd/%1").arg(fd_).toLatin1();
-        for (int attempt = 0; attempt < 100 && named_.isEmpty(); ++attempt) {
-            const QString name = temporaryName(folder, target_);
-            if (::linkat(AT_FDCWD, self.constData(), AT_FDCWD, native(name).constData(), AT_SYMLINK_FOLLOW) == 0)
-                named_ = name;
-            else if (errno != EEXIST)
-                return fail(QStringLiteral("Cannot write ") + quoted(target_) + QStringLiteral(": ") + reason(errno) +
-                            '.');
-        }
+    if (batch) {
+        batch->stage({std::exchange(fd_, -1), std::exchange(named_, {}), target_});
+        committed_ = true;
+        return true;
     }
-    if (injected(Step::Rename, target_))
-        return fail(QStringLiteral("Cannot replace ") + quoted(target_) + QStringLiteral(": ") + reason(EIO) + '.');
-    if (::rename(native(named_).constData(), native(target_).constData()) != 0)
-        return fail(QStringLiteral("Cannot replace ") + quoted(target_) + QStringLiteral(": ") + reason(errno) + '.');
-    named_.clear();
+    if (const QString problem = renameOver(fd_, named_, target_); !problem.isEmpty())
+        return fail(problem);
     committed_ = true;
     ::close(fd_);
     fd_ = -1;
-    syncFolder(folder);
+    syncFolder(parentOf(target_));
     return true;
+}
+
+Batch::~Batch()
+{
+    for (const Staged& staged : staged_)
+        dropStaged(staged.fd, staged.named);
+}
+
+Batch::Use::Use(Batch& batch) : previous_(std::exchange(batchInUse, &batch)) {}
+
+Batch::Use::~Use()
+{
+    batchInUse = previous_;
+}
+
+void Batch::stage(Staged staged)
+{
+    std::vector<Staged> full;
+    {
+        std::lock_guard lock(mutex_);
+        staged_.push_back(std::move(staged));
+        if (staged_.size() >= kStagedLimit)
+            full.swap(staged_);
+    }
+    if (!full.empty())
+        complete(std::move(full));
+}
+
+QHash<QString, QString> Batch::finish()
+{
+    std::vector<Staged> rest;
+    {
+        std::lock_guard lock(mutex_);
+        rest.swap(staged_);
+    }
+    complete(std::move(rest));
+    std::lock_guard lock(mutex_);
+    return std::exchange(failed_, {});
+}
+
+void Batch::complete(std::vector<Staged> staged)
+{
+    // One flush per file system: syncfs writes back every new file on it (and
+    // reports a write-back error any of them had) before any rename is made.
+    QHash<dev_t, int> flushed;  // device -> errno of its flush (0: flushed)
+    QHash<QString, QString> failed;
+    QStringList folders;
+    for (Staged& file : staged) {
+        struct stat info {};
+        int error = ::fstat(file.fd, &info) == 0 ? 0 : errno;
+        if (!error) {
+            auto found = flushed.constFind(info.st_dev);
+            if (found == flushed.cend())
+                found = flushed.insert(info.st_dev, ::syncfs(file.fd) == 0 ? 0 : (errno ? errno : EIO));
+            error = *found;
+        }
+        QString problem = error ? QStringLiteral("Cannot write ") + quoted(file.target) + QStringLiteral(": ") +
+                                      reason(error) + '.'
+                                : renameOver(file.fd, file.named, file.target);
+        dropStaged(file.fd, file.named);
+        if (problem.isEmpty()) {
+            if (const QString folder = parentOf(file.target); !folders.contains(folder))
+                folders << folder;
+        } else {
+            failed.insert(file.target, problem);
+        }
+    }
+    for (const QString& folder : folders)
+        syncFolder(folder);
+    std::lock_guard lock(mutex_);
+    failed_.insert(failed);
 }
 
 bool writeFile(const QString& path, const QByteArray& contents, QString* error)

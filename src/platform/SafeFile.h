@@ -2,8 +2,12 @@
 #include <QByteArray>
 #include <QString>
 
+#include <QHash>
+
 #include <functional>
+#include <mutex>
 #include <sys/types.h>
+#include <vector>
 
 // Writing files people own without ever losing them. A new file is made beside
 // the old one (unnamed where the file system allows, else under a unique name
@@ -26,6 +30,8 @@ QString refusalToReplace(const QString& path);
 // file it names (the link itself stays a link).
 QString resolvedTarget(const QString& path);
 
+class Batch;
+
 // A new version of one file, made beside it and put in place by commit().
 class Replacement {
 public:
@@ -45,7 +51,9 @@ public:
     bool write(const QByteArray& bytes);
 
     // Reads the new file back through `check` (a non-empty answer is the reason
-    // to drop it), flushes it and renames it over the target.
+    // to drop it), flushes it and renames it over the target. While a Batch is in
+    // use on this thread the checked file is handed to it instead, and only the
+    // batch's finish() tells whether the target was replaced.
     bool commit(const std::function<QString(const QString& newFile)>& check = {});
     QString errorString() const { return error_; }
 
@@ -60,6 +68,51 @@ private:
     bool hadTarget_ = false;
     mode_t mode_ = 0;
     bool committed_ = false;
+};
+
+// Many replacements made durable together. Flushing each new file and its folder
+// on its own costs a wait for the disk per file; a batch instead keeps the checked
+// new files (unnamed, so a kill leaves nothing behind), flushes their file system
+// once, renames each over its target and flushes each folder once. Every
+// kStagedLimit files are finished early, so few descriptors stay open.
+class Batch {
+public:
+    static constexpr size_t kStagedLimit = 64;
+
+    Batch() = default;
+    ~Batch();  // drops what was handed over and not finished; the targets stay as they were
+    Batch(const Batch&) = delete;
+    Batch& operator=(const Batch&) = delete;
+
+    // Puts the batch in use on the calling thread for the guard's lifetime.
+    class Use {
+    public:
+        explicit Use(Batch& batch);
+        ~Use();
+        Use(const Use&) = delete;
+        Use& operator=(const Use&) = delete;
+
+    private:
+        Batch* previous_;
+    };
+
+    // Finishes what was handed over; the reasons of the targets that were not
+    // replaced, by target (as Replacement::target() names it). Empty when all were.
+    QHash<QString, QString> finish();
+
+private:
+    friend class Replacement;
+    struct Staged {
+        int fd = -1;
+        QString named;  // the temporary's name; empty while the file is unnamed
+        QString target;
+    };
+    void stage(Staged staged);
+    void complete(std::vector<Staged> staged);
+
+    std::mutex mutex_;
+    std::vector<Staged> staged_;
+    QHash<QString, QString> failed_;
 };
 
 // A whole new file in one call.

@@ -1,11 +1,14 @@
 #include "tabs/TagSourcesWrapper.h"
 
+#include "platform/SafeFile.h"
+
 #include "core/Defaults.h"
 #include "core/FileSystemItem.h"
 #include "core/Job.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "platform/AppPaths.h"
+#include "platform/SafeFile.h"
 #include "playlists/PlaylistFiles.h"
 #include "tabs/FolderCollector.h"
 #include "tags/ID3Tables.h"
@@ -612,11 +615,14 @@ std::shared_ptr<Job> TagSourcesWrapper::setTags()
             }
         }
         if (failures.isEmpty()) {
-            // Most of a write is waiting for the disk to flush the new file: several at a time.
+            // Several files are written at a time, and made durable together: one
+            // flush of the disk for the batch instead of one per file.
             std::vector<QString> errors(size_t(entries.size()));
             std::atomic<qsizetype> next{0};
             std::atomic<qsizetype> written{0};
+            SafeFile::Batch batch;
             auto writer = [&] {
+                const SafeFile::Batch::Use inBatch(batch);
                 for (qsizetype i = next++; i < entries.size(); i = next++) {
                     const QString& path = entries.at(i).path;
                     if (job.isCancelled()) {
@@ -639,9 +645,14 @@ std::shared_ptr<Job> TagSourcesWrapper::setTags()
             writer();
             for (std::thread& helper : helpers)
                 helper.join();
-            for (const QString& error : errors) {
+            const QHash<QString, QString> notReplaced = batch.finish();
+            for (qsizetype i = 0; i < entries.size(); ++i) {
+                const QString& error = errors[size_t(i)];
                 if (!error.isEmpty())
                     failures << error;
+                else if (const QString late = notReplaced.value(SafeFile::resolvedTarget(entries.at(i).path));
+                         !late.isEmpty())
+                    failures << late;
             }
         }
         const std::weak_ptr<Job> self = job.shared_from_this();

@@ -32,7 +32,10 @@ public:
     static TagAPI& forThisThread();
 
     // Loads the tags of the MP3 file at path (opened read-only); false when it cannot be opened.
-    bool examineFile(const QString& path);
+    // Without the length (getDuration() gives 0) the audio frames are not searched, which
+    // a write and its read-back do not need.
+    enum class Length { Read, Skip };
+    bool examineFile(const QString& path, Length length = Length::Read);
     // Lets go of the examined file (it is not kept open between uses).
     void releaseFile();
 

@@ -28,8 +28,8 @@ bool isMp4Extension(const QString& extension)
 // The thread's tag object, let go of its file when the operation ends.
 class ExaminedFile {
 public:
-    explicit ExaminedFile(const QString& path)
-        : tags_(TagAPI::forThisThread()), open_(tags_.examineFile(path))
+    explicit ExaminedFile(const QString& path, TagAPI::Length length = TagAPI::Length::Read)
+        : tags_(TagAPI::forThisThread()), open_(tags_.examineFile(path, length))
     {
     }
     ~ExaminedFile() { tags_.releaseFile(); }
@@ -213,7 +213,7 @@ QVariantMap getMP3Comments(const QString& path)
 
 bool updateMP3Tags(const QString& path, const QVariantMap& record, const QVariantList* images, QString* error)
 {
-    const ExaminedFile tags(path);
+    const ExaminedFile tags(path, TagAPI::Length::Skip);
     if (!tags.isOpen()) {
         if (error)
             *error = QStringLiteral("%1: cannot be read as an MP3 file").arg(path);

@@ -10,11 +10,13 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -190,6 +192,72 @@ TEST_F(SafeFileTest, AKillMidWriteLeavesTheOldFileOrTheWholeNewOne)
         // An unnamed new file goes with the process; at most one named one can
         // be caught between its naming and its rename.
         EXPECT_LE(entries().size(), 2) << entries().join(",").toStdString();
+    }
+}
+
+TEST_F(SafeFileTest, ABatchReplacesEveryFileAtFinishAndNamesEachOneItCouldNot)
+{
+    // More files than one early finish takes, written from several threads, one rename failing.
+    const int count = int(SafeFile::Batch::kStagedLimit) * 2 + 7;
+    QStringList names;
+    for (int i = 0; i < count; ++i) {
+        names << QStringLiteral("%1 song.mp3").arg(i, 3, 10, QLatin1Char('0'));
+        testsupport::writeFile(path(names.last()), "old " + names.last().toUtf8());
+    }
+    const QString failing = SafeFile::resolvedTarget(path(names.at(count - 3)));
+    SafeFile::setFaultInjector(
+        [failing](SafeFile::Step step, const QString& target) { return step == SafeFile::Step::Rename && target == failing; });
+    SafeFile::Batch batch;
+    std::atomic<int> next{0};
+    std::atomic<int> handedOver{0};
+    auto writer = [&] {
+        const SafeFile::Batch::Use inBatch(batch);
+        for (int i = next++; i < count; i = next++) {
+            SafeFile::Replacement file(path(names.at(i)));
+            if (file.create() && file.write("new " + names.at(i).toUtf8()) && file.commit())
+                ++handedOver;
+        }
+    };
+    std::thread other(writer);
+    writer();
+    other.join();
+    EXPECT_EQ(handedOver, count);
+    const QHash<QString, QString> notReplaced = batch.finish();
+    ASSERT_EQ(notReplaced.keys(), QStringList{failing});
+    EXPECT_TRUE(notReplaced.value(failing).contains(names.at(count - 3)));
+    for (int i = 0; i < count; ++i)
+        EXPECT_EQ(testsupport::readFile(path(names.at(i))), (i == count - 3 ? "old " : "new ") + names.at(i).toUtf8());
+    EXPECT_EQ(entries().size(), count) << "temporaries left behind";
+
+    // Outside the batch's thread guard a commit is whole again.
+    EXPECT_TRUE(SafeFile::writeFile(path(names.first()), "alone"));
+    EXPECT_EQ(testsupport::readFile(path(names.first())), "alone");
+}
+
+TEST_F(SafeFileTest, ABatchNotFinishedLeavesEveryTargetAsItWasEvenWhenKilled)
+{
+    for (const bool killed : {false, true}) {
+        for (const char* name : {"a.mp3", "b.ogg"})
+            testsupport::writeFile(path(name), "old");
+        const int status = inChild([&] {
+            SafeFile::Batch batch;
+            const SafeFile::Batch::Use inBatch(batch);
+            for (const char* name : {"a.mp3", "b.ogg"}) {
+                SafeFile::Replacement file(path(name));
+                if (!file.create() || !file.write("new") || !file.commit())
+                    return 1;
+            }
+            // Handed over but not finished: nothing may show yet.
+            if (testsupport::readFile(path("a.mp3")) != "old")
+                return 2;
+            if (killed)
+                ::raise(SIGKILL);
+            return 0;
+        });
+        EXPECT_EQ(status, killed ? 128 + SIGKILL : 0);
+        EXPECT_EQ(testsupport::readFile(path("a.mp3")), "old");
+        EXPECT_EQ(testsupport::readFile(path("b.ogg")), "old");
+        EXPECT_EQ(entries(), (QStringList{"a.mp3", "b.ogg"}));
     }
 }
 
