@@ -31,7 +31,8 @@ std::string dCharacters(const std::string& s)
     std::string out;
     out.reserve(s.size());
     for (char c : s)
-        out += dCharacter(c);
+        if ((static_cast<unsigned char>(c) & 0xC0) != 0x80)  // one "_" for a whole UTF-8 sequence
+            out += dCharacter(c);
     return out;
 }
 
