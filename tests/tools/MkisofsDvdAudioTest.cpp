@@ -327,6 +327,16 @@ TEST(MkisofsDvdAudioFailures, LeaveNoImageAndKeepAnOldOne)
     makeDvdFolder(folder);
     ASSERT_TRUE(writeFile(dir.filePath("a file"), "not a folder"));
     ASSERT_TRUE(QDir().mkpath(dir.filePath("out")));
+    // A disk that fills up half way (a file-size limit stands in for it).
+    QProcess limited;
+    limited.start("prlimit", {"--fsize=300000", "--", builtProgram("mkisofs-dvd-audio"), "-V", "DVD-Audio", "-o",
+                              dir.filePath("out/full.img"), "-dvd-audio", folder});
+    ASSERT_TRUE(limited.waitForFinished(60000));
+    EXPECT_EQ(limited.exitCode(), 1);
+    EXPECT_TRUE(limited.readAllStandardError().contains("File too large"));
+    EXPECT_EQ(QDir(dir.filePath("out")).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+              QStringList());
+
     struct Case {
         const char* what;
         QString image;
@@ -362,6 +372,30 @@ TEST(MkisofsDvdAudioFailures, LeaveNoImageAndKeepAnOldOne)
     EXPECT_EQ(runTool({"-V", "DVD-Audio", "-o", old, "-dvd-audio", dir.filePath("nowhere")}).status, 1);
     EXPECT_EQ(readFile(old), "an earlier image");
     EXPECT_EQ(runTool({"-V", "DVD-Audio", "-dvd-audio", folder}).status, 1);
+}
+
+TEST(MkisofsDvdAudioFailures, StoppedWhileWritingLeavesNothingBehind)
+{
+    QTemporaryDir dir;
+    const QString folder = dir.filePath("DVD");
+    makeDvdFolder(folder);
+    // Big enough that the copy is still running when the signal comes; sparse, so cheap to make.
+    QFile aob(folder + "/AUDIO_TS/ATS_01_3.AOB");
+    ASSERT_TRUE(aob.open(QIODevice::WriteOnly) && aob.resize(256ll << 20));
+    aob.close();
+
+    QProcess process;
+    const QString image = dir.filePath("out/DVD.img");
+    QDir().mkpath(dir.filePath("out"));
+    process.start(builtProgram("mkisofs-dvd-audio"), {"-V", "DVD-Audio", "-o", image, "-dvd-audio", folder});
+    while (process.state() != QProcess::NotRunning && !process.readAllStandardOutput().contains("Progress: 1%"))
+        process.waitForReadyRead(1000);
+    ASSERT_EQ(process.state(), QProcess::Running) << "finished before it could be stopped";
+    process.terminate();
+    ASSERT_TRUE(process.waitForFinished(30000));
+    EXPECT_NE(process.exitCode(), 0);
+    EXPECT_EQ(QDir(dir.filePath("out")).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+              QStringList());
 }
 
 } // namespace

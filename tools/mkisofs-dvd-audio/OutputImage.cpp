@@ -32,6 +32,8 @@ void removeOnSignals()
     sigemptyset(&action.sa_mask);
     for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE})
         ::sigaction(signal, &action, nullptr);
+    // Past a file-size limit a write then fails like one on a full disk.
+    ::signal(SIGXFSZ, SIG_IGN);
 }
 
 std::string folderOf(const std::string& path)
