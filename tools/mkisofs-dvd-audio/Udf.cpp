@@ -37,6 +37,8 @@ constexpr std::uint8_t kFileTypeDirectory = 4, kFileTypeFile = 5;
 constexpr std::uint32_t kFilePermissions = 0x04 | 0x04 << 5 | 0x04 << 10;
 constexpr std::uint32_t kFolderPermissions = 0x05 | 0x05 << 5 | 0x05 << 10;
 constexpr std::uint32_t kNoOwner = 0xFFFFFFFF;
+// Short allocation descriptors; the data is contiguous and must not be moved.
+constexpr std::uint16_t kContiguousShortAds = 1 << 4 | 1 << 9;
 
 void finishTag(std::uint8_t* d, std::uint16_t id, std::uint32_t location, std::size_t totalLength)
 {
@@ -195,6 +197,7 @@ void writeSequence(std::uint8_t* image, std::uint32_t first, const Volume& volum
     le32(p + 16, sequenceNumber++);
     le16(p + 20, 1);  // allocated
     le16(p + 22, 0);  // partition number
+    p[24] = 2;  // the contents identifier is protected
     regid(p + 24, "+NSR02", {});
     le32(p + 184, 1);  // read-only
     le32(p + 188, kPartitionStart);
@@ -352,7 +355,7 @@ void writeFileEntry(std::uint8_t* block, const Node& node)
     le16(p + 20, 4);  // strategy 4: a single entry
     le16(p + 24, 1);
     p[27] = node.isDirectory ? kFileTypeDirectory : kFileTypeFile;
-    le16(p + 34, 0);  // short allocation descriptors
+    le16(p + 34, kContiguousShortAds);
     le32(p + 36, kNoOwner);
     le32(p + 40, kNoOwner);
     le32(p + 44, node.isDirectory ? kFolderPermissions : kFilePermissions);
