@@ -320,6 +320,30 @@ TEST_F(MkisofsDvdAudio, UdfToolsAnd7ZipReadTheUdfSide)
     EXPECT_TRUE(QFileInfo(unpacked + "/VIDEO_TS").isDir());
 }
 
+// Folders whose records fill several sectors, with identifiers crossing block boundaries.
+TEST(MkisofsDvdAudioTree, ManyFilesInOneFolder)
+{
+    QTemporaryDir dir;
+    const int count = 90;
+    const auto name = [](int i) { return QString("extras/an extra file numbered %1.txt").arg(i); };
+    for (int i = 0; i < count; ++i)
+        ASSERT_TRUE(writeFile(dir.filePath("DVD/" + name(i)), patterned(name(i), 100 + i)));
+    const QString image = dir.filePath("DVD.img");
+    ASSERT_EQ(runTool({"-V", "X", "-o", image, "-dvd-audio", dir.filePath("DVD")}).status, 0);
+
+    const QMap<QString, Listed> listed = isoListing(image);
+    UdfReader udf(readFile(image));
+    ASSERT_EQ(udf.read(), QString());
+    ASSERT_EQ(udf.files().size(), count);
+    for (int i = 0; i < count; ++i) {
+        const UdfReader::File file = udf.files().value(name(i));
+        EXPECT_EQ(udf.contents(file), patterned(name(i), 100 + i)) << i;
+        const Listed entry = listed.value(QString("EXTRAS/AN_EXTRA_FILE_NUMBERED_%1.TXT;1").arg(i));
+        EXPECT_EQ(entry.size, 100 + i);
+        EXPECT_EQ(entry.sector, file.extents.value(0).first);
+    }
+}
+
 TEST(MkisofsDvdAudioFailures, LeaveNoImageAndKeepAnOldOne)
 {
     QTemporaryDir dir;
