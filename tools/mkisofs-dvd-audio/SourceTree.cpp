@@ -89,7 +89,12 @@ std::unique_ptr<Node> readEntry(const std::string& path, const std::string& name
     node->source = path;
     node->parent = parent;
     node->modified = info.st_mtime;
+    node->device = info.st_dev;
+    node->inode = info.st_ino;
     if (S_ISDIR(info.st_mode)) {
+        for (const Node* above = parent; above; above = above->parent)
+            if (above->device == node->device && above->inode == node->inode)
+                refuse(path, "a link back to a folder that holds it");
         node->isDirectory = true;
         node->isoName = isoFolderName(name);
         readChildren(*node);
@@ -218,6 +223,8 @@ std::unique_ptr<Node> readTree(const std::string& folder)
     root->source = folder;
     root->isDirectory = true;
     root->modified = info.st_mtime;
+    root->device = info.st_dev;
+    root->inode = info.st_ino;
     readChildren(*root);
     return root;
 }

@@ -18,6 +18,7 @@ struct Node {
     bool isDirectory = false;
     std::uint64_t size = 0;
     std::time_t modified = 0;
+    std::uint64_t device = 0, inode = 0;  // folders: to notice a link back to one of their parents
     Node* parent = nullptr;
     std::vector<std::unique_ptr<Node>> children;  // in ISO 9660 directory order
 
