@@ -63,7 +63,7 @@ struct FixtureFile {
 // The AUDIO_TS files in the order players read them; odd sizes on purpose
 // (one byte, exactly a sector, one byte over, empty).
 const QList<FixtureFile> kAudioTs = {
-    {"AUDIO_TS/AUDIO_TS.IFO", 2048}, {"AUDIO_TS/AUDIO_TS.BUP", 2048}, {"AUDIO_TS/AUDIO_PP.IFO", 2049},
+    {"AUDIO_TS/AUDIO_TS.IFO", 2048}, {"AUDIO_TS/AUDIO_TS.BUP", 2048},   {"AUDIO_TS/AUDIO_PP.IFO", 2049},
     {"AUDIO_TS/ATS_01_0.IFO", 1},    {"AUDIO_TS/ATS_01_1.AOB", 150001}, {"AUDIO_TS/ATS_01_2.AOB", 0},
     {"AUDIO_TS/ATS_01_0.BUP", 4095},
 };
@@ -90,7 +90,8 @@ QMap<QString, Listed> isoListing(const QString& image)
     QByteArray text;
     run("isoinfo", {"-i", image, "-l"}, &text);
     static const QRegularExpression heading("^Directory listing of /(.*)$");
-    static const QRegularExpression entry(R"(^-\S+\s+\d+\s+\d+\s+\d+\s+(\d+)\s+\w+\s+\d+\s+\d+\s+\[\s*(\d+)\s+\d+\]\s+(.+?)\s*$)");
+    static const QRegularExpression entry(
+        R"(^-\S+\s+\d+\s+\d+\s+\d+\s+(\d+)\s+\w+\s+\d+\s+\d+\s+\[\s*(\d+)\s+\d+\]\s+(.+?)\s*$)");
     QMap<QString, Listed> files;
     QString folder;
     for (const QString& line : QString::fromUtf8(text).split('\n')) {
@@ -200,8 +201,8 @@ private:
                     text = QString::fromLatin1(name.mid(1));
                 for (int i = 1; name.startsWith('\x10') && i + 1 < name.size(); i += 2)
                     text += QChar(quint16(quint8(name[i]) << 8 | quint8(name[i + 1])));
-                if (const QString error = walk(u32(fid + 24), path + text + (characteristics & 0x02 ? "/" : ""),
-                                               depth + 1);
+                if (const QString error =
+                        walk(u32(fid + 24), path + text + (characteristics & 0x02 ? "/" : ""), depth + 1);
                     !error.isEmpty())
                     return error;
             }
@@ -242,8 +243,8 @@ TEST_F(MkisofsDvdAudio, ReportsProgressAndTheSectorsItWrote)
     ASSERT_EQ(outcome_->status, 0) << outcome_->err.constData();
     QList<QByteArray> lines = outcome_->out.trimmed().split('\n');
     const QByteArray wrote = lines.takeLast();
-    EXPECT_EQ(wrote, "Wrote " + image().toUtf8() + ' ' + QByteArray::number(QFileInfo(image()).size() / kSector) +
-                         " sectors");
+    EXPECT_EQ(wrote,
+              "Wrote " + image().toUtf8() + ' ' + QByteArray::number(QFileInfo(image()).size() / kSector) + " sectors");
     EXPECT_EQ(QFileInfo(image()).size() % kSector, 0);
     int previous = -1;
     for (const QByteArray& line : lines) {
@@ -307,8 +308,8 @@ TEST_F(MkisofsDvdAudio, UdfToolsAnd7ZipReadTheUdfSide)
     ASSERT_EQ(outcome_->status, 0) << outcome_->err.constData();
     QByteArray info;
     ASSERT_EQ(run("udfinfo", {image()}, &info), 0) << info.constData();
-    for (const char* expected : {"label=DVD-Audio\n", "udfrev=1.02\n", "integrity=closed\n",
-                                 "numfiles=8\n", "numdirs=3\n", "start=256, blocks=1, type=ANCHOR\n"})
+    for (const char* expected : {"label=DVD-Audio\n", "udfrev=1.02\n", "integrity=closed\n", "numfiles=8\n",
+                                 "numdirs=3\n", "start=256, blocks=1, type=ANCHOR\n"})
         EXPECT_TRUE(info.contains(expected)) << expected << " missing from\n" << info.constData();
 
     const QString unpacked = dir_->filePath("unpacked");
@@ -422,4 +423,4 @@ TEST(MkisofsDvdAudioFailures, StoppedWhileWritingLeavesNothingBehind)
               QStringList());
 }
 
-} // namespace
+}  // namespace

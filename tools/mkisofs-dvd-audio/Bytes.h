@@ -61,4 +61,4 @@ inline std::uint64_t sectorsFor(std::uint64_t byteCount)
     return (byteCount + kSectorSize - 1) / kSectorSize;
 }
 
-} // namespace bytes
+}  // namespace bytes

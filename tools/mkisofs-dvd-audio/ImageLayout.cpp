@@ -34,7 +34,7 @@ std::uint8_t* sectorAt(std::vector<std::uint8_t>& image, std::uint32_t sector)
     return image.data() + std::size_t(sector) * kSectorSize;
 }
 
-} // namespace
+}  // namespace
 
 ImageLayout planImage(Node& root)
 {
@@ -85,12 +85,9 @@ std::vector<std::uint8_t> buildMetadata(const ImageLayout& layout, const Node& r
 {
     std::vector<std::uint8_t> image(std::size_t(layout.metadataSectors) * kSectorSize);
 
-    const iso9660::Volume isoVolume{volumeId,
-                                    layout.totalSectors,
-                                    layout.pathTableBytes,
-                                    layout.littleEndianPathTable,
-                                    layout.bigEndianPathTable,
-                                    created};
+    const iso9660::Volume isoVolume{
+        volumeId, layout.totalSectors, layout.pathTableBytes, layout.littleEndianPathTable, layout.bigEndianPathTable,
+        created};
     iso9660::writeVolumeDescriptors(sectorAt(image, 16), isoVolume, root);
     iso9660::writePathTable(sectorAt(image, layout.littleEndianPathTable), layout.folders, false);
     iso9660::writePathTable(sectorAt(image, layout.bigEndianPathTable), layout.folders, true);

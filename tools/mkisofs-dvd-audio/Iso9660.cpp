@@ -102,7 +102,7 @@ std::string pathTableIdentifier(const Node& folder)
     return folder.parent ? folder.isoName : std::string(1, '\0');
 }
 
-} // namespace
+}  // namespace
 
 std::uint32_t directoryBytes(const Node& folder)
 {
@@ -177,4 +177,4 @@ void writeVolumeDescriptors(std::uint8_t* sector16, const Volume& volume, const 
     terminator[6] = 1;
 }
 
-} // namespace iso9660
+}  // namespace iso9660

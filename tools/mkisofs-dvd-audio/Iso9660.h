@@ -28,4 +28,4 @@ void writeVolumeDescriptors(std::uint8_t* sector16, const Volume& volume, const 
 void writePathTable(std::uint8_t* at, const std::vector<Node*>& folders, bool bigEndian);
 void writeDirectory(std::uint8_t* at, const Node& folder);
 
-} // namespace iso9660
+}  // namespace iso9660

@@ -50,7 +50,7 @@ std::string nameOf(const std::string& path)
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-} // namespace
+}  // namespace
 
 OutputImage::OutputImage(std::string target, Progress progress)
     : target_(std::move(target)), progress_(std::move(progress))

@@ -145,13 +145,12 @@ std::vector<Node*> filesInDiscOrder(Node* folder)
     for (const auto& child : folder->children)
         if (!child->isDirectory)
             files.push_back(child.get());
-    std::stable_sort(files.begin(), files.end(), [](const Node* a, const Node* b) {
-        return discOrderKey(a->name) < discOrderKey(b->name);
-    });
+    std::stable_sort(files.begin(), files.end(),
+                     [](const Node* a, const Node* b) { return discOrderKey(a->name) < discOrderKey(b->name); });
     return files;
 }
 
-} // namespace
+}  // namespace
 
 std::string isoFileName(const std::string& name)
 {
@@ -188,8 +187,8 @@ std::string discOrderKey(const std::string& name)
     const std::string u = upper(name);
     static const std::pair<const char*, const char*> kFixed[] = {
         {"AUDIO_TS.IFO", "A0"}, {"AUDIO_TS.VOB", "A1"}, {"AUDIO_TS.BUP", "A2"}, {"AUDIO_PP.IFO", "A3"},
-        {"AUDIO_SV.IFO", "A4"}, {"AUDIO_SV.VOB", "A5"}, {"AUDIO_SV.BUP", "A6"},
-        {"VIDEO_TS.IFO", "A0"}, {"VIDEO_TS.VOB", "A1"}, {"VIDEO_TS.BUP", "A2"},
+        {"AUDIO_SV.IFO", "A4"}, {"AUDIO_SV.VOB", "A5"}, {"AUDIO_SV.BUP", "A6"}, {"VIDEO_TS.IFO", "A0"},
+        {"VIDEO_TS.VOB", "A1"}, {"VIDEO_TS.BUP", "A2"},
     };
     for (const auto& [fixedName, key] : kFixed)
         if (u == fixedName)

@@ -23,13 +23,13 @@ struct Node {
     std::vector<std::unique_ptr<Node>> children;  // in ISO 9660 directory order
 
     // Placement, filled in by the layout.
-    std::uint32_t sector = 0;          // files: first data sector; folders: ISO directory extent
-    std::uint32_t isoDirBytes = 0;     // folders: size of the ISO directory extent
-    std::uint32_t entryBlock = 0;      // UDF file entry, in partition blocks
-    std::uint32_t udfDirBlock = 0;     // folders: UDF directory data, in partition blocks
-    std::uint32_t udfDirBytes = 0;     // folders: length of the UDF directory data
+    std::uint32_t sector = 0;       // files: first data sector; folders: ISO directory extent
+    std::uint32_t isoDirBytes = 0;  // folders: size of the ISO directory extent
+    std::uint32_t entryBlock = 0;   // UDF file entry, in partition blocks
+    std::uint32_t udfDirBlock = 0;  // folders: UDF directory data, in partition blocks
+    std::uint32_t udfDirBytes = 0;  // folders: length of the UDF directory data
     std::uint32_t uniqueId = 0;
-    std::uint16_t pathTableNumber = 0; // folders: 1-based number in the ISO path table
+    std::uint16_t pathTableNumber = 0;  // folders: 1-based number in the ISO path table
 };
 
 // Reads DIR into a tree; refuses what cannot go onto the disc with a TreeError

@@ -160,8 +160,8 @@ void longAd(std::uint8_t* p, std::uint32_t length, std::uint32_t block, std::uin
 std::string volumeSetId(const Volume& volume)
 {
     char unique[32];
-    std::snprintf(unique, sizeof unique, "%08X%08X", unsigned(volume.created), unsigned(crc(
-        reinterpret_cast<const std::uint8_t*>(volume.id.data()), volume.id.size())));
+    std::snprintf(unique, sizeof unique, "%08X%08X", unsigned(volume.created),
+                  unsigned(crc(reinterpret_cast<const std::uint8_t*>(volume.id.data()), volume.id.size())));
     return unique;
 }
 
@@ -187,7 +187,8 @@ void writeSequence(std::uint8_t* image, std::uint32_t first, const Volume& volum
 
     p += kSectorSize;
     le32(p + 16, sequenceNumber++);
-    regid(p + 20, "*UDF LV Info", {std::uint8_t(kUdfRevision), std::uint8_t(kUdfRevision >> 8), kOsClassUnix, kOsLinux});
+    regid(p + 20, "*UDF LV Info",
+          {std::uint8_t(kUdfRevision), std::uint8_t(kUdfRevision >> 8), kOsClassUnix, kOsLinux});
     charspec(p + 52);
     dstring(p + 116, 128, volume.id);
     implementationId(p + 352);
@@ -197,7 +198,7 @@ void writeSequence(std::uint8_t* image, std::uint32_t first, const Volume& volum
     le32(p + 16, sequenceNumber++);
     le16(p + 20, 1);  // allocated
     le16(p + 22, 0);  // partition number
-    p[24] = 2;  // the contents identifier is protected
+    p[24] = 2;        // the contents identifier is protected
     regid(p + 24, "+NSR02", {});
     le32(p + 184, 1);  // read-only
     le32(p + 188, kPartitionStart);
@@ -236,9 +237,9 @@ void writeIntegrity(std::uint8_t* image, const Volume& volume)
     timestamp(p + 16, volume.created);
     le32(p + 28, 1);  // closed
     le64(p + 40, volume.nextUniqueId);
-    le32(p + 72, 1);  // partitions
+    le32(p + 72, 1);   // partitions
     le32(p + 76, 46);  // implementation use bytes
-    le32(p + 80, 0);  // free blocks
+    le32(p + 80, 0);   // free blocks
     le32(p + 84, volume.partitionLength);
     implementationId(p + 88);
     le32(p + 120, volume.fileCount);
@@ -274,7 +275,7 @@ std::size_t writeFid(std::uint8_t* p, std::uint32_t location, std::uint8_t chara
     return length;
 }
 
-} // namespace
+}  // namespace
 
 std::uint16_t crc(const std::uint8_t* data, std::size_t length)
 {
@@ -345,8 +346,8 @@ void writeDirectory(std::uint8_t* at, const Node& folder)
     offset += writeFid(at, location(), kCharacteristicDirectory | kCharacteristicParent, {},
                        folder.parent ? *folder.parent : folder);
     for (const auto& child : folder.children)
-        offset += writeFid(at + offset, location(), child->isDirectory ? kCharacteristicDirectory : 0, child->name,
-                           *child);
+        offset +=
+            writeFid(at + offset, location(), child->isDirectory ? kCharacteristicDirectory : 0, child->name, *child);
 }
 
 void writeFileEntry(std::uint8_t* block, const Node& node)
@@ -389,4 +390,4 @@ void writeFileEntry(std::uint8_t* block, const Node& node)
     finishTag(p, FileEntry, node.entryBlock, 176 + descriptors * 8);
 }
 
-} // namespace udf
+}  // namespace udf

@@ -45,4 +45,4 @@ std::uint32_t directoryBytes(const Node& folder);
 void writeDirectory(std::uint8_t* at, const Node& folder);
 void writeFileEntry(std::uint8_t* block, const Node& node);
 
-} // namespace udf
+}  // namespace udf

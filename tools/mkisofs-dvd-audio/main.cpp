@@ -14,12 +14,11 @@
 
 namespace {
 
-constexpr const char* kUsage =
-    "Usage: mkisofs-dvd-audio -V NAME -o IMAGE -dvd-audio DIR\n"
-    "Writes IMAGE, a UDF/ISO 9660 bridge disc image of DIR (its AUDIO_TS folder\n"
-    "and a VIDEO_TS folder if it has one) with the volume name NAME. The AUDIO_TS\n"
-    "files come first, in the order DVD-Audio players read them, each in one\n"
-    "piece. Prints \"Progress: N%\" lines, then \"Wrote IMAGE SECTORS sectors\".\n";
+constexpr const char* kUsage = "Usage: mkisofs-dvd-audio -V NAME -o IMAGE -dvd-audio DIR\n"
+                               "Writes IMAGE, a UDF/ISO 9660 bridge disc image of DIR (its AUDIO_TS folder\n"
+                               "and a VIDEO_TS folder if it has one) with the volume name NAME. The AUDIO_TS\n"
+                               "files come first, in the order DVD-Audio players read them, each in one\n"
+                               "piece. Prints \"Progress: N%\" lines, then \"Wrote IMAGE SECTORS sectors\".\n";
 
 struct Arguments {
     std::string volumeId;
@@ -66,8 +65,7 @@ void makeImage(const Arguments& arguments)
 {
     const auto root = readTree(arguments.folder);
     const ImageLayout layout = planImage(*root);
-    const std::vector<std::uint8_t> metadata =
-        buildMetadata(layout, *root, arguments.volumeId, std::time(nullptr));
+    const std::vector<std::uint8_t> metadata = buildMetadata(layout, *root, arguments.volumeId, std::time(nullptr));
 
     PercentPrinter percent(std::uint64_t(layout.totalSectors) * bytes::kSectorSize);
     OutputImage image(arguments.image, [&](std::uint64_t bytes) { percent.advance(bytes); });
@@ -81,7 +79,7 @@ void makeImage(const Arguments& arguments)
     std::printf("Wrote %s %u sectors\n", arguments.image.c_str(), layout.totalSectors);
 }
 
-} // namespace
+}  // namespace
 
 int main(int argc, char** argv)
 {
