@@ -350,6 +350,7 @@ TEST_F(DvdaAuthorTest, RefusesWhatDvdAudioCannotCarryBeforeWritingAnything)
         {"eight.wav", {"-r", "44100", "-c", "2", "-b", "8"}, "8-bit samples; DVD-Audio takes 16- or 24-bit"},
         {"float.wav", {"-r", "48000", "-c", "2", "-e", "floating-point", "-b", "32"}, "32-bit floating-point samples"},
         {"surround192.wav", {"-r", "192000", "-c", "6", "-b", "16"}, "6 channels at 192 kHz"},
+        {"surround96.wav", {"-r", "96000", "-c", "6", "-b", "24"}, "at most 9.6 Mbit/s"},
         {"missing.wav", {}, "no such file"},
     };
     const QString out = dir.filePath("refused");
@@ -371,6 +372,25 @@ TEST_F(DvdaAuthorTest, RefusesWhatDvdAudioCannotCarryBeforeWritingAnything)
         EXPECT_EQ(QDir(out).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), QStringList{"AUDIO_TS"});
         EXPECT_EQ(QDir(out + "/AUDIO_TS").entryList(QDir::Files), QStringList{"KEEP"});
     }
+}
+
+// A failure half-way (here: more AOB files than a title set may have) keeps the
+// earlier AUDIO_TS and leaves nothing of the new one behind.
+TEST_F(DvdaAuthorTest, AFailureKeepsTheEarlierFolder)
+{
+    const QString out = dir.filePath("failed");
+    testsupport::writeFile(out + "/AUDIO_TS/KEEP", "earlier disc");
+    dvda::AuthorOptions options;
+    options.outputDir = out.toStdString();
+    for (const Source& s : sources)
+        options.inputs.push_back(s.path.toStdString());
+    options.aobSectorLimit = 5;
+    const dvda::AuthorResult result = dvda::author(options);
+    EXPECT_EQ(result.status, dvda::AuthorResult::Failed);
+    EXPECT_NE(result.message.find("more than 9 AOB files"), std::string::npos) << result.message;
+    EXPECT_TRUE(result.files.empty());
+    EXPECT_EQ(QDir(out).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), QStringList{"AUDIO_TS"});
+    EXPECT_EQ(QDir(out + "/AUDIO_TS").entryList(QDir::Files), QStringList{"KEEP"});
 }
 
 } // namespace
