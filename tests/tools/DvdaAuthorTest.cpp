@@ -93,6 +93,7 @@ AuthorRun runAuthor(const QStringList& arguments)
 // One LPCM packet as the demuxer found it.
 struct Packet {
     int sector;
+    std::uint64_t scr;  // 27 MHz
     int quantization, rateCode, assignment;
     bool hasPts;
     std::uint64_t pts;
@@ -109,6 +110,10 @@ std::vector<Packet> demux(const QByteArray& aob)
         EXPECT_EQ(be32(pack, 0), 0x1BAu) << "pack " << sector;
         if (be32(pack, 0) != 0x1BA)
             return packets;
+        const auto h = [&](int i) { return std::uint64_t(std::uint8_t(pack[4 + i])); };
+        const std::uint64_t scrBase = ((h(0) >> 3) & 7) << 30 | (h(0) & 3) << 28 | h(1) << 20 | (h(2) >> 3) << 15 |
+                                      (h(2) & 3) << 13 | h(3) << 5 | h(4) >> 3;
+        const std::uint64_t scr = scrBase * 300 + ((h(4) & 3) << 7 | h(5) >> 1);
         qsizetype at = 14 + (pack[13] & 7);
         while (at + 6 <= pack.size()) {
             const std::uint32_t code = be32(pack, at);
@@ -117,7 +122,7 @@ std::vector<Packet> demux(const QByteArray& aob)
             if (code == 0x1BD) {
                 const int headerLength = std::uint8_t(pack[at + 8]);
                 const qsizetype payload = at + 9 + headerLength;
-                Packet p{int(sector), 0, 0, 0, (pack[at + 7] & 0x80) != 0, 0, {}};
+                Packet p{int(sector), scr, 0, 0, 0, (pack[at + 7] & 0x80) != 0, 0, {}};
                 if (p.hasPts) {
                     const auto b = [&](int i) { return std::uint64_t(std::uint8_t(pack[at + 9 + i])); };
                     p.pts = ((b(0) >> 1) & 7) << 30 | b(1) << 22 | (b(2) >> 1) << 15 | b(3) << 7 | b(4) >> 1;
@@ -222,6 +227,15 @@ void checkAuthored(const QString& dir, const std::vector<Source>& sources, std::
         EXPECT_EQ(samg.mid(copy * 16384, 16384), samg.left(16384)) << "copy " << copy;
 
     const std::vector<Packet> packets = demux(aob);
+    ASSERT_EQ(packets.size(), aobSectors) << "one LPCM packet per pack";
+    for (size_t i = 0; i < packets.size(); ++i) {
+        if (i > 0) {
+            EXPECT_GT(packets[i].scr, packets[i - 1].scr) << "pack " << i;
+        }
+        if (packets[i].hasPts) {
+            EXPECT_LT(packets[i].scr, packets[i].pts * 300) << "pack " << i << " arrives after it is due";
+        }
+    }
     std::uint32_t nextSector = 0, nextPts = 585;
     for (size_t i = 0; i < sources.size(); ++i) {
         SCOPED_TRACE(sources[i].path.toStdString());
