@@ -169,7 +169,9 @@ AuthorResult author(const AuthorOptions& options)
         WavProbe probe = probeWav(path);
         std::string reason = probe.reason.empty() ? refusalFor(probe.format) : probe.reason;
         if (!reason.empty()) {
-            result.status = AuthorResult::Refused;
+            // A file that is missing or holds what DVD-Audio cannot carry is refused;
+            // one that cannot be read is a failure.
+            result.status = probe.unreadable ? AuthorResult::Failed : AuthorResult::Refused;
             result.message = path + ": " + reason;
             return result;
         }

@@ -39,6 +39,7 @@ WavProbe probeWav(const std::string& path)
     WavProbe probe;
     struct stat info {};
     if (::stat(path.c_str(), &info) != 0) {
+        probe.unreadable = errno != ENOENT;
         probe.reason = errno == ENOENT ? "no such file" : std::string("cannot be read: ") + std::strerror(errno);
         return probe;
     }
@@ -48,6 +49,7 @@ WavProbe probeWav(const std::string& path)
     }
     File file(path);
     if (!file.f) {
+        probe.unreadable = true;
         probe.reason = std::string("cannot be read: ") + std::strerror(errno);
         return probe;
     }

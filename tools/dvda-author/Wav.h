@@ -25,6 +25,7 @@ struct WavFormat {
 struct WavProbe {
     WavFormat format;
     std::string reason;
+    bool unreadable = false;  // the file is there but reading it failed (not a matter of its content)
 };
 WavProbe probeWav(const std::string& path);
 
