@@ -385,6 +385,10 @@ TEST_F(DvdaAuthorTest, RefusesWhatDvdAudioCannotCarryBeforeWritingAnything)
         EXPECT_FALSE(run.out.contains("Wrote"));
         EXPECT_EQ(QDir(out).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), QStringList{"AUDIO_TS"});
         EXPECT_EQ(QDir(out + "/AUDIO_TS").entryList(QDir::Files), QStringList{"KEEP"});
+
+        const QString fresh = dir.filePath("never-made");
+        EXPECT_EQ(runAuthor({"-o", fresh, "-g", bad}).exitCode, 2);
+        EXPECT_FALSE(QFileInfo::exists(fresh)) << "the output folder is made only for audio that will be written";
     }
 }
 
