@@ -1,5 +1,6 @@
 #include "Aob.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -23,8 +24,10 @@ constexpr std::size_t kPts = 5;
 constexpr std::size_t kPesExtension = 3;
 // Sub-stream id, two ISRC bytes, the private header length, and the 8 bytes it counts without stuffing.
 constexpr std::size_t kPrivateHeader = 12;
-constexpr std::size_t kMinPadding = 6;
+// A pack's spare room goes into the private header as stuffing while it is a
+// few bytes, else into a padding packet (whose own header takes 6).
 constexpr std::size_t kMaxStuffing = 7;
+constexpr std::size_t kPaddingHeader = 6;
 
 std::size_t capacity(bool first, bool pts)
 {
@@ -133,8 +136,6 @@ void AobWriter::emitPack(std::size_t audioBytes)
     const std::size_t room = capacity(first, hasPts) - audioBytes;
     const std::size_t stuffing = room <= kMaxStuffing ? room : 0;
     const std::size_t padding = room <= kMaxStuffing ? 0 : room;
-    if (padding && padding < kMinPadding)
-        throw std::logic_error("pack padding too small");
 
     // The system clock reference: when the pack enters the decoder, never
     // sooner after the last one than the mux rate allows.
@@ -215,8 +216,8 @@ void AobWriter::emitPack(std::size_t audioBytes)
         p[1] = 0x00;
         p[2] = 0x01;
         p[3] = 0xBE;
-        put16(p + 4, static_cast<unsigned>(padding - kMinPadding));
-        std::memset(p + kMinPadding, 0xFF, padding - kMinPadding);
+        put16(p + 4, static_cast<unsigned>(padding - kPaddingHeader));
+        std::memset(p + kPaddingHeader, 0xFF, padding - kPaddingHeader);
     }
 
     pendingStart_ += audioBytes;
