@@ -97,6 +97,7 @@ struct Packet {
     int quantization, rateCode, assignment;
     bool hasPts;
     std::uint64_t pts;
+    qsizetype unitOffset;  // where in `audio` the access unit the PTS belongs to starts
     QByteArray audio;
 };
 
@@ -122,7 +123,7 @@ std::vector<Packet> demux(const QByteArray& aob)
             if (code == 0x1BD) {
                 const int headerLength = std::uint8_t(pack[at + 8]);
                 const qsizetype payload = at + 9 + headerLength;
-                Packet p{int(sector), scr, 0, 0, 0, (pack[at + 7] & 0x80) != 0, 0, {}};
+                Packet p{int(sector), scr, 0, 0, 0, (pack[at + 7] & 0x80) != 0, 0, 0, {}};
                 if (p.hasPts) {
                     const auto b = [&](int i) { return std::uint64_t(std::uint8_t(pack[at + 9 + i])); };
                     p.pts = ((b(0) >> 1) & 7) << 30 | b(1) << 22 | (b(2) >> 1) << 15 | b(3) << 7 | b(4) >> 1;
@@ -132,6 +133,8 @@ std::vector<Packet> demux(const QByteArray& aob)
                 p.quantization = std::uint8_t(pack[payload + 7]);
                 p.rateCode = std::uint8_t(pack[payload + 8]);
                 p.assignment = std::uint8_t(pack[payload + 10]);
+                // The pointer counts from its own last byte.
+                p.unitOffset = payload + 5 + be16(pack, payload + 4) - (payload + 4 + privateLength);
                 const qsizetype audio = payload + 4 + privateLength;
                 p.audio = pack.mid(audio, at + 6 + length - audio);
                 packets.push_back(p);
@@ -259,6 +262,13 @@ void checkAuthored(const QString& dir, const std::vector<Source>& sources, std::
         for (const Packet& p : packets) {
             if (p.sector < int(t.firstSector) || p.sector > int(t.lastSector))
                 continue;
+            if (p.hasPts) {
+                // Access units last 40 samples at 44.1/48 kHz, 80 at 88.2/96 kHz.
+                const qint64 unitSamples = 40 * (s.rate % 44100 == 0 ? s.rate / 44100 : s.rate / 48000);
+                const qint64 sample = (audio.size() + p.unitOffset) / (s.channels * s.bits / 8);
+                EXPECT_EQ(sample % unitSamples, 0) << "pack " << p.sector;
+                EXPECT_EQ(p.pts, t.firstPts + std::uint64_t((sample * 90000 + s.rate / 2) / s.rate)) << "pack " << p.sector;
+            }
             if (first) {
                 EXPECT_TRUE(p.hasPts);
                 EXPECT_EQ(p.pts, t.firstPts);
