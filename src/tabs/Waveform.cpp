@@ -3,6 +3,7 @@
 #include "encode/PcmReaders.h"
 #include "platform/ChildProcess.h"
 #include "platform/ResourceLocator.h"
+#include "tabs/Mp3Envelope.h"
 #include "tags/MediaDuration.h"
 
 #include <QElapsedTimer>
@@ -30,6 +31,9 @@ constexpr int kPartialMs = 100;
 constexpr int kSplitSeconds = 60;
 constexpr int kMaxParts = 4;
 constexpr int kLeadSeconds = 1;
+// Where the loudest stretch of a sketch reaches: the decoded peaks of most
+// songs come near full scale, so the picture changes little when they arrive.
+constexpr float kSketchHeight = 0.9f;
 
 // Spreads a stream of samples over columns of equal time, given how many
 // samples the whole song holds.
@@ -69,6 +73,21 @@ private:
     qint64 seen_ = 0;
     int current_ = -1;
 };
+
+bool isMp3(const QString& path)
+{
+    return QFileInfo(path).suffix().compare(QLatin1String("mp3"), Qt::CaseInsensitive) == 0;
+}
+
+// The sketch with the columns decoded so far in place of its own.
+WaveformPeaks overSketch(const WaveformPeaks& sketch, const WaveformPeaks& decoded)
+{
+    WaveformPeaks peaks = sketch;
+    const int done = std::min(decoded.columnsDone, peaks.columns());
+    std::copy_n(decoded.minimum.cbegin(), done, peaks.minimum.begin());
+    std::copy_n(decoded.maximum.cbegin(), done, peaks.maximum.begin());
+    return peaks;
+}
 
 bool readsDirectly(const QString& path)
 {
@@ -236,10 +255,11 @@ private:
 // resampling filter: peaks, not fidelity, are wanted). Decoding an MP3 is the
 // slow part and one decoder uses one core, so a long song is cut into stretches
 // (input seeking, sample-exact) decoded side by side and joined in order. The
-// columns first follow the length the tags tell and grow from the left; the
-// final peaks are spread over the length actually decoded.
+// columns first follow the length the sketch (else the tags) tells and grow
+// from the left, over the sketch when there is one; the final peaks are spread
+// over the length actually decoded.
 WaveformPeaks decode(const QString& path, int columns, const std::atomic<bool>& cancel,
-                     const Waveform::Partial& partial)
+                     const Waveform::Partial& partial, const WaveformPeaks& sketch)
 {
     const QString ffmpeg = ResourceLocator::pathForTool(QStringLiteral("ffmpeg"));
     if (ffmpeg.isEmpty())
@@ -268,9 +288,11 @@ WaveformPeaks decode(const QString& path, int columns, const std::atomic<bool>& 
         threads.emplace_back([&decoder, &cancel, &stop] { decoder->run(cancel, stop); });
 
     // The picture grows from the left: a stretch counts once those before it are whole.
+    const qint64 expected =
+        sketch.seconds > 0 ? qint64(sketch.seconds * kDecodeRate) : qint64(std::max(told, 1)) * kDecodeRate;
     std::vector<float> samples;
-    samples.reserve(size_t(std::max(told, 1)) * kDecodeRate);
-    Binner binner(qint64(std::max(told, 1)) * kDecodeRate, columns, kDecodeRate);
+    samples.reserve(size_t(expected));
+    Binner binner(expected, columns, kDecodeRate);
     size_t joined = 0;  // stretches wholly in samples
     qint64 taken = 0;   // of the stretch being joined
     QElapsedTimer shown;
@@ -292,7 +314,7 @@ WaveformPeaks decode(const QString& path, int columns, const std::atomic<bool>& 
         }
         if (partial && binner.seen() > 0 && (!shownOnce || shown.elapsed() >= kPartialMs)) {
             shownOnce = true;
-            partial(binner.partial());
+            partial(sketch.columns() == columns ? overSketch(sketch, binner.partial()) : binner.partial());
             shown.restart();
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -350,6 +372,32 @@ std::optional<WavLayout> wavLayout(const QString& path)
     }
 }
 
+WaveformPeaks sketchMp3(const QString& path, int columns, const std::atomic<bool>& cancel)
+{
+    const auto envelope = Mp3Envelope::read(path, cancel);
+    if (!envelope || columns <= 0)
+        return {};
+    const std::vector<float>& loudness = envelope->loudness;
+    const qint64 granules = qint64(loudness.size());
+    const float loudest = *std::max_element(loudness.begin(), loudness.end());
+    const float scale = loudest > 0 ? kSketchHeight / loudest : 0;
+    WaveformPeaks peaks;
+    peaks.minimum.fill(0, columns);
+    peaks.maximum.fill(0, columns);
+    for (int column = 0; column < columns; ++column) {
+        // A column narrower than a granule still shows the one it falls in.
+        const qint64 first = column * granules / columns;
+        const qint64 last = std::max(first + 1, (column + 1) * granules / columns);
+        const float height = *std::max_element(loudness.begin() + first, loudness.begin() + last) * scale;
+        peaks.maximum[column] = height;
+        peaks.minimum[column] = -height;
+    }
+    peaks.seconds = envelope->seconds();
+    peaks.columnsDone = columns;
+    peaks.estimated = true;
+    return peaks;
+}
+
 WaveformPeaks fromSamples(const float* samples, qint64 count, double rate, int columns)
 {
     Binner binner(count, columns, rate);
@@ -368,7 +416,18 @@ WaveformPeaks compute(const QString& path, int columns, const std::atomic<bool>&
         if (auto peaks = readPcm(path, columns, cancel, partial))
             return *peaks;
     }
-    return decode(path, columns, cancel, partial);
+    // The sketch takes a pass over the file's bytes, a small part of decoding it.
+    WaveformPeaks sketch;
+    if (isMp3(path)) {
+        sketch = sketchMp3(path, columns, cancel);
+        if (partial && sketch.columns() > 0)
+            partial(sketch);
+    }
+    WaveformPeaks decoded = decode(path, columns, cancel, partial, sketch);
+    // What ffmpeg cannot decode keeps what its frames told.
+    if (decoded.columns() == 0 && !cancel)
+        return sketch;
+    return decoded;
 }
 
 }  // namespace Waveform

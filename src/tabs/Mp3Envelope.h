@@ -1,0 +1,27 @@
+#pragma once
+#include <QString>
+
+#include <atomic>
+#include <optional>
+#include <vector>
+
+// A rough loudness of each stretch of an MP3, read from the Layer III frames'
+// side information alone, without decoding: a granule whose channels carry no
+// Huffman bits is silent, otherwise its quantiser step (the global gain, a
+// factor of 2^(1/4) a step) grows with the level the encoder had to cover. It
+// tells loud from quiet within one song; its scale is the encoder's, not the
+// samples'. Damaged stretches are skipped up to the next frame that reads.
+namespace Mp3Envelope {
+
+struct Envelope {
+    int rate = 0;                 // samples a second
+    int samplesPerGranule = 0;    // 576 in every MPEG version
+    std::vector<float> loudness;  // one a granule, 0 for silence, relative otherwise
+
+    double seconds() const { return rate > 0 ? double(loudness.size()) * samplesPerGranule / rate : 0; }
+};
+
+// nullopt when the file holds no Layer III frames or cancel became true.
+std::optional<Envelope> read(const QString& path, const std::atomic<bool>& cancel);
+
+}  // namespace Mp3Envelope
