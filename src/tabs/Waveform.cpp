@@ -12,9 +12,12 @@
 #include <QThread>
 #include <QtEndian>
 
+#include <mpg123.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstdio>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -328,6 +331,189 @@ WaveformPeaks decode(const QString& path, int columns, const std::atomic<bool>& 
     return Waveform::fromSamples(samples.data(), qint64(samples.size()), kDecodeRate, columns);
 }
 
+// ---------------------------------------------------------------- MP3 in process
+
+struct Mpg123Deleter {
+    void operator()(mpg123_handle* handle) const { mpg123_delete(handle); }
+};
+using Mpg123 = std::unique_ptr<mpg123_handle, Mpg123Deleter>;
+
+// A decoder of the file that mixes its channels to mono floats at the file's
+// own rate (libmpg123 spends its time on the Huffman data either way, so a
+// lower rate would gain little); null when libmpg123 cannot open it.
+Mpg123 openMp3(const QString& path, long* rate = nullptr)
+{
+    static const int initialised = mpg123_init();  // needed by libmpg123 before 1.27, harmless since
+    if (initialised != MPG123_OK)
+        return {};
+    Mpg123 decoder(mpg123_new(nullptr, nullptr));
+    const long flags = MPG123_MONO_MIX | MPG123_FORCE_FLOAT | MPG123_GAPLESS | MPG123_QUIET;
+    // Past damage of any length the decoder looks for the next frame, as the sketch does.
+    if (!decoder || mpg123_param(decoder.get(), MPG123_FLAGS, flags, 0) != MPG123_OK ||
+        mpg123_param(decoder.get(), MPG123_RESYNC_LIMIT, -1, 0) != MPG123_OK ||
+        mpg123_open(decoder.get(), QFile::encodeName(path).constData()) != MPG123_OK)
+        return {};
+    long sampleRate = 0;
+    int channels = 0, encoding = 0;
+    if (mpg123_getformat(decoder.get(), &sampleRate, &channels, &encoding) != MPG123_OK || channels != 1 ||
+        encoding != MPG123_ENC_FLOAT_32 || sampleRate <= 0)
+        return {};
+    if (rate)
+        *rate = sampleRate;
+    return decoder;
+}
+
+// The samples [begin, end) of an MP3 decoded on a thread of their own and
+// spread over the columns they fall in. A decoder seeking to a stretch first
+// decodes the frames whose bits the stretch's first frame borrows, so the
+// stretches join without a seam. Columns before done() are final.
+class Mp3Stretch {
+public:
+    Mp3Stretch(qint64 begin, qint64 end, qint64 total, int columns)
+        : begin_(begin), end_(end), total_(total), columns_(columns), firstColumn_(columnOf(begin)),
+          minimum_(size_t(columns), std::numeric_limits<float>::max()),
+          maximum_(size_t(columns), std::numeric_limits<float>::lowest()), done_(firstColumn_)
+    {
+    }
+
+    void run(const QString& path, const std::atomic<bool>& cancel)
+    {
+        const Mpg123 decoder = openMp3(path);
+        opened_ = decoder && mpg123_seek(decoder.get(), off_t(begin_), SEEK_SET) == off_t(begin_);
+        if (opened_)
+            bin(decoder.get(), cancel);
+        finished_ = true;
+    }
+
+    bool finished() const { return finished_; }
+    bool opened() const { return opened_; }
+    int firstColumn() const { return firstColumn_; }
+    int done() const { return done_; }
+    const std::vector<float>& minimum() const { return minimum_; }
+    const std::vector<float>& maximum() const { return maximum_; }
+
+private:
+    int columnOf(qint64 sample) const { return int(std::min<qint64>(sample * columns_ / total_, columns_ - 1)); }
+    // The first sample of a column, without a division a sample.
+    qint64 startOf(int column) const { return (qint64(column) * total_ + columns_ - 1) / columns_; }
+
+    void bin(mpg123_handle* decoder, const std::atomic<bool>& cancel)
+    {
+        std::vector<float> buffer(16384);
+        qint64 at = begin_;
+        int column = firstColumn_;
+        qint64 nextColumnStart = startOf(column + 1);
+        float low = std::numeric_limits<float>::max(), high = std::numeric_limits<float>::lowest();
+        while (at < end_ && !cancel) {
+            size_t bytes = 0;
+            const int status = mpg123_read(decoder, buffer.data(), buffer.size() * sizeof(float), &bytes);
+            const qint64 count = std::min<qint64>(qint64(bytes / sizeof(float)), end_ - at);
+            for (qint64 i = 0; i < count; ++i, ++at) {
+                while (at >= nextColumnStart && column + 1 < columns_) {
+                    minimum_[size_t(column)] = low;
+                    maximum_[size_t(column)] = high;
+                    done_.store(++column, std::memory_order_release);
+                    nextColumnStart = startOf(column + 1);
+                    low = std::numeric_limits<float>::max();
+                    high = std::numeric_limits<float>::lowest();
+                }
+                low = std::min(low, buffer[size_t(i)]);
+                high = std::max(high, buffer[size_t(i)]);
+            }
+            // MPG123_DONE at the end; a damaged frame is skipped inside, so any
+            // other status is a file that cannot be read on.
+            if (status != MPG123_OK && status != MPG123_NEW_FORMAT)
+                break;
+        }
+        if (low <= high) {
+            minimum_[size_t(column)] = low;
+            maximum_[size_t(column)] = high;
+        }
+        done_.store(column + 1, std::memory_order_release);
+    }
+
+    const qint64 begin_, end_, total_;
+    const int columns_, firstColumn_;
+    std::vector<float> minimum_, maximum_;  // a column no sample reached keeps max() and lowest()
+    std::atomic<int> done_;
+    std::atomic<bool> finished_{false};
+    bool opened_ = false;
+};
+
+// An MP3 decoded by libmpg123 in this process, a long one in stretches side by
+// side (one decoder uses one core). The picture shows the sketch with the
+// decoded columns of every stretch over it as they come. nullopt when
+// libmpg123 cannot read the file; empty peaks when cancelled.
+std::optional<WaveformPeaks> decodeMp3(const QString& path, int columns, const std::atomic<bool>& cancel,
+                                       const Waveform::Partial& partial, const WaveformPeaks& sketch)
+{
+    long rate = 0;
+    qint64 total = 0;
+    {
+        // A scan of the frames gives the exact number of samples, gapless.
+        const Mpg123 probe = openMp3(path, &rate);
+        if (!probe || mpg123_scan(probe.get()) != MPG123_OK)
+            return std::nullopt;
+        total = mpg123_length(probe.get());
+    }
+    if (total <= 0)
+        return std::nullopt;
+    const int parts = total >= qint64(kSplitSeconds) * rate ? std::clamp(QThread::idealThreadCount(), 1, kMaxParts) : 1;
+    std::vector<std::unique_ptr<Mp3Stretch>> stretches;
+    for (int part = 0; part < parts; ++part)
+        stretches.push_back(
+            std::make_unique<Mp3Stretch>(part * total / parts, (part + 1) * total / parts, total, columns));
+    std::vector<std::thread> threads;
+    for (auto& stretch : stretches)
+        threads.emplace_back([&stretch, &path, &cancel] { stretch->run(path, cancel); });
+
+    const bool overSketch = sketch.columns() == columns;
+    const auto picture = [&](bool final) {
+        // A column where two stretches meet holds both their extremes.
+        std::vector<float> low(size_t(columns), std::numeric_limits<float>::max());
+        std::vector<float> high(size_t(columns), std::numeric_limits<float>::lowest());
+        for (const auto& stretch : stretches)
+            for (int column = stretch->firstColumn(), done = final ? columns : stretch->done(); column < done;
+                 ++column) {
+                low[size_t(column)] = std::min(low[size_t(column)], stretch->minimum()[size_t(column)]);
+                high[size_t(column)] = std::max(high[size_t(column)], stretch->maximum()[size_t(column)]);
+            }
+        WaveformPeaks peaks = overSketch && !final ? sketch : WaveformPeaks();
+        if (peaks.columns() == 0) {
+            peaks.minimum.fill(0, columns);
+            peaks.maximum.fill(0, columns);
+        }
+        for (int column = 0; column < columns; ++column)
+            if (low[size_t(column)] <= high[size_t(column)]) {
+                peaks.minimum[column] = low[size_t(column)];
+                peaks.maximum[column] = high[size_t(column)];
+            }
+        peaks.seconds = double(total) / double(rate);
+        peaks.columnsDone = final || overSketch ? columns : stretches.front()->done();
+        peaks.estimated = !final;
+        return peaks;
+    };
+    QElapsedTimer shown;
+    shown.start();
+    const auto finished = [&] {
+        return std::all_of(stretches.begin(), stretches.end(), [](const auto& s) { return s->finished(); });
+    };
+    while (!finished()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        if (partial && shown.elapsed() >= kPartialMs) {
+            partial(picture(false));
+            shown.restart();
+        }
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    if (cancel)
+        return WaveformPeaks();
+    if (!std::all_of(stretches.begin(), stretches.end(), [](const auto& s) { return s->opened(); }))
+        return std::nullopt;
+    return picture(true);
+}
+
 }  // namespace
 
 namespace Waveform {
@@ -423,6 +609,9 @@ WaveformPeaks compute(const QString& path, int columns, const std::atomic<bool>&
         if (partial && sketch.columns() > 0)
             partial(sketch);
     }
+    if (isMp3(path))
+        if (auto peaks = decodeMp3(path, columns, cancel, partial, sketch))
+            return *peaks;
     WaveformPeaks decoded = decode(path, columns, cancel, partial, sketch);
     // What ffmpeg cannot decode keeps what its frames told.
     if (decoded.columns() == 0 && !cancel)
