@@ -1,5 +1,5 @@
 // The Clip tab's waveform of a 10-minute song at 1,200 pixel columns: a WAV
-// read directly, an MP3 sketched from its frames and then decoded by ffmpeg.
+// read directly, an MP3 sketched from its frames and then decoded by libmpg123.
 // The goal is 300 ms until a picture shows: "first_ms" is when the first
 // picture came (the MP3's sketch, the WAV's first columns), "final_ms" (and the
 // time of an iteration) when the last column of the decoded picture was done.

@@ -608,12 +608,11 @@ WaveformPeaks compute(const QString& path, int columns, const std::atomic<bool>&
         sketch = sketchMp3(path, columns, cancel);
         if (partial && sketch.columns() > 0)
             partial(sketch);
-    }
-    if (isMp3(path))
         if (auto peaks = decodeMp3(path, columns, cancel, partial, sketch))
             return *peaks;
+    }
+    // What libmpg123 cannot read ffmpeg may, and what neither decodes keeps what its frames told.
     WaveformPeaks decoded = decode(path, columns, cancel, partial, sketch);
-    // What ffmpeg cannot decode keeps what its frames told.
     if (decoded.columns() == 0 && !cancel)
         return sketch;
     return decoded;

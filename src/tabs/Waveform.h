@@ -8,10 +8,10 @@
 
 // The outline of a song's audio at screen resolution: for each pixel column the
 // lowest and highest sample (-1 to 1) of the stretch of time it covers, mixed to
-// mono. WAV and AIFF files are read directly; anything else is decoded by
-// ffmpeg to a low-rate mono stream, and the columns fill in as it arrives. An
-// MP3 is first sketched from its frames' side information, and the decoded
-// columns replace the sketch's from the left.
+// mono. WAV and AIFF files are read directly; an MP3 is first sketched from its
+// frames' side information, then decoded by libmpg123 with the decoded columns
+// replacing the sketch's as they come; anything else is decoded by ffmpeg to a
+// low-rate mono stream, and the columns fill in as it arrives.
 struct WaveformPeaks {
     QVector<float> minimum;
     QVector<float> maximum;
