@@ -70,10 +70,13 @@ TEST(WaveformSketch, ShowsTheLoudQuietAndSilentStretchesOfTheDecodedPeaks)
 {
     // Two seconds loud, two silent, two at a tenth of the level: ten columns a
     // second. Stereo and mono, constant and variable bit rate (with its Info
-    // frame), MPEG 1 and the half-rate MPEG 2.
+    // frame), MPEG 1 and the half-rate MPEG 2, behind an ID3v2 tag.
     QTemporaryDir dir;
-    const QList<QStringList> options = {
-        {"-b", "128"}, {"-V", "2"}, {"-m", "m", "-b", "64"}, {"--resample", "22.05", "-b", "64"}};
+    const QList<QStringList> options = {{"-b", "128"},
+                                        {"-V", "2"},
+                                        {"-m", "m", "-b", "64"},
+                                        {"--resample", "22.05", "-b", "64"},
+                                        {"--id3v2-only", "--tt", "A title", "--ta", "An artist"}};
     const std::atomic<bool> cancel{false};
     for (int i = 0; i < options.size(); ++i) {
         SCOPED_TRACE(qPrintable(options[i].join(' ')));
