@@ -18,7 +18,8 @@ struct Envelope {
     int samplesPerGranule = 0;    // 576 in every MPEG version
     std::vector<float> loudness;  // one a granule, 0 for silence, relative otherwise
 
-    double seconds() const { return rate > 0 ? double(loudness.size()) * samplesPerGranule / rate : 0; }
+    qint64 samples() const { return qint64(loudness.size()) * samplesPerGranule; }
+    double seconds() const { return rate > 0 ? double(samples()) / rate : 0; }
 };
 
 // nullopt when the file holds no Layer III frames or cancel became true.

@@ -333,6 +333,30 @@ WaveformPeaks decode(const QString& path, int columns, const std::atomic<bool>& 
 
 // ---------------------------------------------------------------- MP3 in process
 
+// The first picture of an MP3 from its frames' loudness.
+WaveformPeaks sketchOf(const Mp3Envelope::Envelope& frames, int columns)
+{
+    const std::vector<float>& loudness = frames.loudness;
+    const qint64 granules = qint64(loudness.size());
+    const float loudest = *std::max_element(loudness.begin(), loudness.end());
+    const float scale = loudest > 0 ? kSketchHeight / loudest : 0;
+    WaveformPeaks peaks;
+    peaks.minimum.fill(0, columns);
+    peaks.maximum.fill(0, columns);
+    for (int column = 0; column < columns; ++column) {
+        // A column narrower than a granule still shows the one it falls in.
+        const qint64 first = column * granules / columns;
+        const qint64 last = std::max(first + 1, (column + 1) * granules / columns);
+        const float height = *std::max_element(loudness.begin() + first, loudness.begin() + last) * scale;
+        peaks.maximum[column] = height;
+        peaks.minimum[column] = -height;
+    }
+    peaks.seconds = frames.seconds();
+    peaks.columnsDone = columns;
+    peaks.estimated = true;
+    return peaks;
+}
+
 struct Mpg123Deleter {
     void operator()(mpg123_handle* handle) const { mpg123_delete(handle); }
 };
@@ -363,6 +387,8 @@ Mpg123 openMp3(const QString& path, long* rate = nullptr)
     return decoder;
 }
 
+constexpr qint64 kToTheEnd = std::numeric_limits<qint64>::max();
+
 // The samples [begin, end) of an MP3 decoded on a thread of their own and
 // spread over the columns they fall in. A decoder seeking to a stretch first
 // decodes the frames whose bits the stretch's first frame borrows, so the
@@ -379,8 +405,9 @@ public:
     void run(const QString& path, const std::atomic<bool>& cancel)
     {
         const Mpg123 decoder = openMp3(path);
-        opened_ = decoder && mpg123_seek(decoder.get(), off_t(begin_), SEEK_SET) == off_t(begin_);
-        if (opened_)
+        opened_ = bool(decoder);
+        // A stretch past what can be decoded (frames too damaged to decode) stays empty.
+        if (decoder && mpg123_seek(decoder.get(), off_t(begin_), SEEK_SET) == off_t(begin_))
             bin(decoder.get(), cancel);
         finished_ = true;
     }
@@ -389,6 +416,7 @@ public:
     bool opened() const { return opened_; }
     int firstColumn() const { return firstColumn_; }
     int done() const { return done_; }
+    qint64 decoded() const { return decoded_; }
     const std::vector<float>& minimum() const { return minimum_; }
     const std::vector<float>& maximum() const { return maximum_; }
 
@@ -429,6 +457,7 @@ private:
             minimum_[size_t(column)] = low;
             maximum_[size_t(column)] = high;
         }
+        decoded_ = at - begin_;
         done_.store(column + 1, std::memory_order_release);
     }
 
@@ -438,6 +467,7 @@ private:
     std::atomic<int> done_;
     std::atomic<bool> finished_{false};
     bool opened_ = false;
+    std::atomic<qint64> decoded_{0};
 };
 
 // An MP3 decoded by libmpg123 in this process, a long one in stretches side by
@@ -445,12 +475,15 @@ private:
 // decoded columns of every stretch over it as they come. nullopt when
 // libmpg123 cannot read the file; empty peaks when cancelled.
 std::optional<WaveformPeaks> decodeMp3(const QString& path, int columns, const std::atomic<bool>& cancel,
-                                       const Waveform::Partial& partial, const WaveformPeaks& sketch)
+                                       const Waveform::Partial& partial, const WaveformPeaks& sketch,
+                                       const std::optional<Mp3Envelope::Envelope>& frames)
 {
-    long rate = 0;
-    qint64 total = 0;
-    {
-        // A scan of the frames gives the exact number of samples, gapless.
+    // The frames the sketch counted tell the length to cut the song by (the
+    // encoder's delay and padding aside, which the decoder drops); without
+    // them libmpg123 scans the frames itself, an extra pass before decoding.
+    long rate = frames ? frames->rate : 0;
+    qint64 total = frames ? frames->samples() : 0;
+    if (!frames) {
         const Mpg123 probe = openMp3(path, &rate);
         if (!probe || mpg123_scan(probe.get()) != MPG123_OK)
             return std::nullopt;
@@ -461,8 +494,8 @@ std::optional<WaveformPeaks> decodeMp3(const QString& path, int columns, const s
     const int parts = total >= qint64(kSplitSeconds) * rate ? std::clamp(QThread::idealThreadCount(), 1, kMaxParts) : 1;
     std::vector<std::unique_ptr<Mp3Stretch>> stretches;
     for (int part = 0; part < parts; ++part)
-        stretches.push_back(
-            std::make_unique<Mp3Stretch>(part * total / parts, (part + 1) * total / parts, total, columns));
+        stretches.push_back(std::make_unique<Mp3Stretch>(
+            part * total / parts, part + 1 < parts ? (part + 1) * total / parts : kToTheEnd, total, columns));
     std::vector<std::thread> threads;
     for (auto& stretch : stretches)
         threads.emplace_back([&stretch, &path, &cancel] { stretch->run(path, cancel); });
@@ -488,7 +521,10 @@ std::optional<WaveformPeaks> decodeMp3(const QString& path, int columns, const s
                 peaks.minimum[column] = low[size_t(column)];
                 peaks.maximum[column] = high[size_t(column)];
             }
-        peaks.seconds = double(total) / double(rate);
+        qint64 decoded = 0;
+        for (const auto& stretch : stretches)
+            decoded += stretch->decoded();
+        peaks.seconds = double(final ? decoded : total) / double(rate);
         peaks.columnsDone = final || overSketch ? columns : stretches.front()->done();
         peaks.estimated = !final;
         return peaks;
@@ -509,7 +545,8 @@ std::optional<WaveformPeaks> decodeMp3(const QString& path, int columns, const s
         thread.join();
     if (cancel)
         return WaveformPeaks();
-    if (!std::all_of(stretches.begin(), stretches.end(), [](const auto& s) { return s->opened(); }))
+    if (!std::all_of(stretches.begin(), stretches.end(), [](const auto& s) { return s->opened(); }) ||
+        stretches.front()->decoded() == 0)
         return std::nullopt;
     return picture(true);
 }
@@ -560,28 +597,8 @@ std::optional<WavLayout> wavLayout(const QString& path)
 
 WaveformPeaks sketchMp3(const QString& path, int columns, const std::atomic<bool>& cancel)
 {
-    const auto envelope = Mp3Envelope::read(path, cancel);
-    if (!envelope || columns <= 0)
-        return {};
-    const std::vector<float>& loudness = envelope->loudness;
-    const qint64 granules = qint64(loudness.size());
-    const float loudest = *std::max_element(loudness.begin(), loudness.end());
-    const float scale = loudest > 0 ? kSketchHeight / loudest : 0;
-    WaveformPeaks peaks;
-    peaks.minimum.fill(0, columns);
-    peaks.maximum.fill(0, columns);
-    for (int column = 0; column < columns; ++column) {
-        // A column narrower than a granule still shows the one it falls in.
-        const qint64 first = column * granules / columns;
-        const qint64 last = std::max(first + 1, (column + 1) * granules / columns);
-        const float height = *std::max_element(loudness.begin() + first, loudness.begin() + last) * scale;
-        peaks.maximum[column] = height;
-        peaks.minimum[column] = -height;
-    }
-    peaks.seconds = envelope->seconds();
-    peaks.columnsDone = columns;
-    peaks.estimated = true;
-    return peaks;
+    const auto frames = Mp3Envelope::read(path, cancel);
+    return frames && columns > 0 ? sketchOf(*frames, columns) : WaveformPeaks();
 }
 
 WaveformPeaks fromSamples(const float* samples, qint64 count, double rate, int columns)
@@ -605,10 +622,12 @@ WaveformPeaks compute(const QString& path, int columns, const std::atomic<bool>&
     // The sketch takes a pass over the file's bytes, a small part of decoding it.
     WaveformPeaks sketch;
     if (isMp3(path)) {
-        sketch = sketchMp3(path, columns, cancel);
+        const auto frames = Mp3Envelope::read(path, cancel);
+        if (frames)
+            sketch = sketchOf(*frames, columns);
         if (partial && sketch.columns() > 0)
             partial(sketch);
-        if (auto peaks = decodeMp3(path, columns, cancel, partial, sketch))
+        if (auto peaks = decodeMp3(path, columns, cancel, partial, sketch, frames))
             return *peaks;
     }
     // What libmpg123 cannot read ffmpeg may, and what neither decodes keeps what its frames told.
