@@ -70,8 +70,26 @@ private:
     int position_ = 0;
 };
 
-// Each granule's loudness: the loudest of its channels. A channel that spends
-// no bits on Huffman data decodes to silence whatever its gain says.
+// The largest value each Huffman table can code (15 and the escape bits for
+// tables 16 to 31); 0 for the tables that code nothing or do not exist.
+constexpr int kTableLargest[32] = {0,  1,  2,  2,  0,  3,   3,    5,    5,  5,  7,  7,   7,   15,  0,    15,
+                                   16, 18, 22, 30, 78, 270, 1038, 8206, 30, 46, 78, 142, 270, 526, 2062, 8206};
+
+// A channel's loudness in a granule: the quantiser's step (global gain, a
+// factor of 2^(1/4) a step) times the largest value its Huffman tables can
+// code, dequantised (to the power 4/3). Scale factors only lower bands below
+// this, so it bounds the spectrum from above, and the tables the encoder chose
+// (the cheapest that fit) keep the bound close. Without Huffman bits the
+// channel is silent.
+float channelLoudness(int huffmanBits, int bigValues, int globalGain, int largestTable)
+{
+    if (huffmanBits == 0)
+        return 0;
+    const int largest = bigValues > 0 ? std::max(largestTable, 1) : 1;  // the count1 region codes at most 1
+    return float(std::exp2((globalGain - 210) / 4.0) * std::pow(double(largest), 4.0 / 3.0));
+}
+
+// Each granule's loudness: the loudest of its channels.
 void addGranules(const FrameHeader& header, const uchar* sideInfo, std::vector<float>& loudness)
 {
     BitReader bits(sideInfo);
@@ -81,18 +99,26 @@ void addGranules(const FrameHeader& header, const uchar* sideInfo, std::vector<f
         bits.skip(9 + (header.channels == 1 ? 5 : 3) + 4 * header.channels);
     else
         bits.skip(8 + (header.channels == 1 ? 1 : 2));
-    // After part2_3_length, big_values and global_gain a channel's entry runs on
-    // for a fixed number of bits whichever block type it has.
-    const int rest = header.mpeg1 ? 30 : 34;
     for (int granule = 0; granule < granules; ++granule) {
         float loudest = 0;
         for (int channel = 0; channel < header.channels; ++channel) {
             const int huffmanBits = bits.take(12);
-            bits.skip(9);
+            const int bigValues = bits.take(9);
             const int globalGain = bits.take(8);
-            bits.skip(rest);
-            if (huffmanBits > 0)
-                loudest = std::max(loudest, float(std::exp2((globalGain - 210) / 4.0)));
+            bits.skip(header.mpeg1 ? 4 : 9);  // scalefac_compress
+            int largestTable = 0;
+            if (bits.take(1)) {  // window switching: block type and mixed flag, two tables, subblock gains
+                bits.skip(3);
+                for (int region = 0; region < 2; ++region)
+                    largestTable = std::max(largestTable, kTableLargest[bits.take(5)]);
+                bits.skip(9);
+            } else {  // three tables, the region sizes
+                for (int region = 0; region < 3; ++region)
+                    largestTable = std::max(largestTable, kTableLargest[bits.take(5)]);
+                bits.skip(7);
+            }
+            bits.skip(header.mpeg1 ? 3 : 2);  // preflag (MPEG 1), scalefac_scale, count1table_select
+            loudest = std::max(loudest, channelLoudness(huffmanBits, bigValues, globalGain, largestTable));
         }
         loudness.push_back(loudest);
     }

@@ -7,10 +7,11 @@
 
 // A rough loudness of each stretch of an MP3, read from the Layer III frames'
 // side information alone, without decoding: a granule whose channels carry no
-// Huffman bits is silent, otherwise its quantiser step (the global gain, a
-// factor of 2^(1/4) a step) grows with the level the encoder had to cover. It
-// tells loud from quiet within one song; its scale is the encoder's, not the
-// samples'. Damaged stretches are skipped up to the next frame that reads.
+// Huffman bits is silent, otherwise its quantiser step and the largest value
+// its Huffman tables can code bound its spectrum. It tells loud from quiet
+// within one song; against the decoded samples it is off by a factor that
+// depends on the sound (noise or tone), up to a few times either way.
+// Damaged stretches are skipped up to the next frame that reads.
 namespace Mp3Envelope {
 
 struct Envelope {

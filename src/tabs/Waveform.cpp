@@ -34,9 +34,13 @@ constexpr int kPartialMs = 100;
 constexpr int kSplitSeconds = 60;
 constexpr int kMaxParts = 4;
 constexpr int kLeadSeconds = 1;
-// Where the loudest stretch of a sketch reaches: the decoded peaks of most
-// songs come near full scale, so the picture changes little when they arrive.
+// Where the loud stretches of a sketch reach: the decoded peaks of most songs
+// come near full scale, so the picture changes little when they arrive. The
+// quantiser's gain overstates noisy sounds (a drum's attack) against tonal
+// ones many times over, so the scale is set by the column at this rank of
+// loudness, not by the loudest, and the few above it are clipped.
 constexpr float kSketchHeight = 0.9f;
+constexpr double kSketchScaleRank = 0.9;
 
 // Spreads a stream of samples over columns of equal time, given how many
 // samples the whole song holds.
@@ -338,16 +342,23 @@ WaveformPeaks sketchOf(const Mp3Envelope::Envelope& frames, int columns)
 {
     const std::vector<float>& loudness = frames.loudness;
     const qint64 granules = qint64(loudness.size());
-    const float loudest = *std::max_element(loudness.begin(), loudness.end());
-    const float scale = loudest > 0 ? kSketchHeight / loudest : 0;
-    WaveformPeaks peaks;
-    peaks.minimum.fill(0, columns);
-    peaks.maximum.fill(0, columns);
+    std::vector<float> loudest(static_cast<size_t>(columns));
     for (int column = 0; column < columns; ++column) {
         // A column narrower than a granule still shows the one it falls in.
         const qint64 first = column * granules / columns;
         const qint64 last = std::max(first + 1, (column + 1) * granules / columns);
-        const float height = *std::max_element(loudness.begin() + first, loudness.begin() + last) * scale;
+        loudest[size_t(column)] = *std::max_element(loudness.begin() + first, loudness.begin() + last);
+    }
+    std::vector<float> ranked = loudest;
+    const auto rank = ranked.begin() + qsizetype(kSketchScaleRank * (columns - 1));
+    std::nth_element(ranked.begin(), rank, ranked.end());
+    const float reference = *rank > 0 ? *rank : *std::max_element(ranked.begin(), ranked.end());
+    const float scale = reference > 0 ? kSketchHeight / reference : 0;
+    WaveformPeaks peaks;
+    peaks.minimum.fill(0, columns);
+    peaks.maximum.fill(0, columns);
+    for (int column = 0; column < columns; ++column) {
+        const float height = std::min(kSketchHeight, loudest[size_t(column)] * scale);
         peaks.maximum[column] = height;
         peaks.minimum[column] = -height;
     }

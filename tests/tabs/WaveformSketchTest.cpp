@@ -98,6 +98,14 @@ TEST(WaveformSketch, ShowsTheLoudQuietAndSilentStretchesOfTheDecodedPeaks)
             EXPECT_LT(silent, quiet / 3);
         }
     }
+
+    // A plucked string's noisy attack, then a steady tone: the quantiser's step
+    // alone would make the tone look hundreds of times quieter than it is.
+    const QString plucked = makeMp3(dir.path(), "plucked.mp3", {{"synth", "6", "pluck", "220", "sine", "330"}}, {});
+    ASSERT_FALSE(plucked.isEmpty());
+    const WaveformPeaks sketch = Waveform::sketchMp3(plucked, kColumns, cancel);
+    ASSERT_EQ(sketch.columns(), kColumns);
+    EXPECT_GT(meanHeight(sketch, 10, 50), 0.5);
 }
 
 TEST(WaveformSketch, ADamagedFileShowsWhatCanBeRead)
