@@ -533,9 +533,12 @@ std::optional<WaveformPeaks> decodeMp3(const QString& path, int columns, const s
                 peaks.maximum[column] = high[size_t(column)];
             }
         // The final length is what the decoder gave, the encoder's delay and padding dropped.
-        qint64 samples = final ? 0 : total;
-        for (const auto& stretch : stretches)
-            samples += final ? stretch->decoded() : 0;
+        qint64 samples = total;
+        if (final) {
+            samples = 0;
+            for (const auto& stretch : stretches)
+                samples += stretch->decoded();
+        }
         peaks.seconds = double(samples) / double(rate);
         peaks.columnsDone = final || overSketch ? columns : stretches.front()->done();
         peaks.estimated = !final;
