@@ -9,7 +9,7 @@ packages=(
   # Qt 6 (Core, Gui, Widgets, Network, DBus, Concurrent) and image plugins (TIFF)
   qt6-base-dev qt6-base-dev-tools qt6-image-formats-plugins
   # libraries
-  libtag1-dev libplist-dev libogg-dev libvorbis-dev
+  libtag1-dev libplist-dev libogg-dev libvorbis-dev libmpg123-dev
   libcdio-dev libburn-dev libisofs-dev
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav

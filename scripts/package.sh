@@ -19,7 +19,7 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 dpkg-deb -x "$package" "$scratch/root"
 depends=$(dpkg-deb -f "$package" Depends)
-for needed in libqt6widgets6 libtag1v5 libcdio libplist libburn libisofs ffmpeg lame mplayer cd-paranoia; do
+for needed in libqt6widgets6 libtag1v5 libcdio libplist libburn libisofs libmpg123 ffmpeg lame mplayer cd-paranoia; do
     case "$depends" in *"$needed"*) ;; *) echo "package: Depends lacks $needed: $depends" >&2; exit 1 ;; esac
 done
 for program in "$scratch"/root/usr/bin/* "$scratch"/root/usr/libexec/velmora/*; do

@@ -3,6 +3,7 @@
 #include "encode/PcmReaders.h"
 #include "platform/ChildProcess.h"
 #include "platform/ResourceLocator.h"
+#include "tabs/Mp3Envelope.h"
 #include "tags/MediaDuration.h"
 
 #include <QElapsedTimer>
@@ -11,9 +12,12 @@
 #include <QThread>
 #include <QtEndian>
 
+#include <mpg123.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstdio>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -30,6 +34,13 @@ constexpr int kPartialMs = 100;
 constexpr int kSplitSeconds = 60;
 constexpr int kMaxParts = 4;
 constexpr int kLeadSeconds = 1;
+// Where the loud stretches of a sketch reach: the decoded peaks of most songs
+// come near full scale, so the picture changes little when they arrive. The
+// quantiser's gain overstates noisy sounds (a drum's attack) against tonal
+// ones many times over, so the scale is set by the column at this rank of
+// loudness, not by the loudest, and the few above it are clipped.
+constexpr float kSketchHeight = 0.9f;
+constexpr double kSketchScaleRank = 0.9;
 
 // Spreads a stream of samples over columns of equal time, given how many
 // samples the whole song holds.
@@ -69,6 +80,21 @@ private:
     qint64 seen_ = 0;
     int current_ = -1;
 };
+
+bool isMp3(const QString& path)
+{
+    return QFileInfo(path).suffix().compare(QLatin1String("mp3"), Qt::CaseInsensitive) == 0;
+}
+
+// The sketch with the columns decoded so far in place of its own.
+WaveformPeaks overSketch(const WaveformPeaks& sketch, const WaveformPeaks& decoded)
+{
+    WaveformPeaks peaks = sketch;
+    const int done = std::min(decoded.columnsDone, peaks.columns());
+    std::copy_n(decoded.minimum.cbegin(), done, peaks.minimum.begin());
+    std::copy_n(decoded.maximum.cbegin(), done, peaks.maximum.begin());
+    return peaks;
+}
 
 bool readsDirectly(const QString& path)
 {
@@ -236,10 +262,11 @@ private:
 // resampling filter: peaks, not fidelity, are wanted). Decoding an MP3 is the
 // slow part and one decoder uses one core, so a long song is cut into stretches
 // (input seeking, sample-exact) decoded side by side and joined in order. The
-// columns first follow the length the tags tell and grow from the left; the
-// final peaks are spread over the length actually decoded.
+// columns first follow the length the sketch (else the tags) tells and grow
+// from the left, over the sketch when there is one; the final peaks are spread
+// over the length actually decoded.
 WaveformPeaks decode(const QString& path, int columns, const std::atomic<bool>& cancel,
-                     const Waveform::Partial& partial)
+                     const Waveform::Partial& partial, const WaveformPeaks& sketch)
 {
     const QString ffmpeg = ResourceLocator::pathForTool(QStringLiteral("ffmpeg"));
     if (ffmpeg.isEmpty())
@@ -268,9 +295,11 @@ WaveformPeaks decode(const QString& path, int columns, const std::atomic<bool>& 
         threads.emplace_back([&decoder, &cancel, &stop] { decoder->run(cancel, stop); });
 
     // The picture grows from the left: a stretch counts once those before it are whole.
+    const qint64 expected =
+        sketch.seconds > 0 ? qint64(sketch.seconds * kDecodeRate) : qint64(std::max(told, 1)) * kDecodeRate;
     std::vector<float> samples;
-    samples.reserve(size_t(std::max(told, 1)) * kDecodeRate);
-    Binner binner(qint64(std::max(told, 1)) * kDecodeRate, columns, kDecodeRate);
+    samples.reserve(size_t(expected));
+    Binner binner(expected, columns, kDecodeRate);
     size_t joined = 0;  // stretches wholly in samples
     qint64 taken = 0;   // of the stretch being joined
     QElapsedTimer shown;
@@ -292,7 +321,7 @@ WaveformPeaks decode(const QString& path, int columns, const std::atomic<bool>& 
         }
         if (partial && binner.seen() > 0 && (!shownOnce || shown.elapsed() >= kPartialMs)) {
             shownOnce = true;
-            partial(binner.partial());
+            partial(sketch.columns() == columns ? overSketch(sketch, binner.partial()) : binner.partial());
             shown.restart();
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -304,6 +333,237 @@ WaveformPeaks decode(const QString& path, int columns, const std::atomic<bool>& 
     if (!whole || cancel || samples.empty())
         return {};
     return Waveform::fromSamples(samples.data(), qint64(samples.size()), kDecodeRate, columns);
+}
+
+// ---------------------------------------------------------------- MP3 in process
+
+// The first picture of an MP3 from its frames' loudness.
+WaveformPeaks sketchOf(const Mp3Envelope::Envelope& frames, int columns)
+{
+    const std::vector<float>& loudness = frames.loudness;
+    const qint64 granules = qint64(loudness.size());
+    std::vector<float> loudest(static_cast<size_t>(columns));
+    for (int column = 0; column < columns; ++column) {
+        // A column narrower than a granule still shows the one it falls in.
+        const qint64 first = column * granules / columns;
+        const qint64 last = std::max(first + 1, (column + 1) * granules / columns);
+        loudest[size_t(column)] = *std::max_element(loudness.begin() + first, loudness.begin() + last);
+    }
+    std::vector<float> ranked = loudest;
+    const auto rank = ranked.begin() + qsizetype(kSketchScaleRank * (columns - 1));
+    std::nth_element(ranked.begin(), rank, ranked.end());
+    const float reference = *rank > 0 ? *rank : *std::max_element(ranked.begin(), ranked.end());
+    const float scale = reference > 0 ? kSketchHeight / reference : 0;
+    WaveformPeaks peaks;
+    peaks.minimum.fill(0, columns);
+    peaks.maximum.fill(0, columns);
+    for (int column = 0; column < columns; ++column) {
+        const float height = std::min(kSketchHeight, loudest[size_t(column)] * scale);
+        peaks.maximum[column] = height;
+        peaks.minimum[column] = -height;
+    }
+    peaks.seconds = frames.seconds();
+    peaks.columnsDone = columns;
+    peaks.estimated = true;
+    return peaks;
+}
+
+struct Mpg123Deleter {
+    void operator()(mpg123_handle* handle) const { mpg123_delete(handle); }
+};
+using Mpg123 = std::unique_ptr<mpg123_handle, Mpg123Deleter>;
+
+// A decoder of the file that mixes its channels to mono floats at the file's
+// own rate (its 4:1 down-sampling decodes no faster: it gives up the SIMD
+// synthesis for the generic one); null when libmpg123 cannot open it.
+Mpg123 openMp3(const QString& path, long* rate = nullptr)
+{
+    static const int initialised = mpg123_init();  // needed by libmpg123 before 1.27, harmless since
+    if (initialised != MPG123_OK)
+        return {};
+    Mpg123 decoder(mpg123_new(nullptr, nullptr));
+    const long flags = MPG123_MONO_MIX | MPG123_FORCE_FLOAT | MPG123_GAPLESS | MPG123_QUIET;
+    // Past damage of any length the decoder looks for the next frame, as the sketch does.
+    if (!decoder || mpg123_param(decoder.get(), MPG123_FLAGS, flags, 0) != MPG123_OK ||
+        mpg123_param(decoder.get(), MPG123_RESYNC_LIMIT, -1, 0) != MPG123_OK ||
+        mpg123_open(decoder.get(), QFile::encodeName(path).constData()) != MPG123_OK)
+        return {};
+    long sampleRate = 0;
+    int channels = 0, encoding = 0;
+    if (mpg123_getformat(decoder.get(), &sampleRate, &channels, &encoding) != MPG123_OK || channels != 1 ||
+        encoding != MPG123_ENC_FLOAT_32 || sampleRate <= 0)
+        return {};
+    if (rate)
+        *rate = sampleRate;
+    return decoder;
+}
+
+constexpr qint64 kToTheEnd = std::numeric_limits<qint64>::max();
+
+// The samples [begin, end) of an MP3 decoded on a thread of their own and
+// spread over the columns they fall in. A decoder seeking to a stretch first
+// decodes the frames whose bits the stretch's first frame borrows, so the
+// stretches join without a seam. Columns before done() are final.
+class Mp3Stretch {
+public:
+    Mp3Stretch(qint64 begin, qint64 end, qint64 total, int columns)
+        : begin_(begin), end_(end), total_(total), columns_(columns), firstColumn_(columnOf(begin)),
+          minimum_(size_t(columns), std::numeric_limits<float>::max()),
+          maximum_(size_t(columns), std::numeric_limits<float>::lowest()), done_(firstColumn_)
+    {
+    }
+
+    void run(const QString& path, const std::atomic<bool>& cancel)
+    {
+        const Mpg123 decoder = openMp3(path);
+        opened_ = bool(decoder);
+        // A stretch past what can be decoded (frames too damaged to decode) stays empty.
+        if (decoder && mpg123_seek(decoder.get(), off_t(begin_), SEEK_SET) == off_t(begin_))
+            bin(decoder.get(), cancel);
+        finished_ = true;
+    }
+
+    bool finished() const { return finished_; }
+    bool opened() const { return opened_; }
+    int firstColumn() const { return firstColumn_; }
+    int done() const { return done_; }
+    qint64 decoded() const { return decoded_; }
+    const std::vector<float>& minimum() const { return minimum_; }
+    const std::vector<float>& maximum() const { return maximum_; }
+
+private:
+    int columnOf(qint64 sample) const { return int(std::min<qint64>(sample * columns_ / total_, columns_ - 1)); }
+    // The first sample of a column, without a division a sample.
+    qint64 startOf(int column) const { return (qint64(column) * total_ + columns_ - 1) / columns_; }
+
+    void bin(mpg123_handle* decoder, const std::atomic<bool>& cancel)
+    {
+        std::vector<float> buffer(16384);
+        qint64 at = begin_;
+        int column = firstColumn_;
+        qint64 nextColumnStart = startOf(column + 1);
+        float low = std::numeric_limits<float>::max(), high = std::numeric_limits<float>::lowest();
+        while (at < end_ && !cancel) {
+            size_t bytes = 0;
+            const int status = mpg123_read(decoder, buffer.data(), buffer.size() * sizeof(float), &bytes);
+            const qint64 count = std::min<qint64>(qint64(bytes / sizeof(float)), end_ - at);
+            for (qint64 i = 0; i < count; ++i, ++at) {
+                while (at >= nextColumnStart && column + 1 < columns_) {
+                    minimum_[size_t(column)] = low;
+                    maximum_[size_t(column)] = high;
+                    done_.store(++column, std::memory_order_release);
+                    nextColumnStart = startOf(column + 1);
+                    low = std::numeric_limits<float>::max();
+                    high = std::numeric_limits<float>::lowest();
+                }
+                low = std::min(low, buffer[size_t(i)]);
+                high = std::max(high, buffer[size_t(i)]);
+            }
+            // MPG123_DONE at the end; a damaged frame is skipped inside, so any
+            // other status is a file that cannot be read on.
+            if (status != MPG123_OK && status != MPG123_NEW_FORMAT)
+                break;
+        }
+        if (low <= high) {
+            minimum_[size_t(column)] = low;
+            maximum_[size_t(column)] = high;
+        }
+        decoded_ = at - begin_;
+        done_.store(column + 1, std::memory_order_release);
+    }
+
+    const qint64 begin_, end_, total_;
+    const int columns_, firstColumn_;
+    std::vector<float> minimum_, maximum_;  // a column no sample reached keeps max() and lowest()
+    std::atomic<int> done_;
+    std::atomic<bool> finished_{false};
+    bool opened_ = false;
+    std::atomic<qint64> decoded_{0};
+};
+
+// An MP3 decoded by libmpg123 in this process, a long one in stretches side by
+// side (one decoder uses one core). The picture shows the sketch with the
+// decoded columns of every stretch over it as they come. nullopt when
+// libmpg123 cannot read the file; empty peaks when cancelled.
+std::optional<WaveformPeaks> decodeMp3(const QString& path, int columns, const std::atomic<bool>& cancel,
+                                       const Waveform::Partial& partial, const WaveformPeaks& sketch,
+                                       const std::optional<Mp3Envelope::Envelope>& frames)
+{
+    // The frames the sketch counted tell the length to cut the song by (the
+    // encoder's delay and padding aside, which the decoder drops); without
+    // them libmpg123 scans the frames itself, an extra pass before decoding.
+    long rate = frames ? frames->rate : 0;
+    qint64 total = frames ? frames->samples() : 0;
+    if (!frames) {
+        const Mpg123 probe = openMp3(path, &rate);
+        if (!probe || mpg123_scan(probe.get()) != MPG123_OK)
+            return std::nullopt;
+        total = mpg123_length(probe.get());
+    }
+    if (total <= 0)
+        return std::nullopt;
+    const int parts = total >= qint64(kSplitSeconds) * rate ? std::clamp(QThread::idealThreadCount(), 1, kMaxParts) : 1;
+    std::vector<std::unique_ptr<Mp3Stretch>> stretches;
+    for (int part = 0; part < parts; ++part)
+        stretches.push_back(std::make_unique<Mp3Stretch>(
+            part * total / parts, part + 1 < parts ? (part + 1) * total / parts : kToTheEnd, total, columns));
+    std::vector<std::thread> threads;
+    for (auto& stretch : stretches)
+        threads.emplace_back([&stretch, &path, &cancel] { stretch->run(path, cancel); });
+
+    const bool overSketch = sketch.columns() == columns;
+    const auto picture = [&](bool final) {
+        // A column where two stretches meet holds both their extremes.
+        std::vector<float> low(size_t(columns), std::numeric_limits<float>::max());
+        std::vector<float> high(size_t(columns), std::numeric_limits<float>::lowest());
+        for (const auto& stretch : stretches)
+            for (int column = stretch->firstColumn(), done = final ? columns : stretch->done(); column < done;
+                 ++column) {
+                low[size_t(column)] = std::min(low[size_t(column)], stretch->minimum()[size_t(column)]);
+                high[size_t(column)] = std::max(high[size_t(column)], stretch->maximum()[size_t(column)]);
+            }
+        WaveformPeaks peaks = overSketch && !final ? sketch : WaveformPeaks();
+        if (peaks.columns() == 0) {
+            peaks.minimum.fill(0, columns);
+            peaks.maximum.fill(0, columns);
+        }
+        for (int column = 0; column < columns; ++column)
+            if (low[size_t(column)] <= high[size_t(column)]) {
+                peaks.minimum[column] = low[size_t(column)];
+                peaks.maximum[column] = high[size_t(column)];
+            }
+        // The final length is what the decoder gave, the encoder's delay and padding dropped.
+        qint64 samples = total;
+        if (final) {
+            samples = 0;
+            for (const auto& stretch : stretches)
+                samples += stretch->decoded();
+        }
+        peaks.seconds = double(samples) / double(rate);
+        peaks.columnsDone = final || overSketch ? columns : stretches.front()->done();
+        peaks.estimated = !final;
+        return peaks;
+    };
+    QElapsedTimer shown;
+    shown.start();
+    const auto finished = [&] {
+        return std::all_of(stretches.begin(), stretches.end(), [](const auto& s) { return s->finished(); });
+    };
+    while (!finished()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        if (partial && shown.elapsed() >= kPartialMs) {
+            partial(picture(false));
+            shown.restart();
+        }
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    if (cancel)
+        return WaveformPeaks();
+    if (!std::all_of(stretches.begin(), stretches.end(), [](const auto& s) { return s->opened(); }) ||
+        stretches.front()->decoded() == 0)
+        return std::nullopt;
+    return picture(true);
 }
 
 }  // namespace
@@ -350,6 +610,12 @@ std::optional<WavLayout> wavLayout(const QString& path)
     }
 }
 
+WaveformPeaks sketchMp3(const QString& path, int columns, const std::atomic<bool>& cancel)
+{
+    const auto frames = Mp3Envelope::read(path, cancel);
+    return frames && columns > 0 ? sketchOf(*frames, columns) : WaveformPeaks();
+}
+
 WaveformPeaks fromSamples(const float* samples, qint64 count, double rate, int columns)
 {
     Binner binner(count, columns, rate);
@@ -368,7 +634,22 @@ WaveformPeaks compute(const QString& path, int columns, const std::atomic<bool>&
         if (auto peaks = readPcm(path, columns, cancel, partial))
             return *peaks;
     }
-    return decode(path, columns, cancel, partial);
+    // The sketch takes a pass over the file's bytes, a small part of decoding it.
+    WaveformPeaks sketch;
+    if (isMp3(path)) {
+        const auto frames = Mp3Envelope::read(path, cancel);
+        if (frames)
+            sketch = sketchOf(*frames, columns);
+        if (partial && sketch.columns() > 0)
+            partial(sketch);
+        if (auto peaks = decodeMp3(path, columns, cancel, partial, sketch, frames))
+            return *peaks;
+    }
+    // What libmpg123 cannot read ffmpeg may, and what neither decodes keeps what its frames told.
+    WaveformPeaks decoded = decode(path, columns, cancel, partial, sketch);
+    if (decoded.columns() == 0 && !cancel)
+        return sketch;
+    return decoded;
 }
 
 }  // namespace Waveform

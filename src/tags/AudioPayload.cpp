@@ -644,6 +644,18 @@ QString unreadable(Format format, const QString& path)
     return why;
 }
 
+std::optional<ByteRange> mpegFrames(const QString& path, QString* why)
+{
+    const Source file(path);
+    QString reason;
+    const std::optional<Run> run = mpegAudio(file, &reason);
+    if (why)
+        *why = reason;
+    if (!run)
+        return std::nullopt;
+    return ByteRange{run->offset, run->length};
+}
+
 QString difference(Format format, const QString& before, const QString& after)
 {
     const Source a(before);

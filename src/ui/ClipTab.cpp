@@ -117,7 +117,8 @@ void WaveformView::paintEvent(QPaintEvent*)
     shade.setAlpha(60);
     painter.fillRect(QRectF(left, 0, right - left, height()), shade);
 
-    painter.setPen(colors.color(QPalette::Text));
+    // A sketch from the MP3's frames stays faint until the decoded peaks replace it.
+    painter.setPen(colors.color(peaks_.estimated ? QPalette::PlaceholderText : QPalette::Text));
     const double step = double(width()) / columns;
     for (int column = 0; column < peaks_.columnsDone && column < columns; ++column) {
         const double x = (column + 0.5) * step;

@@ -126,11 +126,12 @@ TEST(Waveform, ColumnsFollowTheAudioInEveryReader)
     ASSERT_EQ(testsupport::run("sox", {"-n", "-r", "44100", "-c", "2", "-b", "16", wav, "synth", "1", "sine", "440",
                                        "vol", "0.5", "pad", "1", "0"}),
               0);
-    const QString aiff = dir.filePath("half.aiff"), mp3 = dir.filePath("half.mp3");
+    const QString aiff = dir.filePath("half.aiff"), mp3 = dir.filePath("half.mp3"), ogg = dir.filePath("half.ogg");
     ASSERT_EQ(testsupport::run("sox", {wav, "-b", "24", aiff}), 0);
     ASSERT_EQ(testsupport::run("lame", {"--quiet", wav, mp3}), 0);
+    ASSERT_EQ(testsupport::run("oggenc", {"-Q", wav, "-o", ogg}), 0);
     const std::atomic<bool> cancel{false};
-    for (const QString& path : {wav, aiff, mp3}) {
+    for (const QString& path : {wav, aiff, mp3, ogg}) {
         SCOPED_TRACE(qPrintable(path));
         const WaveformPeaks peaks = Waveform::compute(path, 100, cancel);
         ASSERT_TRUE(peaks.complete());
@@ -190,19 +191,24 @@ TEST(ClipSources, AFlashPlayerIsShownAsThePreferenceSaysAndEjectedUnlessInUse)
 TEST(Waveform, ALongSongDecodedInStretchesKeepsItsTimeline)
 {
     // 80 seconds, silent but for a tone from 30 s to 50 s: it spans the place
-    // where the stretches decoded side by side meet, and must stay where it is.
+    // where the stretches decoded side by side meet, and must stay where it is,
+    // whether libmpg123 (MP3) or ffmpeg (Ogg) decodes them.
     QTemporaryDir dir;
-    const QString wav = dir.filePath("long.wav"), mp3 = dir.filePath("long.mp3");
+    const QString wav = dir.filePath("long.wav"), mp3 = dir.filePath("long.mp3"), ogg = dir.filePath("long.ogg");
     ASSERT_EQ(testsupport::run("sox", {"-n", "-r", "44100", "-c", "2", "-b", "16", wav, "synth", "20", "sine", "440",
                                        "vol", "0.5", "pad", "30", "30"}),
               0);
     ASSERT_EQ(testsupport::run("lame", {"--quiet", "-b", "128", wav, mp3}), 0);
+    ASSERT_EQ(testsupport::run("oggenc", {"-Q", wav, "-o", ogg}), 0);
     const std::atomic<bool> cancel{false};
-    const WaveformPeaks peaks = Waveform::compute(mp3, 160, cancel);  // half a second a column
-    ASSERT_TRUE(peaks.complete());
-    EXPECT_NEAR(peaks.seconds, 80.0, 0.05);
-    for (int column : {0, 58, 101, 159})
-        EXPECT_LT(peaks.maximum[column] - peaks.minimum[column], 0.02) << column;
-    for (int column : {61, 79, 80, 98})
-        EXPECT_NEAR(peaks.maximum[column], 0.5, 0.05) << column;
+    for (const QString& path : {mp3, ogg}) {
+        SCOPED_TRACE(qPrintable(path));
+        const WaveformPeaks peaks = Waveform::compute(path, 160, cancel);  // half a second a column
+        ASSERT_TRUE(peaks.complete());
+        EXPECT_NEAR(peaks.seconds, 80.0, 0.05);
+        for (int column : {0, 58, 101, 159})
+            EXPECT_LT(peaks.maximum[column] - peaks.minimum[column], 0.02) << column;
+        for (int column : {61, 79, 80, 98})
+            EXPECT_NEAR(peaks.maximum[column], 0.5, 0.05) << column;
+    }
 }
