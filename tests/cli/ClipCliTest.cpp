@@ -14,22 +14,16 @@
 
 namespace {
 
-struct CliRun {
-    int exitCode = -1;
+struct CliRun : testsupport::Outcome {
     QStringList printed;  // standard output, one file a line
-    QString err;
 };
 
 CliRun clip(const QStringList& arguments)
 {
-    QProcess process;
-    process.start(testsupport::builtProgram("velmora-cli"), QStringList{"clip"} + arguments);
     CliRun result;
-    if (!process.waitForStarted(10000) || !process.waitForFinished(240000))
-        return result;
-    result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    result.printed = QString::fromUtf8(process.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
-    result.err = QString::fromUtf8(process.readAllStandardError());
+    static_cast<testsupport::Outcome&>(result) =
+        testsupport::runApart(testsupport::builtProgram("velmora-cli"), QStringList{"clip"} + arguments, 240000);
+    result.printed = QString::fromUtf8(result.out).split('\n', Qt::SkipEmptyParts);
     return result;
 }
 

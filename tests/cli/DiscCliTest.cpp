@@ -13,27 +13,12 @@ using namespace discfixtures;
 
 namespace {
 
-struct CliRun {
-    int exitCode = -1;
-    QByteArray out;
-    QString err;
-};
+using CliRun = testsupport::Outcome;
 
 // velmora-cli with standard output and error apart (the JSON is read from the first).
 CliRun cli(const QStringList& arguments)
 {
-    QProcess process;
-    process.start(testsupport::builtProgram("velmora-cli"), arguments);
-    CliRun result;
-    if (!process.waitForStarted(10000) || !process.waitForFinished(120000)) {
-        process.kill();
-        process.waitForFinished();
-        return result;
-    }
-    result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    result.out = process.readAllStandardOutput();
-    result.err = QString::fromUtf8(process.readAllStandardError());
-    return result;
+    return testsupport::runApart(testsupport::builtProgram("velmora-cli"), arguments);
 }
 
 class DiscCommand : public ::testing::Test {

@@ -60,6 +60,24 @@ int run(const QString& program, const QStringList& arguments, QByteArray* output
     return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
 }
 
+Outcome runApart(const QString& program, const QStringList& arguments, int timeoutMs)
+{
+    QProcess process;
+    process.start(program, arguments);
+    Outcome outcome;
+    if (!process.waitForStarted(10000))
+        return outcome;
+    if (!process.waitForFinished(timeoutMs)) {
+        process.kill();
+        process.waitForFinished();
+        return outcome;
+    }
+    outcome.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    outcome.out = process.readAllStandardOutput();
+    outcome.err = QString::fromUtf8(process.readAllStandardError());
+    return outcome;
+}
+
 QString builtProgram(const QString& name)
 {
     const QString inBin = QStringLiteral(VELMORA_TEST_BIN_DIR "/") + name;

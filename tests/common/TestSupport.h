@@ -14,6 +14,14 @@ QString homeDir();
 // could not start. Output goes to *output when given.
 int run(const QString& program, const QStringList& arguments, QByteArray* output = nullptr,
         int timeoutMs = 120000);
+// A program's run with its standard output and error kept apart. exitCode is -1
+// when it did not start, did not end in time (it is killed) or did not end normally.
+struct Outcome {
+    int exitCode = -1;
+    QByteArray out;
+    QString err;
+};
+Outcome runApart(const QString& program, const QStringList& arguments, int timeoutMs = 120000);
 // The path of a program built by this project (velmora-cli, tools).
 QString builtProgram(const QString& name);
 

@@ -72,22 +72,9 @@ Source makeSource(const QTemporaryDir& dir, const QString& name, int rate, int c
     return s;
 }
 
-struct AuthorRun {
-    int exitCode = -1;
-    QByteArray out, err;
-};
-
-AuthorRun runAuthor(const QStringList& arguments)
+testsupport::Outcome runAuthor(const QStringList& arguments)
 {
-    QProcess process;
-    process.start(builtProgram("dvda-author"), arguments);
-    AuthorRun run;
-    if (!process.waitForFinished(120000))
-        return run;
-    run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    run.out = process.readAllStandardOutput();
-    run.err = process.readAllStandardError();
-    return run;
+    return testsupport::runApart(builtProgram("dvda-author"), arguments);
 }
 
 // One LPCM packet as the demuxer found it.
@@ -317,7 +304,7 @@ TEST_F(DvdaAuthorTest, AuthorsThreeFormatsThatReadBackExactly)
     const QString out = dir.filePath("DVD");
     QDir().mkpath(out + "/AUDIO_TS");
     testsupport::writeFile(out + "/AUDIO_TS/STALE.AOB", "old");  // replaced, not merged
-    const AuthorRun run = runAuthor(QStringList{"-pp", "1234", "-o", out, "-g"} << files());
+    const testsupport::Outcome run = runAuthor(QStringList{"-pp", "1234", "-o", out, "-g"} << files());
     ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
     EXPECT_TRUE(run.err.isEmpty());
 
@@ -387,10 +374,10 @@ TEST_F(DvdaAuthorTest, RefusesWhatDvdAudioCannotCarryBeforeWritingAnything)
             const QStringList args = QStringList{"-n"} + c.soxFormat + QStringList{bad, "synth", "0.1", "sine", "440"};
             ASSERT_EQ(testsupport::run("sox", args), 0);
         }
-        const AuthorRun run = runAuthor({"-o", out, "-g", sources[0].path, bad});
+        const testsupport::Outcome run = runAuthor({"-o", out, "-g", sources[0].path, bad});
         EXPECT_EQ(run.exitCode, 2);
         EXPECT_EQ(run.err.count('\n'), 1) << run.err.toStdString();
-        EXPECT_TRUE(run.err.startsWith(("dvda-author: " + bad + ": ").toUtf8())) << run.err.toStdString();
+        EXPECT_TRUE(run.err.startsWith("dvda-author: " + bad + ": ")) << run.err.toStdString();
         EXPECT_TRUE(run.err.contains(c.reason)) << run.err.toStdString();
         EXPECT_FALSE(run.out.contains("Wrote"));
         EXPECT_EQ(QDir(out).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), QStringList{"AUDIO_TS"});

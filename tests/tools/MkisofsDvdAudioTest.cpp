@@ -25,22 +25,9 @@ namespace {
 
 constexpr qint64 kSector = 2048;
 
-struct Outcome {
-    int status = -1;
-    QByteArray out, err;
-};
-
-Outcome runTool(const QStringList& arguments)
+testsupport::Outcome runTool(const QStringList& arguments)
 {
-    QProcess process;
-    process.start(builtProgram("mkisofs-dvd-audio"), arguments);
-    Outcome outcome;
-    if (!process.waitForStarted(10000) || !process.waitForFinished(120000))
-        return outcome;
-    outcome.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    outcome.out = process.readAllStandardOutput();
-    outcome.err = process.readAllStandardError();
-    return outcome;
+    return testsupport::runApart(testsupport::builtProgram("mkisofs-dvd-audio"), arguments);
 }
 
 // Bytes no two files share, so a file read from the wrong place shows.
@@ -222,7 +209,7 @@ protected:
     {
         dir_ = new QTemporaryDir;
         makeDvdFolder(folder());
-        outcome_ = new Outcome(runTool({"-V", "DVD-Audio", "-o", image(), "-dvd-audio", folder()}));
+        outcome_ = new testsupport::Outcome(runTool({"-V", "DVD-Audio", "-o", image(), "-dvd-audio", folder()}));
     }
     static void TearDownTestSuite()
     {
@@ -233,14 +220,14 @@ protected:
     static QString image() { return dir_->filePath("DVD.img"); }
 
     static QTemporaryDir* dir_;
-    static Outcome* outcome_;
+    static testsupport::Outcome* outcome_;
 };
 QTemporaryDir* MkisofsDvdAudio::dir_ = nullptr;
-Outcome* MkisofsDvdAudio::outcome_ = nullptr;
+testsupport::Outcome* MkisofsDvdAudio::outcome_ = nullptr;
 
 TEST_F(MkisofsDvdAudio, ReportsProgressAndTheSectorsItWrote)
 {
-    ASSERT_EQ(outcome_->status, 0) << outcome_->err.constData();
+    ASSERT_EQ(outcome_->exitCode, 0) << qPrintable(outcome_->err);
     QList<QByteArray> lines = outcome_->out.trimmed().split('\n');
     const QByteArray wrote = lines.takeLast();
     EXPECT_EQ(wrote,
@@ -259,7 +246,7 @@ TEST_F(MkisofsDvdAudio, ReportsProgressAndTheSectorsItWrote)
 
 TEST_F(MkisofsDvdAudio, IsoinfoListsAudioTsFirstInPlayerOrderEachFileInOnePiece)
 {
-    ASSERT_EQ(outcome_->status, 0) << outcome_->err.constData();
+    ASSERT_EQ(outcome_->exitCode, 0) << qPrintable(outcome_->err);
     const QMap<QString, Listed> listed = isoListing(image());
     ASSERT_EQ(listed.size(), kAudioTs.size() + 1) << listed.keys().join(' ').toStdString();
     qint64 next = listed.value("AUDIO_TS/AUDIO_TS.IFO;1").sector;
@@ -278,7 +265,7 @@ TEST_F(MkisofsDvdAudio, IsoinfoListsAudioTsFirstInPlayerOrderEachFileInOnePiece)
 
 TEST_F(MkisofsDvdAudio, EveryFileReadsBackWholeFromBothFileSystems)
 {
-    ASSERT_EQ(outcome_->status, 0) << outcome_->err.constData();
+    ASSERT_EQ(outcome_->exitCode, 0) << qPrintable(outcome_->err);
     const QMap<QString, Listed> listed = isoListing(image());
     UdfReader udf(readFile(image()));
     ASSERT_EQ(udf.read(), QString());
@@ -305,7 +292,7 @@ TEST_F(MkisofsDvdAudio, EveryFileReadsBackWholeFromBothFileSystems)
 
 TEST_F(MkisofsDvdAudio, UdfToolsAnd7ZipReadTheUdfSide)
 {
-    ASSERT_EQ(outcome_->status, 0) << outcome_->err.constData();
+    ASSERT_EQ(outcome_->exitCode, 0) << qPrintable(outcome_->err);
     QByteArray info;
     ASSERT_EQ(run("udfinfo", {image()}, &info), 0) << info.constData();
     for (const char* expected : {"label=DVD-Audio\n", "udfrev=1.02\n", "integrity=closed\n", "numfiles=8\n",
@@ -329,7 +316,7 @@ TEST(MkisofsDvdAudioTree, ManyFilesInOneFolder)
     for (int i = 0; i < count; ++i)
         ASSERT_TRUE(writeFile(dir.filePath("DVD/" + name(i)), patterned(name(i), 100 + i)));
     const QString image = dir.filePath("DVD.img");
-    ASSERT_EQ(runTool({"-V", "X", "-o", image, "-dvd-audio", dir.filePath("DVD")}).status, 0);
+    ASSERT_EQ(runTool({"-V", "X", "-o", image, "-dvd-audio", dir.filePath("DVD")}).exitCode, 0);
 
     const QMap<QString, Listed> listed = isoListing(image);
     UdfReader udf(readFile(image));
@@ -382,9 +369,9 @@ TEST(MkisofsDvdAudioFailures, LeaveNoImageAndKeepAnOldOne)
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         const bool wasFolder = QFileInfo(c.image).isDir();
-        const Outcome outcome = runTool({"-V", "DVD-Audio", "-o", c.image, "-dvd-audio", c.source});
-        EXPECT_EQ(outcome.status, 1);
-        EXPECT_TRUE(outcome.err.startsWith("mkisofs-dvd-audio: ")) << outcome.err.constData();
+        const testsupport::Outcome outcome = runTool({"-V", "DVD-Audio", "-o", c.image, "-dvd-audio", c.source});
+        EXPECT_EQ(outcome.exitCode, 1);
+        EXPECT_TRUE(outcome.err.startsWith("mkisofs-dvd-audio: ")) << qPrintable(outcome.err);
         EXPECT_FALSE(outcome.out.contains("Wrote"));
         EXPECT_EQ(QFileInfo(c.image).isDir(), wasFolder);
         EXPECT_EQ(QFileInfo::exists(c.image), wasFolder);
@@ -394,9 +381,9 @@ TEST(MkisofsDvdAudioFailures, LeaveNoImageAndKeepAnOldOne)
 
     const QString old = dir.filePath("out/old.img");
     ASSERT_TRUE(writeFile(old, "an earlier image"));
-    EXPECT_EQ(runTool({"-V", "DVD-Audio", "-o", old, "-dvd-audio", dir.filePath("nowhere")}).status, 1);
+    EXPECT_EQ(runTool({"-V", "DVD-Audio", "-o", old, "-dvd-audio", dir.filePath("nowhere")}).exitCode, 1);
     EXPECT_EQ(readFile(old), "an earlier image");
-    EXPECT_EQ(runTool({"-V", "DVD-Audio", "-dvd-audio", folder}).status, 1);
+    EXPECT_EQ(runTool({"-V", "DVD-Audio", "-dvd-audio", folder}).exitCode, 1);
 }
 
 TEST(MkisofsDvdAudioFailures, StoppedWhileWritingLeavesNothingBehind)
