@@ -112,16 +112,19 @@ QHash<QString, bool> AudioCDWrapper::quicktimeCanHandleTheseTracks(const QString
 }
 
 QStringList AudioCDWrapper::replaceUnsupportedWithWAV(Job& job, const QStringList& files,
-                                                      const QHash<QString, bool>& burnable,
+                                                      const std::function<bool(const QString& file)>& needsWAV,
                                                       const QString& cacheFolder, QStringList* leftOut,
                                                       QStringList* originals)
 {
     QStringList result;
     ExportJobWatch watch;
+    // The WAV stage runs as a job of its own; the burn's cancel reaches it through the bus.
+    const Job::CancelHook hook =
+        job.onCancel([] { NotificationCenter::defaultCenter().post(VLWAVExportCancelNotification); });
     for (const QString& file : files) {
         if (job.isCancelled())
             break;
-        if (burnable.value(extensionOf(file))) {
+        if (!needsWAV(file)) {
             result << file;
             originals->append(file);
             continue;
@@ -210,8 +213,10 @@ JobResult AudioCDWrapper::burn(Job& job, const QStringList& files, const BurnSet
     job.setProgress(-1, QStringLiteral("Caching Files"));
     // Tags are read from the files as chosen, not from their cached copies.
     QStringList tagSources;
-    const QStringList cached = replaceUnsupportedWithWAV(job, files, quicktimeCanHandleTheseTracks(files),
-                                                         cache->path(), &leftOut, &tagSources);
+    const QHash<QString, bool> burnable = quicktimeCanHandleTheseTracks(files);
+    const QStringList cached = replaceUnsupportedWithWAV(
+        job, files, [&burnable](const QString& file) { return !burnable.value(extensionOf(file)); }, cache->path(),
+        &leftOut, &tagSources);
     if (job.isCancelled())
         return JobResult::cancelled();
     AudioDiscLayout layout = createAudioDiscWithArray(job, cached, tagSources, &leftOut);
