@@ -20,6 +20,8 @@ packages=(
   librsvg2-bin help2man desktop-file-utils appstream bash-completion
   # tests, benchmarks, fuzzing
   googletest libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev dbus-daemon
+  # independent UDF readers that check the DVD-Audio images
+  udftools 7zip
   # screenshots of the window (scripts/screenshots.sh)
   xvfb xauth
 )
