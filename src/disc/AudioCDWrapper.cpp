@@ -118,9 +118,13 @@ QStringList AudioCDWrapper::replaceUnsupportedWithWAV(Job& job, const QStringLis
 {
     QStringList result;
     ExportJobWatch watch;
-    // The WAV stage runs as a job of its own; the burn's cancel reaches it through the bus.
-    const Job::CancelHook hook =
-        job.onCancel([] { NotificationCenter::defaultCenter().post(VLWAVExportCancelNotification); });
+    // The WAV stage runs as a job of its own; the burn's cancel reaches it
+    // through the bus, and only while it converts for us.
+    std::atomic<bool> converting {false};
+    const Job::CancelHook hook = job.onCancel([&converting] {
+        if (converting)
+            NotificationCenter::defaultCenter().post(VLWAVExportCancelNotification);
+    });
     for (const QString& file : files) {
         if (job.isCancelled())
             break;
@@ -132,10 +136,12 @@ QStringList AudioCDWrapper::replaceUnsupportedWithWAV(Job& job, const QStringLis
         job.setStatus(QStringLiteral("Caching %1").arg(QFileInfo(file).fileName()));
         const QString wav = AppPaths::uniqueIntermediate(cacheFolder, QFileInfo(file).completeBaseName(),
                                                          QStringLiteral("WAV"));
+        converting = true;
         NotificationCenter::defaultCenter().post(VLWAVExportNotification,
                                                  QVariantMap{{"sourcepath", file},
                                                              {"destinationpath", wav},
                                                              {"resamplerate", QStringLiteral("44100")}});
+        converting = false;
         if (QFileInfo(wav).size() > 0) {
             result << wav;
             originals->append(file);
