@@ -1,6 +1,6 @@
+#include "disc/AudioDVDWrapper.h"
 #include "common/BurnFixtures.h"
 #include "common/TestSupport.h"
-#include "disc/AudioDVDWrapper.h"
 
 #include <QTemporaryDir>
 
