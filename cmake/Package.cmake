@@ -17,7 +17,7 @@ set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_HOMEPAGE https://www.dorvane.com/velmora/)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
-    "lame, twolame, ffmpeg, sox, mplayer, atomicparsley, cd-paranoia, unzip, gstreamer1.0-plugins-base, gstreamer1.0-plugins-good, gstreamer1.0-plugins-bad, gstreamer1.0-libav")
+    "lame, twolame, ffmpeg, sox, mplayer, atomicparsley, cd-paranoia, genisoimage, unzip, gstreamer1.0-plugins-base, gstreamer1.0-plugins-good, gstreamer1.0-plugins-bad, gstreamer1.0-libav")
 # Flash players are found and erased through UDisks2, or with mkfs.vfat without it.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "udisks2, dosfstools")
 set(CPACK_GENERATOR DEB)

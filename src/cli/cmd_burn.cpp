@@ -1,4 +1,4 @@
-// velmora-cli burn: an audio CD or a data disc, to a burner or an image file.
+// velmora-cli burn: an audio CD, a data disc or a DVD-Audio disc, to a burner or an image file.
 // The first word picks the kind of disc, so other kinds can join.
 #include "cli/BurnCommand.h"
 #include "cli/CliCommand.h"
@@ -6,6 +6,7 @@
 
 #include "core/StringUtils.h"
 #include "disc/AudioCDWrapper.h"
+#include "disc/AudioDVDWrapper.h"
 #include "disc/OpticalMediaWrapper.h"
 #include "encode/LameWrapper.h"
 #include "tabs/AppControllers.h"
@@ -24,9 +25,12 @@ constexpr char kDataUsage[] =
     "data [--drive DEV | --image OUT.iso] [--speed N] [--simulate] [--eject] [--title NAME] [--mp3] "
     "[--preserve-order] [--strip-id3v2] [--append-id3v1] [--no-joliet] [--playlist P.cd3 ...] FILE|FOLDER...";
 
+constexpr char kDvdAudioUsage[] = "dvd-audio [--drive DEV | --image OUT.iso] [--speed N] [--simulate] [--eject] FILE...";
+
 int usage()
 {
-    std::fprintf(stderr, "Usage: velmora-cli burn %s\n   or: velmora-cli burn %s\n", kAudioUsage, kDataUsage);
+    std::fprintf(stderr, "Usage: velmora-cli burn %s\n   or: velmora-cli burn %s\n   or: velmora-cli burn %s\n",
+                 kAudioUsage, kDataUsage, kDvdAudioUsage);
     return 2;
 }
 
@@ -81,31 +85,63 @@ bool allExist(const QStringList& paths)
     return all;
 }
 
-int burnAudio(const QStringList& arguments)
+// The files of an audio burn, made absolute; nothing when one is missing or an option is wrong.
+std::optional<QStringList> audioFiles(const QStringList& rest, int* code)
 {
     QStringList files;
-    const std::optional<BurnSetup> setup = parseSetup(arguments, QStringLiteral("cue"), &files);
+    for (const QString& file : rest) {
+        if (file.startsWith(QLatin1String("--"))) {
+            *code = usage();
+            return std::nullopt;
+        }
+        files << QFileInfo(file).absoluteFilePath();
+    }
+    *code = files.isEmpty() ? usage() : 1;
+    if (files.isEmpty() || !allExist(rest))
+        return std::nullopt;
+    return files;
+}
+
+int burnAudio(const QStringList& arguments)
+{
+    QStringList rest;
+    const std::optional<BurnSetup> setup = parseSetup(arguments, QStringLiteral("cue"), &rest);
     if (!setup)
         return 2;
-    for (const QString& file : std::as_const(files)) {
-        if (file.startsWith(QLatin1String("--")))
-            return usage();
-    }
-    if (files.isEmpty())
-        return usage();
-    if (!allExist(files))
-        return 1;
-    for (QString& file : files)
-        file = QFileInfo(file).absoluteFilePath();
+    int code = 0;
+    const std::optional<QStringList> files = audioFiles(rest, &code);
+    if (!files)
+        return code;
     AppControllers controllers;
     JobProgress progress;
-    const std::shared_ptr<Job> job = controllers.audioCD().burnAudioCD(files, *setup);
+    const std::shared_ptr<Job> job = controllers.audioCD().burnAudioCD(*files, *setup);
     if (!job) {
         std::fprintf(stderr, "velmora-cli burn: none of the files can be burned (protected .m4p files cannot)\n");
         return 1;
     }
-    const int code = burncommand::finish("burn", job);
+    code = burncommand::finish("burn", job);
     // Files left out are named in the messages; the disc holds the others.
+    return code == 0 && !job->messages().filter(QStringLiteral("Left out")).isEmpty() ? 1 : code;
+}
+
+int burnDvdAudio(const QStringList& arguments)
+{
+    QStringList rest;
+    const std::optional<BurnSetup> setup = parseSetup(arguments, QStringLiteral("iso"), &rest);
+    if (!setup)
+        return 2;
+    int code = 0;
+    const std::optional<QStringList> files = audioFiles(rest, &code);
+    if (!files)
+        return code;
+    AppControllers controllers;
+    JobProgress progress;
+    const std::shared_ptr<Job> job = controllers.audioDVD().burnAudioDVD(*files, *setup);
+    if (!job) {
+        std::fprintf(stderr, "velmora-cli burn: none of the files can be burned (protected .m4p files cannot)\n");
+        return 1;
+    }
+    code = burncommand::finish("burn", job);
     return code == 0 && !job->messages().filter(QStringLiteral("Left out")).isEmpty() ? 1 : code;
 }
 
@@ -196,17 +232,21 @@ int runBurn(const QStringList& arguments)
         return burnAudio(arguments.mid(1));
     if (kind == QLatin1String("data"))
         return burnData(arguments.mid(1));
+    if (kind == QLatin1String("dvd-audio"))
+        return burnDvdAudio(arguments.mid(1));
     return usage();
 }
 
 CliRegistration reg(
     {"burn",
-     "audio|data [--drive DEV | --image FILE] [--speed N] [--simulate] [--eject] [--no-verify] [--title NAME] "
+     "audio|data|dvd-audio [--drive DEV | --image FILE] [--speed N] [--simulate] [--eject] [--no-verify] [--title NAME] "
      "[--mp3] [--preserve-order] [--strip-id3v2] [--append-id3v1] [--no-joliet] [--playlist P.cd3] FILE...",
      "Burn an audio CD (audio: the files as tracks, at most 79 minutes, with CD-Text from their tags; --image "
-     "OUT.cue writes a BIN/CUE pair) or a data disc (data: files and folders laid out as the Music tab lays out "
-     "a selection, with the M3U files of each --playlist; --image OUT.iso writes an ISO file). DEV is a burner "
-     "as `velmora-cli drives` lists it, or stdio:FILE (libburn's drive on a file, for data discs). An audio "
+     "OUT.cue writes a BIN/CUE pair), a data disc (data: files and folders laid out as the Music tab lays out "
+     "a selection, with the M3U files of each --playlist; --image OUT.iso writes an ISO file) or a DVD-Audio "
+     "disc (dvd-audio: the files as the tracks of one title, 16- or 24-bit WAV as they are, anything else "
+     "converted to 44.1 kHz WAV first; --image OUT.iso writes the disc image and checks it). DEV is a burner "
+     "as `velmora-cli drives` lists it, or stdio:FILE (libburn's drive on a file, for data and DVD-Audio discs). An audio "
      "image, and an audio CD the burner can read, is read back and compared with what was sent "
      "(--no-verify skips that). --speed N, --simulate and --eject are for burners. Data: "
      "--title NAME, --mp3 (convert files that are not MP3), --preserve-order (000-prefixed names), "

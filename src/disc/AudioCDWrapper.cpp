@@ -112,16 +112,23 @@ QHash<QString, bool> AudioCDWrapper::quicktimeCanHandleTheseTracks(const QString
 }
 
 QStringList AudioCDWrapper::replaceUnsupportedWithWAV(Job& job, const QStringList& files,
-                                                      const QHash<QString, bool>& burnable,
+                                                      const std::function<bool(const QString& file)>& needsWAV,
                                                       const QString& cacheFolder, QStringList* leftOut,
                                                       QStringList* originals)
 {
     QStringList result;
     ExportJobWatch watch;
+    // The WAV stage runs as a job of its own; the burn's cancel reaches it
+    // through the bus, and only while it converts for us.
+    std::atomic<bool> converting {false};
+    const Job::CancelHook hook = job.onCancel([&converting] {
+        if (converting)
+            NotificationCenter::defaultCenter().post(VLWAVExportCancelNotification);
+    });
     for (const QString& file : files) {
         if (job.isCancelled())
             break;
-        if (burnable.value(extensionOf(file))) {
+        if (!needsWAV(file)) {
             result << file;
             originals->append(file);
             continue;
@@ -129,10 +136,12 @@ QStringList AudioCDWrapper::replaceUnsupportedWithWAV(Job& job, const QStringLis
         job.setStatus(QStringLiteral("Caching %1").arg(QFileInfo(file).fileName()));
         const QString wav = AppPaths::uniqueIntermediate(cacheFolder, QFileInfo(file).completeBaseName(),
                                                          QStringLiteral("WAV"));
+        converting = true;
         NotificationCenter::defaultCenter().post(VLWAVExportNotification,
                                                  QVariantMap{{"sourcepath", file},
                                                              {"destinationpath", wav},
                                                              {"resamplerate", QStringLiteral("44100")}});
+        converting = false;
         if (QFileInfo(wav).size() > 0) {
             result << wav;
             originals->append(file);
@@ -210,8 +219,10 @@ JobResult AudioCDWrapper::burn(Job& job, const QStringList& files, const BurnSet
     job.setProgress(-1, QStringLiteral("Caching Files"));
     // Tags are read from the files as chosen, not from their cached copies.
     QStringList tagSources;
-    const QStringList cached = replaceUnsupportedWithWAV(job, files, quicktimeCanHandleTheseTracks(files),
-                                                         cache->path(), &leftOut, &tagSources);
+    const QHash<QString, bool> burnable = quicktimeCanHandleTheseTracks(files);
+    const QStringList cached = replaceUnsupportedWithWAV(
+        job, files, [&burnable](const QString& file) { return !burnable.value(extensionOf(file)); }, cache->path(),
+        &leftOut, &tagSources);
     if (job.isCancelled())
         return JobResult::cancelled();
     AudioDiscLayout layout = createAudioDiscWithArray(job, cached, tagSources, &leftOut);

@@ -9,6 +9,7 @@
 #include <QStringList>
 #include <QVariant>
 
+#include <functional>
 #include <memory>
 
 class BurnDrives;
@@ -42,12 +43,14 @@ public:
     // Per lower-cased extension: whether the burner takes such files as they are.
     static QHash<QString, bool> quicktimeCanHandleTheseTracks(const QStringList& files);
     static bool quicktimeCanOpen(const QString& path);
-    // The files, with those of an extension the burner cannot take replaced by
-    // WAV copies made in cacheFolder; a file that cannot be converted is left
-    // out, its reason in *leftOut. *originals: the file each result stands for.
+    // The files, with those needsWAV picks replaced by 44.1 kHz WAV copies made
+    // in cacheFolder; a file that cannot be converted is left out, its reason in
+    // *leftOut. *originals: the file each result stands for. Cancelling the job
+    // cancels the conversion under way.
     static QStringList replaceUnsupportedWithWAV(Job& job, const QStringList& files,
-                                                 const QHash<QString, bool>& burnable, const QString& cacheFolder,
-                                                 QStringList* leftOut, QStringList* originals);
+                                                 const std::function<bool(const QString& file)>& needsWAV,
+                                                 const QString& cacheFolder, QStringList* leftOut,
+                                                 QStringList* originals);
     // Tracks for the files in order while the disc stays within 79 minutes;
     // CD-Text comes from tagSources (the files as the user chose them).
     static AudioDiscLayout createAudioDiscWithArray(Job& job, const QStringList& files,

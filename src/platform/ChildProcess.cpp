@@ -30,6 +30,8 @@ ChildProcess::~ChildProcess()
     }
     if (outputFd_ >= 0)
         ::close(outputFd_);
+    if (errorFd_ >= 0)
+        ::close(errorFd_);
 }
 
 bool ChildProcess::start()
@@ -59,6 +61,17 @@ bool ChildProcess::start()
             return false;
         ::fcntl(pipeFds[0], F_SETFL, O_NONBLOCK);  // our end only; the child writes as usual
     }
+    int errorFds[2] = {-1, -1};
+    if (captureErrors_) {
+        if (::pipe2(errorFds, O_CLOEXEC) != 0) {
+            if (connected) {
+                ::close(pipeFds[0]);
+                ::close(pipeFds[1]);
+            }
+            return false;
+        }
+        ::fcntl(errorFds[0], F_SETFL, O_NONBLOCK);
+    }
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -70,7 +83,10 @@ bool ChildProcess::start()
         posix_spawn_file_actions_adddup2(&actions, pipeFds[1], 1);
     else
         posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+    if (captureErrors_)
+        posix_spawn_file_actions_adddup2(&actions, errorFds[1], 2);
+    else
+        posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
 
     // The child starts with default signal handling even if we ignore SIGPIPE.
     posix_spawnattr_t attributes;
@@ -87,9 +103,13 @@ bool ChildProcess::start()
     posix_spawnattr_destroy(&attributes);
     if (connected)
         ::close(pipeFds[1]);
+    if (captureErrors_)
+        ::close(errorFds[1]);
     if (error != 0) {
         if (connected)
             ::close(pipeFds[0]);
+        if (captureErrors_)
+            ::close(errorFds[0]);
         return false;
     }
     std::lock_guard lock(mutex_);
@@ -98,6 +118,9 @@ bool ChildProcess::start()
     terminated_ = false;
     timedOut_ = false;
     outputFd_ = connected ? pipeFds[0] : -1;
+    errorFd_ = captureErrors_ ? errorFds[0] : -1;
+    output_.clear();
+    errors_.clear();
     return true;
 }
 
@@ -194,15 +217,11 @@ void ChildProcess::waitWithinLimit(pid_t pid)
         exited = exited ||
                  (::waitid(P_PID, id_t(pid), &info, WEXITED | WNOWAIT | WNOHANG) == 0 && info.si_pid == pid);
         if (exited) {
-            // What the child wrote is in the pipe now; a grandchild that kept
-            // the pipe open is not waited for.
-            while (outputFd_ >= 0) {
-                char buffer[16384];
-                const ssize_t got = ::read(outputFd_, buffer, sizeof buffer);
-                if (got > 0)
-                    output_.append(buffer, got);
-                else if (got == 0 || errno != EINTR)
-                    break;
+            // What the child wrote is in the pipes now; a grandchild that kept
+            // them open is not waited for.
+            while (outputFd_ >= 0 && drainOutput()) {
+            }
+            while (errorFd_ >= 0 && drainErrors()) {
             }
             break;
         }
@@ -212,25 +231,21 @@ void ChildProcess::waitWithinLimit(pid_t pid)
                 0, std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count()));
         if (processFd < 0)
             timeout = timeout < 0 ? 50 : std::min(timeout, 50);
-        pollfd watched[2];
+        pollfd watched[3];
         nfds_t count = 0;
         if (processFd >= 0)
             watched[count++] = {processFd, POLLIN, 0};
         if (outputFd_ >= 0)
             watched[count++] = {outputFd_, POLLIN, 0};
+        if (errorFd_ >= 0)
+            watched[count++] = {errorFd_, POLLIN, 0};
         const int ready = ::poll(watched, count, timeout);
         if (ready < 0 && errno != EINTR)
             break;
-        if (outputFd_ >= 0) {
-            char buffer[16384];
-            const ssize_t got = ::read(outputFd_, buffer, sizeof buffer);
-            if (got > 0) {
-                output_.append(buffer, got);
-            } else if (got == 0 || (errno != EINTR && errno != EAGAIN)) {
-                ::close(outputFd_);
-                outputFd_ = -1;
-            }
-        }
+        if (outputFd_ >= 0)
+            drainOutput();
+        if (errorFd_ >= 0)
+            drainErrors();
         if (Clock::now() >= deadline) {
             if (!killed) {
                 {
@@ -248,10 +263,64 @@ void ChildProcess::waitWithinLimit(pid_t pid)
     }
     if (processFd >= 0)
         ::close(processFd);
-    if (outputFd_ >= 0) {
+    for (int* fd : {&outputFd_, &errorFd_}) {
+        if (*fd >= 0) {
+            ::close(*fd);
+            *fd = -1;
+        }
+    }
+}
+
+namespace {
+
+// One read from a non-blocking pipe: bytes read, 0 at its end, -1 when nothing waits.
+ssize_t readPiece(int fd, char* buffer, size_t size)
+{
+    for (;;) {
+        const ssize_t got = ::read(fd, buffer, size);
+        if (got >= 0)
+            return got;
+        if (errno == EAGAIN)
+            return -1;
+        if (errno != EINTR)
+            return 0;
+    }
+}
+
+}  // namespace
+
+bool ChildProcess::drainOutput()
+{
+    char buffer[16384];
+    const ssize_t got = readPiece(outputFd_, buffer, sizeof buffer);
+    if (got > 0) {
+        const QByteArray piece(buffer, qsizetype(got));
+        output_.append(piece);
+        if (outputHandler_)
+            outputHandler_(piece);
+        return true;
+    }
+    if (got == 0) {
         ::close(outputFd_);
         outputFd_ = -1;
     }
+    return false;
+}
+
+bool ChildProcess::drainErrors()
+{
+    char buffer[4096];
+    const ssize_t got = readPiece(errorFd_, buffer, sizeof buffer);
+    if (got > 0) {
+        // A child that writes without end must not fill our memory.
+        errors_.append(buffer, qsizetype(std::min<qint64>(got, kMaxErrorBytes - errors_.size())));
+        return true;
+    }
+    if (got == 0) {
+        ::close(errorFd_);
+        errorFd_ = -1;
+    }
+    return false;
 }
 
 void ChildProcess::signal(int number)

@@ -2,6 +2,7 @@
 
 #include "core/LibraryModel.h"
 #include "disc/AudioCDWrapper.h"
+#include "disc/AudioDVDWrapper.h"
 #include "disc/BurnDrives.h"
 #include "disc/CdDrives.h"
 #include "disc/Eraser.h"
@@ -35,6 +36,7 @@ AppControllers::AppControllers()
       cdWatcher_(std::make_unique<mounted_cd_wrapper>(std::make_unique<SystemCdDrives>())),
       burnDrives_(std::make_unique<LibburnDrives>()),
       audioCD_(std::make_unique<AudioCDWrapper>(burnDrives_.get())),
+      audioDVD_(std::make_unique<AudioDVDWrapper>(burnDrives_.get())),
       opticalMedia_(std::make_unique<OpticalMediaWrapper>(burnDrives_.get())),
       eraser_(std::make_unique<eraser>(*burnDrives_)),
       music_(std::make_unique<MusicSourcesWrapper>()),

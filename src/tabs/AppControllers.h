@@ -2,6 +2,7 @@
 #include <memory>
 
 class AudioCDWrapper;
+class AudioDVDWrapper;
 class BurnDrives;
 class ClipSourcesWrapper;
 class ExportJobs;
@@ -51,6 +52,7 @@ public:
     TagSourcesWrapper& tagSources();
     BurnDrives& burnDrives() { return *burnDrives_; }
     AudioCDWrapper& audioCD() { return *audioCD_; }
+    AudioDVDWrapper& audioDVD() { return *audioDVD_; }
     OpticalMediaWrapper& opticalMedia() { return *opticalMedia_; }
     eraser& discEraser() { return *eraser_; }
 
@@ -69,6 +71,7 @@ private:
     // The burners feed the export jobs while caching, so they go before them.
     std::unique_ptr<BurnDrives> burnDrives_;
     std::unique_ptr<AudioCDWrapper> audioCD_;
+    std::unique_ptr<AudioDVDWrapper> audioDVD_;
     std::unique_ptr<OpticalMediaWrapper> opticalMedia_;
     std::unique_ptr<eraser> eraser_;
     // Last: the tabs go first, while the export jobs they feed still listen.

@@ -3,6 +3,7 @@
 #include "core/LibraryModel.h"
 #include "core/MyController.h"
 #include "disc/AudioCDWrapper.h"
+#include "disc/AudioDVDWrapper.h"
 #include "disc/Eraser.h"
 #include "disc/FlashWriter.h"
 #include "disc/OpticalMediaWrapper.h"
@@ -56,6 +57,7 @@ MainWindow::MainWindow(MyController& controller, AppControllers& controllers, QW
     resize(1000, 680);
     // The burn and erase sheets hold the shell's ignore-insert flag.
     controllers.audioCD().setShell(&controller);
+    controllers.audioDVD().setShell(&controller);
     controllers.opticalMedia().setShell(&controller);
     controllers.discEraser().setShell(&controller);
 

@@ -5,6 +5,7 @@
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
 #include "disc/AudioCDWrapper.h"
+#include "disc/AudioDVDWrapper.h"
 #include "disc/Eraser.h"
 #include "disc/OpticalMediaWrapper.h"
 #include "platform/Desktop.h"
@@ -431,6 +432,11 @@ void MusicTab::connectBurners(AppControllers& controllers)
         auto* sheet = new BurnSetupDialog(drives, description, QStringLiteral("cue"), this);
         openSheet(sheet, [&audioCD, sheet](bool accepted) { audioCD.handleSetupSheet(accepted, sheet->setup()); });
     });
+    AudioDVDWrapper& audioDVD = controllers.audioDVD();
+    connect(&audioDVD, &AudioDVDWrapper::setupRequested, this, [this, openSheet, &audioDVD, &drives](const QString& description) {
+        auto* sheet = new BurnSetupDialog(drives, description, QStringLiteral("iso"), this);
+        openSheet(sheet, [&audioDVD, sheet](bool accepted) { audioDVD.handleSetupSheet(accepted, sheet->setup()); });
+    });
     connect(&optical, &OpticalMediaWrapper::sizeWarningRequested, this,
             [this, &optical](const QString& title, const QString& text) {
                 auto* sheet = new QMessageBox(QMessageBox::Question, title, title, QMessageBox::Yes | QMessageBox::No, this);
@@ -455,6 +461,7 @@ void MusicTab::connectBurners(AppControllers& controllers)
     // How a burn or an erase ended goes to the status line; a failure also stays in the job list.
     connect(&audioCD, &AudioCDWrapper::burnEnded, this, &MusicTab::statusMessage);
     connect(&optical, &OpticalMediaWrapper::burnEnded, this, &MusicTab::statusMessage);
+    connect(&audioDVD, &AudioDVDWrapper::burnEnded, this, &MusicTab::statusMessage);
     connect(&erasing, &eraser::eraseEnded, this, &MusicTab::statusMessage);
 }
 

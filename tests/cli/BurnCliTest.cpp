@@ -2,6 +2,8 @@
 #include "common/TestSupport.h"
 
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -91,6 +93,35 @@ TEST_F(BurnCli, WrongRequestsAreRefusedBeforeAnythingIsWritten)
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{"a.wav"});
     QByteArray output;
     EXPECT_EQ(cli({"drives"}, &output), 0) << output.constData();
+}
+
+TEST_F(BurnCli, ADvdAudioImageLeavesOutFilesPastTheAuthoringLimitAndSaysWhich)
+{
+    if (!QFileInfo::exists(testsupport::builtProgram("dvda-author")))
+        GTEST_SKIP() << "dvda-author is not built in this tree";
+    ASSERT_TRUE(makeTone(path("a.wav"), 0.2, 440));
+    // Paths of 4000 bytes, 4003 with quotes and a blank: after 50 of them the
+    // list is under the limit, the 51st crosses it and is the last one passed.
+    QString deep = path("d");
+    for (int level = 0; level < 15; ++level)
+        deep += '/' + QString(250, QChar('x'));
+    ASSERT_TRUE(QDir().mkpath(deep));
+    const int nameLength = 4000 - int(deep.toUtf8().size()) - 1 - 4;
+    ASSERT_GT(nameLength, 2);
+    QStringList files;
+    for (int i = 0; i < 53; ++i) {
+        files << QStringLiteral("%1/%2.wav").arg(deep).arg(i, nameLength, 10, QChar('t'));
+        ASSERT_TRUE(QFile::link(path("a.wav"), files.last()));
+    }
+    QByteArray output;
+    EXPECT_EQ(cli(QStringList{"burn", "dvd-audio", "--image", path("disc.iso")} + files, &output), 1)
+        << output.right(2000).constData();
+    EXPECT_TRUE(output.contains("Authoring DVD-Audio (second pass)")) << output.right(2000).constData();
+    EXPECT_EQ(output.count("Left out "), 2);
+    for (const QString& file : files.mid(51))
+        EXPECT_TRUE(output.contains(QFileInfo(file).fileName().toUtf8()));
+    EXPECT_TRUE(output.contains("Written and checked"));
+    EXPECT_TRUE(QFileInfo(path("disc.iso")).size() > 0);
 }
 
 }  // namespace

@@ -1,5 +1,8 @@
 #include "platform/ChildProcess.h"
 
+#include <QFile>
+#include <QTemporaryDir>
+
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -61,4 +64,39 @@ TEST(ChildProcess, AToolThatHangsIsStoppedAtItsTimeLimit)
     EXPECT_EQ(quick.waitForExit(), 4);
     EXPECT_FALSE(quick.timedOut());
     EXPECT_EQ(quick.output(), QByteArray("done"));
+}
+
+TEST(ChildProcess, OutputArrivesWhileTheChildRunsAndErrorsAreKeptApart)
+{
+    // The second line is written only after the first was seen, so a reader
+    // that waited for the end would hang here until the time limit.
+    QTemporaryDir dir;
+    const QString seen = dir.filePath("seen");
+    ChildProcess tool("/bin/sh", {"-c", "echo 'Progress: 5%'; echo oops >&2; while [ ! -e \"$0\" ]; do sleep 0.05; done; "
+                                        "echo 'Progress: 100%'; exit 2",
+                                  seen});
+    QList<QByteArray> pieces;
+    tool.setOutputHandler([&](const QByteArray& piece) {
+        pieces << piece;
+        QFile(seen).open(QIODevice::WriteOnly);
+    });
+    tool.setCaptureErrors(true);
+    tool.setTimeLimit(10000);
+    ASSERT_TRUE(tool.start());
+    EXPECT_EQ(tool.waitForExit(), 2);
+    EXPECT_FALSE(tool.timedOut());
+    ASSERT_FALSE(pieces.isEmpty());
+    EXPECT_EQ(pieces.first(), QByteArray("Progress: 5%\n"));
+    EXPECT_EQ(tool.output(), QByteArray("Progress: 5%\nProgress: 100%\n"));
+    EXPECT_EQ(tool.errors(), QByteArray("oops\n"));
+
+    // A flood on standard error is cut at the limit and never stalls the child.
+    ChildProcess noisy("/bin/sh", {"-c", "head -c 300000 /dev/zero >&2; echo end"});
+    noisy.setCaptureErrors(true);
+    noisy.setCaptureOutput(true);
+    noisy.setTimeLimit(10000);
+    ASSERT_TRUE(noisy.start());
+    EXPECT_EQ(noisy.waitForExit(), 0);
+    EXPECT_EQ(noisy.errors().size(), ChildProcess::kMaxErrorBytes);
+    EXPECT_EQ(noisy.output(), QByteArray("end\n"));
 }

@@ -1,6 +1,7 @@
 #include "ui/BurnDialogs.h"
 #include "common/BurnFixtures.h"
 #include "common/TestSupport.h"
+#include "core/Defaults.h"
 #include "core/MyController.h"
 #include "core/NotificationCenter.h"
 #include "core/Notifications.h"
@@ -15,6 +16,7 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTreeView>
 
 #include <gtest/gtest.h>
 
@@ -81,6 +83,39 @@ TEST(BurnSheets, ADataDiscOfTooLittleMusicAsksBeforeTheSetupSheet)
         EXPECT_EQ(window.findChild<BurnSetupDialog*>("burnSetup") != nullptr, button == QMessageBox::Yes);
     }
     window.findChild<BurnSetupDialog*>("burnSetup")->reject();
+}
+
+TEST(BurnSheets, TheMusicTabsBurnDvdAudioWritesAnImageThroughItsSheet)
+{
+    if (!QFileInfo::exists(testsupport::builtProgram("dvda-author")))
+        GTEST_SKIP() << "dvda-author is not built in this tree";
+    QTemporaryDir dir;
+    const QString music = dir.filePath("Tunes");
+    ASSERT_TRUE(makeTone(music + "/song.wav", 1.0, 440));
+    Defaults::standard().setObject("rootItem", QVariantList{music});
+    AwakeApplication app;
+    MainWindow& window = app.window();
+    window.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+    MusicTab* tab = window.musicTab();
+    QTreeView* outline = tab->libraryOutline();
+    outline->selectionModel()->select(outline->model()->index(0, 0),
+                                      QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    auto* kind = tab->findChild<QComboBox*>("burnKind");
+    ASSERT_NE(kind, nullptr);
+    kind->setCurrentText("Burn DVD-Audio");
+    QSignalSpy status(tab, &MusicTab::statusMessage);
+    tab->findChild<QAbstractButton*>("burn")->click();
+
+    auto* sheet = openSheet<BurnSetupDialog>(window, "burnSetup");
+    ASSERT_NE(sheet, nullptr);
+    EXPECT_EQ(sheet->windowTitle(), QStringLiteral("Burn DVD-Audio"));
+    sheet->driveCombo()->setCurrentIndex(0);
+    sheet->imageEdit()->setText(dir.filePath("disc.iso"));
+    sheet->accept();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return status.count() > 0; }, 60000));
+    EXPECT_EQ(status.last().first().toString(), QStringLiteral("Burning DVD-Audio: Written and checked"));
+    EXPECT_GT(QFileInfo(dir.filePath("disc.iso")).size(), 0);
 }
 
 }  // namespace
