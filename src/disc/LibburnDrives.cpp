@@ -35,10 +35,18 @@ QStringList takeMessages()
     return messages;
 }
 
-QString failure(const QString& what)
+QString failure(const QString& what, const QStringList& messages = takeMessages())
 {
-    const QStringList messages = takeMessages();
     return messages.isEmpty() ? what : what + QStringLiteral(": ") + messages.join(QStringLiteral(" "));
+}
+
+// Whether libburn's last write or erase on drive went well. When it refuses to
+// start one (another operation still going on) its "wrote well" flag keeps its
+// old value, so its complaints count as well; *problems gets them.
+bool wentWell(burn_drive* drive, QStringList* problems)
+{
+    *problems = takeMessages();
+    return burn_drive_wrote_well(drive) && problems->isEmpty();
 }
 
 // One drive held for as long as this lives.
@@ -199,7 +207,12 @@ QList<BurnDriveInfo> LibburnDrives::drives()
         return found;
     burn_drive_info* infos = nullptr;
     unsigned int count = 0;
-    if (burn_drive_scan(&infos, &count) <= 0)
+    // The scan runs in libburn's own thread: it must be asked until it says it
+    // is done, or the unfinished scan blocks every later write and erase.
+    int scanned = 0;
+    while ((scanned = burn_drive_scan(&infos, &count)) == 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    if (scanned < 0)
         return found;
     for (unsigned int i = 0; i < count; ++i) {
         BurnDriveInfo drive;
@@ -313,13 +326,15 @@ QString LibburnDrives::writeAudio(Job& job, AudioDiscLayout& layout, const BurnS
     burn_write_opts_set_simulate(options, setup.simulate ? 1 : 0);
     burn_write_opts_set_underrun_proof(options, 1);
     burn_drive_set_speed(drive, 0, setup.speed > 0 ? setup.speed * kCdSpeedKBps : 0);
+    takeMessages();  // only what this write brings counts
     burn_disc_write(options, disc);
     burn_write_opts_free(options);
     const QString status = setup.simulate ? QStringLiteral("Simulating the burn") : QStringLiteral("Burning");
     waitWhileBusy(job, drive, status, [&](const burn_progress&) {
         return 100.0 * double(sent.load()) / double(std::max<qint64>(total, 1));
     });
-    const bool wroteWell = burn_drive_wrote_well(drive);
+    QStringList problems;
+    const bool wroteWell = wentWell(drive, &problems);
     burn_disc_free(disc);
     for (BurnSource* source : sources)
         burn_source_free(source);
@@ -329,14 +344,13 @@ QString LibburnDrives::writeAudio(Job& job, AudioDiscLayout& layout, const BurnS
     if (job.isCancelled())
         return QStringLiteral("cancelled");
     if (!wroteWell)
-        return failure(QStringLiteral("The disc was not written"));
+        return failure(QStringLiteral("The disc was not written"), problems);
     digests->clear();
     for (size_t index = 0; index < states.size(); ++index) {
         if (states[index]->produced + AudioTrackProducer::kBlockBytes < states[index]->size)
             job.addMessage(QStringLiteral("Track %1 ended early and was filled out with silence.").arg(index + 1));
         digests->append(states[index]->digest.result());
     }
-    takeMessages();
     return {};
 }
 
@@ -384,18 +398,19 @@ QString LibburnDrives::writeData(Job& job, ::burn_source* image, const BurnSetup
     burn_disc_get_profile(drive, &profile, profileName);
     const bool dvd = profile >= 0x10;
     burn_drive_set_speed(drive, 0, setup.speed > 0 ? setup.speed * (dvd ? kDvdSpeedKBps : kCdSpeedKBps) : 0);
+    takeMessages();  // only what this write brings counts
     burn_disc_write(options, disc);
     burn_write_opts_free(options);
     waitWhileBusy(job, drive, setup.simulate ? QStringLiteral("Simulating the burn") : QStringLiteral("Burning"),
                   [](const burn_progress& p) { return p.sectors > 0 ? 100.0 * p.sector / p.sectors : -1.0; });
-    const bool wroteWell = burn_drive_wrote_well(drive);
+    QStringList problems;
+    const bool wroteWell = wentWell(drive, &problems);
     burn_disc_free(disc);
     grabbed.ejectWhenReleased(setup.ejectAfter);
     if (job.isCancelled())
         return QStringLiteral("cancelled");
     if (!wroteWell)
-        return failure(QStringLiteral("The disc was not written"));
-    takeMessages();
+        return failure(QStringLiteral("The disc was not written"), problems);
     return {};
 }
 
@@ -413,15 +428,16 @@ QString LibburnDrives::erase(Job& job, const QString& address, bool full)
         return QStringLiteral("There is no disc in %1.").arg(address);
     if (!burn_disc_erasable(drive))
         return QStringLiteral("The disc in %1 cannot be erased.").arg(address);
+    takeMessages();  // only what this erase brings counts
     burn_disc_erase(drive, full ? 0 : 1);
     waitWhileBusy(job, drive, full ? QStringLiteral("Erasing the whole disc") : QStringLiteral("Erasing"),
                   [](const burn_progress& p) { return p.sectors > 0 ? 100.0 * p.sector / p.sectors : -1.0; });
-    const bool erasedWell = burn_drive_wrote_well(drive);
+    QStringList problems;
+    const bool erasedWell = wentWell(drive, &problems);
     if (job.isCancelled())
         return QStringLiteral("cancelled");
     if (!erasedWell)
-        return failure(QStringLiteral("The disc was not erased"));
-    takeMessages();
+        return failure(QStringLiteral("The disc was not erased"), problems);
     return {};
 }
 

@@ -11,6 +11,7 @@
 
 #include <QAbstractButton>
 #include <QComboBox>
+#include <QDir>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QSignalSpy>
@@ -91,6 +92,7 @@ TEST(BurnSheets, TheMusicTabsBurnDvdAudioWritesAnImageThroughItsSheet)
         GTEST_SKIP() << "dvda-author is not built in this tree";
     QTemporaryDir dir;
     const QString music = dir.filePath("Tunes");
+    ASSERT_TRUE(QDir().mkpath(music));
     ASSERT_TRUE(makeTone(music + "/song.wav", 1.0, 440));
     Defaults::standard().setObject("rootItem", QVariantList{music});
     AwakeApplication app;
@@ -114,7 +116,8 @@ TEST(BurnSheets, TheMusicTabsBurnDvdAudioWritesAnImageThroughItsSheet)
     sheet->imageEdit()->setText(dir.filePath("disc.iso"));
     sheet->accept();
     ASSERT_TRUE(QTest::qWaitFor([&] { return status.count() > 0; }, 60000));
-    EXPECT_EQ(status.last().first().toString(), QStringLiteral("Burning DVD-Audio: Written and checked"));
+    EXPECT_EQ(status.last().first().toString(), QStringLiteral("Burning DVD-Audio: Written and checked"))
+        << qPrintable(status.last().first().toString());
     EXPECT_GT(QFileInfo(dir.filePath("disc.iso")).size(), 0);
 }
 
