@@ -161,6 +161,9 @@ std::optional<Envelope> read(const QString& path, const std::atomic<bool>& cance
         if (found && at + header->length + 4 <= end) {
             const auto next = parseHeader(data + at + header->length);
             found = next && next->sameStream(*header);
+        } else if (found && !stream) {
+            // Nothing follows to confirm a first header: it stands only as a whole frame.
+            found = at + header->length == end;
         }
         if (!found) {
             ++at;

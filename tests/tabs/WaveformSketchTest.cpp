@@ -147,9 +147,14 @@ TEST(WaveformSketch, ADamagedFileShowsWhatCanBeRead)
         EXPECT_TRUE(firstHalfLouder(peaks));
     }
 
-    // Bytes that hold no frame at all give no picture and no error of their own.
+    // Bytes that hold no frame at all give no picture and no error of their own;
+    // nor does one stray frame header near their end, with no frame behind it.
     const QString garbage = playerfixtures::makeCorrupt(dir.path(), "garbage.mp3");
     EXPECT_EQ(Waveform::sketchMp3(garbage, kColumns, cancel).columns(), 0);
+    const QString stray = dir.filePath("stray.mp3");
+    ASSERT_TRUE(testsupport::writeFile(
+        stray, QByteArray::fromBase64("zUkjoKAAAP/7EMQAAARIIQgKDQ+I7HpHm3o/NHwyHxKO2ZgURA==")));
+    EXPECT_EQ(Waveform::sketchMp3(stray, kColumns, cancel).columns(), 0);
     EXPECT_EQ(Waveform::compute(garbage, kColumns, cancel).columns(), 0);
 }
 
