@@ -15,6 +15,7 @@
 #include <QFileInfo>
 
 #include <cstdio>
+#include <functional>
 #include <optional>
 
 namespace {
@@ -102,10 +103,13 @@ std::optional<QStringList> audioFiles(const QStringList& rest, int* code)
     return files;
 }
 
-int burnAudio(const QStringList& arguments)
+// An audio CD (image suffix "cue") or a DVD-Audio disc ("iso") of the files:
+// start is the burner's entry for them.
+int burnAudioFiles(const QStringList& arguments, const QString& imageSuffix,
+                   const std::function<std::shared_ptr<Job>(AppControllers&, const QStringList&, const BurnSetup&)>& start)
 {
     QStringList rest;
-    const std::optional<BurnSetup> setup = parseSetup(arguments, QStringLiteral("cue"), &rest);
+    const std::optional<BurnSetup> setup = parseSetup(arguments, imageSuffix, &rest);
     if (!setup)
         return 2;
     int code = 0;
@@ -114,7 +118,7 @@ int burnAudio(const QStringList& arguments)
         return code;
     AppControllers controllers;
     JobProgress progress;
-    const std::shared_ptr<Job> job = controllers.audioCD().burnAudioCD(*files, *setup);
+    const std::shared_ptr<Job> job = start(controllers, *files, *setup);
     if (!job) {
         std::fprintf(stderr, "velmora-cli burn: none of the files can be burned (protected .m4p files cannot)\n");
         return 1;
@@ -124,25 +128,20 @@ int burnAudio(const QStringList& arguments)
     return code == 0 && !job->messages().filter(QStringLiteral("Left out")).isEmpty() ? 1 : code;
 }
 
+int burnAudio(const QStringList& arguments)
+{
+    return burnAudioFiles(arguments, QStringLiteral("cue"),
+                          [](AppControllers& controllers, const QStringList& files, const BurnSetup& setup) {
+                              return controllers.audioCD().burnAudioCD(files, setup);
+                          });
+}
+
 int burnDvdAudio(const QStringList& arguments)
 {
-    QStringList rest;
-    const std::optional<BurnSetup> setup = parseSetup(arguments, QStringLiteral("iso"), &rest);
-    if (!setup)
-        return 2;
-    int code = 0;
-    const std::optional<QStringList> files = audioFiles(rest, &code);
-    if (!files)
-        return code;
-    AppControllers controllers;
-    JobProgress progress;
-    const std::shared_ptr<Job> job = controllers.audioDVD().burnAudioDVD(*files, *setup);
-    if (!job) {
-        std::fprintf(stderr, "velmora-cli burn: none of the files can be burned (protected .m4p files cannot)\n");
-        return 1;
-    }
-    code = burncommand::finish("burn", job);
-    return code == 0 && !job->messages().filter(QStringLiteral("Left out")).isEmpty() ? 1 : code;
+    return burnAudioFiles(arguments, QStringLiteral("iso"),
+                          [](AppControllers& controllers, const QStringList& files, const BurnSetup& setup) {
+                              return controllers.audioDVD().burnAudioDVD(files, setup);
+                          });
 }
 
 int burnData(const QStringList& arguments)
