@@ -451,11 +451,7 @@ int ClipTab::currentRow() const
 
 QList<int> ClipTab::selectedRows() const
 {
-    QList<int> rows;
-    for (const QModelIndex& index : table_->selectionModel()->selectedRows())
-        rows << index.row();
-    std::sort(rows.begin(), rows.end());
-    return rows;
+    return sortedSelectedRows(table_);
 }
 
 void ClipTab::selectionChanged()

@@ -347,11 +347,7 @@ void PlayTab::showModes()
 
 QList<int> PlayTab::selectedRows() const
 {
-    QList<int> rows;
-    for (const QModelIndex& index : table_->selectionModel()->selectedRows())
-        rows << index.row();
-    std::sort(rows.begin(), rows.end());
-    return rows;
+    return sortedSelectedRows(table_);
 }
 
 void PlayTab::showInformation(const QVariantMap& information)

@@ -2,12 +2,16 @@
 
 #include "core/NotificationCenter.h"
 
+#include <QAbstractItemView>
+#include <QItemSelectionModel>
 #include <QMimeData>
 #include <QSignalBlocker>
 #include <QToolButton>
 #include <QTreeWidget>
 #include <QTreeWidgetItemIterator>
 #include <QUrl>
+
+#include <algorithm>
 
 namespace SourceOutline {
 
@@ -43,6 +47,15 @@ void select(QTreeWidget* outline, int row)
 }
 
 }  // namespace SourceOutline
+
+QList<int> sortedSelectedRows(const QAbstractItemView* table)
+{
+    QList<int> rows;
+    for (const QModelIndex& index : table->selectionModel()->selectedRows())
+        rows << index.row();
+    std::sort(rows.begin(), rows.end());
+    return rows;
+}
 
 QToolButton* makeToolButton(const char* icon, const QString& text, const QString& tip)
 {

@@ -5,6 +5,7 @@
 #include <QString>
 #include <QStringList>
 
+class QAbstractItemView;
 class QToolButton;
 class QTreeWidget;
 
@@ -28,6 +29,9 @@ void fill(QTreeWidget* outline, const QList<Row>& rows, const QString& everyItem
 void select(QTreeWidget* outline, int row);
 
 }  // namespace SourceOutline
+
+// The rows selected in a table, in order.
+QList<int> sortedSelectedRows(const QAbstractItemView* table);
 
 // A flat tool button with a theme icon, its text beside it and a tooltip.
 QToolButton* makeToolButton(const char* icon, const QString& text, const QString& tip);

@@ -264,10 +264,7 @@ TagTab::TagTab(TagSourcesWrapper& tags, QWidget* parent)
     connect(table_->selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] {
         if (syncingSelection_)
             return;
-        QList<int> rows;
-        for (const QModelIndex& index : table_->selectionModel()->selectedRows())
-            rows << index.row();
-        tags_.selectRows(rows);
+        tags_.selectRows(sortedSelectedRows(table_));
     });
     findStatus_->setObjectName(QStringLiteral("findStatus"));
     connect(stop_, &QToolButton::clicked, &tags_, &TagSourcesWrapper::stop);
@@ -378,11 +375,7 @@ void TagTab::showSelection()
     artist_->setEnabled(selected);
     album_->setEnabled(selected);
     // The view follows selections the wrapper makes itself (the information action's first row).
-    QList<int> shown;
-    for (const QModelIndex& index : table_->selectionModel()->selectedRows())
-        shown << index.row();
-    std::sort(shown.begin(), shown.end());
-    if (shown != tags_.selectedRows()) {
+    if (sortedSelectedRows(table_) != tags_.selectedRows()) {
         syncingSelection_ = true;
         QItemSelection selection;
         for (int row : tags_.selectedRows())
