@@ -154,6 +154,8 @@ LibburnDrives::LibburnDrives() = default;
 
 LibburnDrives::~LibburnDrives()
 {
+    // A scan the burn sheet started on a worker thread may still be running.
+    std::lock_guard lock(mutex_);
     if (initialized_)
         burn_finish();
 }
