@@ -168,8 +168,11 @@ void BM_ITunesImport50000Tracks(benchmark::State& state)
             state.SkipWithError("the generated library did not parse");
             return;
         }
-        QStringList intermediates = importer.createFiles(*parsed);
-        intermediates.removeDuplicates();
+        importer.preparse();
+        importer.waitForIdle();
+        QStringList intermediates;
+        for (const QString& name : QDir(PlaylistFiles::iTunesFolder()).entryList({QStringLiteral("*.xml")}, QDir::Files))
+            intermediates.append(PlaylistFiles::iTunesFolder() + '/' + name);
         int converted = 0;
         for (const QString& intermediate : intermediates)
             converted += importer.convertItunesPlaylist(intermediate) ? 1 : 0;
