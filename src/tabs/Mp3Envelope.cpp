@@ -150,9 +150,12 @@ std::optional<Envelope> read(const QString& path, const std::atomic<bool>& cance
     Envelope envelope;
     envelope.samplesPerGranule = kGranuleSamples;
     envelope.loudness.reserve(size_t(end / 200));
+    envelope.frameIndex.reserve(size_t(end / 200 / Envelope::kIndexStep));
     std::optional<FrameHeader> stream;  // the first frame's version and rate
     qint64 at = 0;
     int frames = 0;
+    qint64 audioFrames = 0;
+    bool indexing = true;
     while (at + 4 <= end) {
         const auto header = parseHeader(data + at);
         // A header counts when the next frame follows where it says (or the
@@ -167,6 +170,7 @@ std::optional<Envelope> read(const QString& path, const std::atomic<bool>& cance
         }
         if (!found) {
             ++at;
+            indexing = false;
             continue;
         }
         // The last frame of a cut file counts while its side information is whole.
@@ -176,8 +180,12 @@ std::optional<Envelope> read(const QString& path, const std::atomic<bool>& cance
             return std::nullopt;
         const bool first = !stream;
         stream = header;
-        if (!(first && isInfoFrame(data + at, *header, end - at)))
+        if (!(first && isInfoFrame(data + at, *header, end - at))) {
+            if (indexing && audioFrames % Envelope::kIndexStep == 0)
+                envelope.frameIndex.push_back(span->offset + at);
+            ++audioFrames;
             addGranules(*header, data + at + header->sideInfoOffset, envelope.loudness);
+        }
         at += header->length;
     }
     if (!stream || envelope.loudness.empty() || cancel)

@@ -18,6 +18,12 @@ struct Envelope {
     int rate = 0;                 // samples a second
     int samplesPerGranule = 0;    // 576 in every MPEG version
     std::vector<float> loudness;  // one a granule, 0 for silence, relative otherwise
+    // The file offsets of audio frames 0, kIndexStep, 2 kIndexStep... (the
+    // encoder's info frame not counted), as libmpg123 takes a seek index. It
+    // stops at the first bytes skipped: past damage a decoder may count frames
+    // otherwise, and a wrong index would shift the audio after it.
+    static constexpr int kIndexStep = 32;
+    std::vector<qint64> frameIndex;
 
     qint64 samples() const { return qint64(loudness.size()) * samplesPerGranule; }
     double seconds() const { return rate > 0 ? double(samples()) / rate : 0; }

@@ -2,6 +2,7 @@
 // and scan lock, and which jobs a save runs.
 #include "tabs/ClipSourcesWrapper.h"
 
+#include "common/BurnFixtures.h"
 #include "common/PlayerFixtures.h"
 #include "common/TestSupport.h"
 #include "core/Job.h"
@@ -15,6 +16,8 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <cmath>
 
 namespace {
 
@@ -210,5 +213,55 @@ TEST(Waveform, ALongSongDecodedInStretchesKeepsItsTimeline)
             EXPECT_LT(peaks.maximum[column] - peaks.minimum[column], 0.02) << column;
         for (int column : {61, 79, 80, 98})
             EXPECT_NEAR(peaks.maximum[column], 0.5, 0.05) << column;
+    }
+}
+
+TEST(Waveform, BurstsInAnMp3DecodedInStretchesLandWhereTheWavHasThem)
+{
+    // 80 seconds of silence with 10 ms bursts on either side of where the two
+    // stretches meet (40 s) and deep into the second, at 10 ms a column: a
+    // stretch that started a frame early or late (26 ms, 13 at half rate)
+    // moves its bursts by more than two columns, as does a picture stretched by
+    // the encoder's delay and padding (four columns at the end). Constant and
+    // variable bit rate, behind a padded ID3v2 tag, MPEG 2's frames of 576 samples.
+    const std::vector<double> bursts = {12.34, 39.98, 40.1, 57.61, 78.9};
+    constexpr int kColumns = 8000;
+    burnfixtures::PcmPlan plan;
+    plan.frames = 80 * 44100;
+    plan.sample = [&bursts](qint64 frame, int) {
+        const double at = double(frame) / 44100;
+        for (double burst : bursts)
+            if (at >= burst && at < burst + 0.01)
+                return quint32(quint16(qint16(26000 * std::sin(2 * M_PI * 1000 * at))));
+        return quint32(0);
+    };
+    QTemporaryDir dir;
+    const QString wav = dir.filePath("bursts.wav");
+    ASSERT_TRUE(testsupport::writeFile(wav, burnfixtures::wavFile(plan)));
+    const std::atomic<bool> cancel{false};
+    const WaveformPeaks expected = Waveform::compute(wav, kColumns, cancel);
+    ASSERT_TRUE(expected.complete());
+    const QList<QStringList> options = {{"-b", "128"},
+                                        {"-V", "2"},
+                                        {"--pad-id3v2-size", "3000", "--tt", "A title"},
+                                        {"--resample", "22.05", "-b", "64"}};
+    for (const QStringList& option : options) {
+        SCOPED_TRACE(qPrintable(option.join(' ')));
+        const QString mp3 = dir.filePath("bursts.mp3");
+        ASSERT_EQ(testsupport::run("lame", QStringList{"--quiet"} + option + QStringList{wav, mp3}), 0);
+        const WaveformPeaks decoded = Waveform::compute(mp3, kColumns, cancel);
+        ASSERT_TRUE(decoded.complete());
+        for (double burst : bursts) {
+            // The loudest column near the burst, in each picture.
+            const int near = int(burst * 100);
+            const auto loudest = [near](const WaveformPeaks& peaks) {
+                int best = near - 4;
+                for (int column = best; column <= near + 4; ++column)
+                    if (peaks.maximum[column] > peaks.maximum[best])
+                        best = column;
+                return best;
+            };
+            EXPECT_NEAR(loudest(decoded), loudest(expected), 1) << burst;
+        }
     }
 }
