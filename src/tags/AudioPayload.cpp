@@ -26,7 +26,8 @@ constexpr qint64 kBlock = 1 << 20;
 
 // A file read at given offsets; no read reaches past its end. A file that
 // nobody else can change (the new version a write made) may be mapped, and is
-// then compared in place.
+// then compared in place; only a large one is, as mapping and unmapping a
+// small file costs more than reading it.
 class Source {
 public:
     explicit Source(const QString& path, bool mapped = false)
@@ -35,7 +36,7 @@ public:
         struct stat info {};
         if (fd_ >= 0 && ::fstat(fd_, &info) == 0 && S_ISREG(info.st_mode))
             size_ = info.st_size;
-        if (mapped && size_ > 0) {
+        if (mapped && size_ >= kBlock) {
             void* map = ::mmap(nullptr, size_t(size_), PROT_READ, MAP_SHARED, fd_, 0);
             if (map != MAP_FAILED) {
                 map_ = static_cast<const char*>(map);

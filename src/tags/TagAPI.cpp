@@ -17,7 +17,6 @@
 #include <taglib/id3v2tag.h>
 #include <taglib/mpegfile.h>
 #include <taglib/textidentificationframe.h>
-#include <taglib/tfilestream.h>
 
 #include <cerrno>
 #include <cstring>
@@ -53,6 +52,99 @@ QString reason(int error)
         return QStringLiteral("the disk is full");
     return QString::fromLocal8Bit(std::strerror(error));
 }
+
+// A file opened read only for TagLib, read a window at a time. TagLib asks
+// for the length and seeks before nearly every small read; here the length is
+// taken once and the reads at the head and the tail of a file (the tags) come
+// from one or two windows, so a parse is a handful of system calls.
+class WindowedFileStream : public TagLib::IOStream {
+public:
+    explicit WindowedFileStream(const QString& path)
+        : name_(QFile::encodeName(path)), fd_(::open(name_.constData(), O_RDONLY | O_CLOEXEC))
+    {
+        struct stat info {};
+        if (fd_ >= 0 && ::fstat(fd_, &info) == 0)
+            length_ = qint64(info.st_size);
+    }
+    ~WindowedFileStream() override
+    {
+        if (fd_ >= 0)
+            ::close(fd_);
+    }
+    WindowedFileStream(const WindowedFileStream&) = delete;
+    WindowedFileStream& operator=(const WindowedFileStream&) = delete;
+
+    TagLib::FileName name() const override { return name_.constData(); }
+    bool readOnly() const override { return true; }
+    bool isOpen() const override { return fd_ >= 0 && length_ >= 0; }
+    long tell() const override { return long(position_); }
+    void seek(long offset, Position from) override
+    {
+        const qint64 base = from == Beginning ? 0 : from == Current ? position_ : length_;
+        position_ = qMax<qint64>(0, base + offset);
+    }
+    long length() override { return long(qMax<qint64>(0, length_)); }
+
+    TagLib::ByteVector readBlock(unsigned long length) override
+    {
+        const qint64 wanted = qMax<qint64>(0, qMin<qint64>(qint64(length), length_ - position_));
+        if (wanted == 0)
+            return {};
+        const qint64 windowStart = position_ - windowOffset_;
+        if (windowStart < 0 || windowStart + wanted > window_.size()) {
+            if (wanted > kWindow)
+                return readDirect(wanted);
+            // A window that ends at the end of the file when it can, so that
+            // the tail tags are read in one go.
+            windowOffset_ = qMax<qint64>(0, qMin(position_, length_ - kWindow));
+            window_.resize(qsizetype(qMin<qint64>(kWindow, length_ - windowOffset_)));
+            const ssize_t got = preadAll(window_.data(), window_.size(), windowOffset_);
+            window_.resize(qsizetype(qMax<ssize_t>(0, got)));
+            if (position_ - windowOffset_ + wanted > window_.size())
+                return readDirect(wanted);  // the file got shorter
+        }
+        TagLib::ByteVector block(window_.constData() + (position_ - windowOffset_), unsigned(wanted));
+        position_ += wanted;
+        return block;
+    }
+
+    void writeBlock(const TagLib::ByteVector&) override {}
+    void insert(const TagLib::ByteVector&, unsigned long, unsigned long) override {}
+    void removeBlock(unsigned long, unsigned long) override {}
+    void truncate(long) override {}
+
+private:
+    static constexpr qint64 kWindow = 64 * 1024;
+
+    ssize_t preadAll(char* into, qint64 length, qint64 offset) const
+    {
+        qint64 done = 0;
+        while (done < length) {
+            const ssize_t got = ::pread(fd_, into + done, size_t(length - done), off_t(offset + done));
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got <= 0)
+                break;
+            done += got;
+        }
+        return ssize_t(done);
+    }
+
+    TagLib::ByteVector readDirect(qint64 wanted)
+    {
+        TagLib::ByteVector block(unsigned(wanted), 0);
+        block.resize(unsigned(preadAll(block.data(), wanted, position_)));
+        position_ += block.size();
+        return block;
+    }
+
+    const QByteArray name_;
+    const int fd_;
+    qint64 length_ = -1;
+    qint64 position_ = 0;
+    QByteArray window_;
+    qint64 windowOffset_ = 0;
+};
 
 // The file as TagLib sees it once a broken ID3v2 tag is mended: the new tag,
 // then the file's bytes behind the old one. Read only.
@@ -191,8 +283,7 @@ TagAPI& TagAPI::forThisThread()
 bool TagAPI::examineFile(const QString& path, Length length)
 {
     releaseFile();
-    std::unique_ptr<TagLib::IOStream> stream =
-        std::make_unique<TagLib::FileStream>(QFile::encodeName(path).constData(), true);
+    std::unique_ptr<TagLib::IOStream> stream = std::make_unique<WindowedFileStream>(path);
     if (!stream->isOpen())
         return false;
     // A tag with frames TagLib would stop at is read in a mended copy.

@@ -12,6 +12,9 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+#include <taglib/attachedpictureframe.h>
+#include <taglib/id3v2tag.h>
+#include <taglib/mpegfile.h>
 
 #include <thread>
 
@@ -222,4 +225,57 @@ TEST_F(TagFacadeTest, EachThreadHasItsOwnTagObject)
     two.join();
     EXPECT_EQ(mismatches.load(), 0);
     EXPECT_NE(&TagAPI::forThisThread(), nullptr);
+}
+
+TEST_F(TagFacadeTest, Mp3TagsReadAsTagLibReadsThemWhereverTheyLie)
+{
+    // The reader takes a file's head and tail a window at a time: tags below,
+    // across and beyond the window's size, at the head and the tail of files
+    // shorter and longer than it, must read as TagLib's own file reader reads them.
+    QByteArray audio;
+    while (audio.size() < 200 * 1024)
+        audio += fixtures::untaggedMpegAudio();
+    const QByteArray id3v1 = fixtures::id3v1Tag("Tail title", "Tail artist", "Tail album", "1999", "", 3, 17);
+    struct Case {
+        const char* name;
+        qsizetype audioBytes;
+        int pictureBytes;  // 0: no ID3v2 tag
+        bool withId3v1;
+    };
+    const Case cases[] = {{"small.mp3", 9000, 100, true},
+                          {"long-id3v1-only.mp3", audio.size(), 0, true},
+                          {"tag-across-window.mp3", 20000, 60 * 1024, true},
+                          {"tag-past-window.mp3", audio.size(), 150 * 1024, false},
+                          {"both-ends-long.mp3", audio.size(), 2000, true}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const QString mp3 = path(c.name);
+        ASSERT_TRUE(testsupport::writeFile(mp3, audio.left(c.audioBytes) + (c.withId3v1 ? id3v1 : QByteArray())));
+        if (c.pictureBytes > 0) {
+            TagLib::MPEG::File file(QFile::encodeName(mp3).constData());
+            TagLib::ID3v2::Tag* tag = file.ID3v2Tag(true);
+            tag->setTitle("Head title");
+            tag->setArtist("Head artist");
+            const QByteArray png = testsupport::readFile(fixtures::noisePng(path("noise.png"), c.pictureBytes));
+            auto* picture = new TagLib::ID3v2::AttachedPictureFrame;
+            picture->setMimeType("image/png");
+            picture->setPicture(TagLib::ByteVector(png.constData(), unsigned(png.size())));
+            tag->addFrame(picture);
+            ASSERT_TRUE(file.save(TagLib::MPEG::File::ID3v2, TagLib::File::StripNone, TagLib::ID3v2::v3));
+        }
+        const TagLib::MPEG::File reference(QFile::encodeName(mp3).constData());
+        TagAPI reader;
+        ASSERT_TRUE(reader.examineFile(mp3));
+        EXPECT_EQ(reader.getTitle().toStdString(), reference.tag()->title().to8Bit(true));
+        EXPECT_EQ(reader.getArtist().toStdString(), reference.tag()->artist().to8Bit(true));
+        EXPECT_EQ(reader.getYear(), int(reference.tag()->year()));
+        EXPECT_EQ(reader.getImage().size(), c.pictureBytes > 0 ? 1 : 0);
+        EXPECT_EQ(reader.getDuration(), reference.audioProperties()->lengthInSeconds());
+
+        // A write through it keeps the picture and the audio (the write checks the audio itself).
+        ASSERT_TRUE(updateTags(mp3, record({{"title", "New title"}})));
+        ASSERT_TRUE(reader.examineFile(mp3));
+        EXPECT_EQ(reader.getTitle(), "New title");
+        EXPECT_EQ(reader.getImage().size(), c.pictureBytes > 0 ? 1 : 0);
+    }
 }
