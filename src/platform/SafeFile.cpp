@@ -111,12 +111,11 @@ QString resolvedTarget(const QString& path)
     return QFileInfo(path).absoluteFilePath();
 }
 
-QString refusalToReplace(const QString& path)
+namespace {
+
+// Why the existing file `target` (as stat saw it) is not to be replaced; `path` is the name the user knows.
+QString refusalOf(const QString& path, const QString& target, const struct stat& info)
 {
-    const QString target = resolvedTarget(path);
-    struct stat info {};
-    if (::stat(native(target).constData(), &info) != 0)
-        return errno == ENOENT ? QString() : quoted(path) + QStringLiteral(" cannot be read: ") + reason(errno) + '.';
     if (!S_ISREG(info.st_mode))
         return quoted(path) + QStringLiteral(" is not a regular file.");
     // The mode decides, not access(): a superuser may write anything, but a file
@@ -127,6 +126,17 @@ QString refusalToReplace(const QString& path)
         return QStringLiteral("Cannot write into the folder of ") + quoted(path) + QStringLiteral(": ") +
                reason(errno) + '.';
     return {};
+}
+
+} // namespace
+
+QString refusalToReplace(const QString& path)
+{
+    const QString target = resolvedTarget(path);
+    struct stat info {};
+    if (::stat(native(target).constData(), &info) != 0)
+        return errno == ENOENT ? QString() : quoted(path) + QStringLiteral(" cannot be read: ") + reason(errno) + '.';
+    return refusalOf(path, target, info);
 }
 
 bool copyInto(const QString& source, int fd, QString* error)
@@ -214,7 +224,7 @@ bool Replacement::create()
     struct stat info {};
     hadTarget_ = ::stat(native(target_).constData(), &info) == 0;
     if (hadTarget_) {
-        if (const QString refused = refusalToReplace(target_); !refused.isEmpty())
+        if (const QString refused = refusalOf(target_, target_, info); !refused.isEmpty())
             return fail(refused);
         mode_ = info.st_mode & 07777;
     } else {

@@ -81,12 +81,13 @@ public:
 
     qint64 size() const { return size_; }
 
+    // In memory, the bytes are not copied: they stay valid while the body lives.
     QByteArray bytes(qint64 at, qint64 length) const
     {
         if (at < 0 || at >= size_ || length <= 0)
             return {};
         length = qMin(length, size_ - at);
-        return inMemory_ ? whole_.mid(at, length) : read_(10 + at, length);
+        return inMemory_ ? QByteArray::fromRawData(whole_.constData() + at, length) : read_(10 + at, length);
     }
 
 private:

@@ -558,8 +558,10 @@ bool TagAPI::updateFile(QString* error)
     };
     if (!file_)
         return fail(QStringLiteral("No MP3 file is open to write tags into."));
-    if (const QString refused = SafeFile::refusalToReplace(path_); !refused.isEmpty())
-        return fail(refused);
+    // The new file is made first: making it refuses a file that is not to be replaced.
+    SafeFile::Replacement copy(path_);
+    if (!copy.create())
+        return fail(copy.errorString());
     if (const QString why = AudioPayload::unreadable(AudioPayload::Format::Mpeg, path_); !why.isEmpty())
         return fail(quoted(path_) + QStringLiteral(": its audio cannot be told from its tags (") + why +
                     QStringLiteral("); the file was left as it was."));
@@ -590,8 +592,7 @@ bool TagAPI::updateFile(QString* error)
     const qint64 audioStart = qMin<qint64>(leadingTagSpan(header, headerLength), info.st_size);
     const qint64 audioEnd = qMax(audioStart, hadId3v1 ? qint64(info.st_size) - 128 : qint64(info.st_size));
 
-    SafeFile::Replacement copy(path_);
-    if (!copy.create() || !copy.write(QByteArray::fromRawData(id3v2.data(), qsizetype(id3v2.size()))))
+    if (!copy.write(QByteArray::fromRawData(id3v2.data(), qsizetype(id3v2.size()))))
         return fail(copy.errorString());
     if (!copyRange(in, audioStart, audioEnd - audioStart, copy.fd()))
         return cannotWrite(errno);
