@@ -540,8 +540,13 @@ TagAPI::Fields TagAPI::fields() const
 // byte for byte the old file's and its tags read back as expected.
 QString TagAPI::checkWritten(const QString& made, const Fields& expected) const
 {
-    if (!AudioPayload::difference(AudioPayload::Format::Mpeg, path_, made).isEmpty())
+    if (!AudioPayload::difference(AudioPayload::Format::Mpeg, path_, made).isEmpty()) {
+        // Only now is it worth asking whether the old file's audio could be found at all.
+        if (const QString why = AudioPayload::unreadable(AudioPayload::Format::Mpeg, path_); !why.isEmpty())
+            return quoted(path_) + QStringLiteral(": its audio cannot be told from its tags (") + why +
+                   QStringLiteral("); the file was left as it was.");
         return quoted(path_) + QStringLiteral(": the audio would have changed; the file was left as it was.");
+    }
     TagAPI reader(&genres_);
     if (!reader.examineFile(made, Length::Skip) || reader.fields() != expected)
         return QStringLiteral("The new version of ") + quoted(path_) +
@@ -562,9 +567,6 @@ bool TagAPI::updateFile(QString* error)
     SafeFile::Replacement copy(path_);
     if (!copy.create())
         return fail(copy.errorString());
-    if (const QString why = AudioPayload::unreadable(AudioPayload::Format::Mpeg, path_); !why.isEmpty())
-        return fail(quoted(path_) + QStringLiteral(": its audio cannot be told from its tags (") + why +
-                    QStringLiteral("); the file was left as it was."));
     const Fields expected = fields();
 
     // The new file: the new ID3v2 tag (TagLib leaves out one with nothing in
