@@ -53,11 +53,31 @@ QString reason(int error)
     return QString::fromLocal8Bit(std::strerror(error));
 }
 
+// What TagLib's read-only streams share: a position moved by seek() and
+// tell(), and writes that do nothing (TagLib never writes through these).
+class ReadOnlyStream : public TagLib::IOStream {
+public:
+    bool readOnly() const override { return true; }
+    long tell() const override { return long(position_); }
+    void seek(long offset, Position from) override
+    {
+        const qint64 base = from == Beginning ? 0 : from == Current ? position_ : qint64(length());
+        position_ = qMax<qint64>(0, base + offset);
+    }
+    void writeBlock(const TagLib::ByteVector&) override {}
+    void insert(const TagLib::ByteVector&, unsigned long, unsigned long) override {}
+    void removeBlock(unsigned long, unsigned long) override {}
+    void truncate(long) override {}
+
+protected:
+    qint64 position_ = 0;
+};
+
 // A file opened read only for TagLib, read a window at a time. TagLib asks
 // for the length and seeks before nearly every small read; here the length is
 // taken once and the reads at the head and the tail of a file (the tags) come
 // from one or two windows, so a parse is a handful of system calls.
-class WindowedFileStream : public TagLib::IOStream {
+class WindowedFileStream : public ReadOnlyStream {
 public:
     explicit WindowedFileStream(const QString& path)
         : name_(QFile::encodeName(path)), fd_(::open(name_.constData(), O_RDONLY | O_CLOEXEC))
@@ -75,14 +95,7 @@ public:
     WindowedFileStream& operator=(const WindowedFileStream&) = delete;
 
     TagLib::FileName name() const override { return name_.constData(); }
-    bool readOnly() const override { return true; }
     bool isOpen() const override { return fd_ >= 0 && length_ >= 0; }
-    long tell() const override { return long(position_); }
-    void seek(long offset, Position from) override
-    {
-        const qint64 base = from == Beginning ? 0 : from == Current ? position_ : length_;
-        position_ = qMax<qint64>(0, base + offset);
-    }
     long length() override { return long(qMax<qint64>(0, length_)); }
 
     TagLib::ByteVector readBlock(unsigned long length) override
@@ -107,11 +120,6 @@ public:
         position_ += wanted;
         return block;
     }
-
-    void writeBlock(const TagLib::ByteVector&) override {}
-    void insert(const TagLib::ByteVector&, unsigned long, unsigned long) override {}
-    void removeBlock(unsigned long, unsigned long) override {}
-    void truncate(long) override {}
 
 private:
     static constexpr qint64 kWindow = 64 * 1024;
@@ -141,14 +149,13 @@ private:
     const QByteArray name_;
     const int fd_;
     qint64 length_ = -1;
-    qint64 position_ = 0;
     QByteArray window_;
     qint64 windowOffset_ = 0;
 };
 
 // The file as TagLib sees it once a broken ID3v2 tag is mended: the new tag,
 // then the file's bytes behind the old one. Read only.
-class RepairedStream : public TagLib::IOStream {
+class RepairedStream : public ReadOnlyStream {
 public:
     RepairedStream(std::unique_ptr<TagLib::IOStream> file, const QByteArray& tag, qint64 replaces)
         : file_(std::move(file)), tag_(tag.constData(), unsigned(tag.size())), replaces_(replaces)
@@ -156,14 +163,7 @@ public:
     }
 
     TagLib::FileName name() const override { return file_->name(); }
-    bool readOnly() const override { return true; }
     bool isOpen() const override { return file_->isOpen(); }
-    long tell() const override { return long(position_); }
-    void seek(long offset, Position from) override
-    {
-        const qint64 base = from == Beginning ? 0 : from == Current ? position_ : qint64(length());
-        position_ = qMax<qint64>(0, base + offset);
-    }
     long length() override { return long(qint64(tag_.size()) + qMax<qint64>(0, file_->length() - replaces_)); }
 
     TagLib::ByteVector readBlock(unsigned long length) override
@@ -180,16 +180,10 @@ public:
         return block;
     }
 
-    void writeBlock(const TagLib::ByteVector&) override {}
-    void insert(const TagLib::ByteVector&, unsigned long, unsigned long) override {}
-    void removeBlock(unsigned long, unsigned long) override {}
-    void truncate(long) override {}
-
 private:
     std::unique_ptr<TagLib::IOStream> file_;
     TagLib::ByteVector tag_;
     qint64 replaces_;
-    qint64 position_ = 0;
 };
 
 // The bytes a leading ID3v2 tag takes as TagLib counts them (a header whose
